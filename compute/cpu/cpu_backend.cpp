@@ -1,0 +1,37 @@
+#include "compute/cpu/cpu_backend.h"
+
+#include <QFile>
+#include <QRegularExpression>
+#include <thread>
+
+namespace compute {
+namespace {
+
+// The processor's model name as the kernel reports it, or a plain word where
+// /proc/cpuinfo has none (some ARM kernels).
+QString processorName()
+{
+    QFile f(QStringLiteral("/proc/cpuinfo"));
+    if (f.open(QIODevice::ReadOnly)) {
+        const QString text = QString::fromLatin1(f.read(1 << 20));
+        const QRegularExpression re(QStringLiteral("^(model name|Hardware|Processor)\\s*:\\s*(.+)$"),
+                                    QRegularExpression::MultilineOption);
+        const auto m = re.match(text);
+        if (m.hasMatch())
+            return m.captured(2).simplified();
+    }
+    return QStringLiteral("host processor");
+}
+
+} // namespace
+
+QStringList CpuBackend::deviceNames()
+{
+    const unsigned cores = std::thread::hardware_concurrency();
+    QString name = QLatin1Char(' ') + processorName();
+    if (cores > 0)
+        name += QStringLiteral(", %1 cores").arg(cores);
+    return {name};
+}
+
+} // namespace compute

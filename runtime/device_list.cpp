@@ -1,0 +1,28 @@
+#include "runtime/device_list.h"
+#include "compute/backend.h"
+
+int buildDeviceList(QList<ZelkDevice>& devices, int listNVIDIA, int listOpenCL)
+{
+    const struct {
+        int number;
+        bool wanted;
+        int failure;
+    } families[] = {
+        {compute::BackendCpu, true, -140},
+        {compute::BackendCuda, listNVIDIA == 1, -141},
+        {compute::BackendOpenCl, listOpenCL == 1, -142},
+    };
+    const int available = compute::availableBackends();
+    for (const auto& family : families) {
+        if (!family.wanted || !(available & family.number))
+            continue;
+        compute::Backend* b = compute::backend(family.number);
+        if (!b)
+            return family.failure;
+        const QStringList names = b->deviceNames();
+        for (int i = 0; i < names.size(); ++i)
+            devices.append(ZelkDevice{family.number, i, b->prefix() + names[i]});
+    }
+    compute::rest();
+    return 0;
+}

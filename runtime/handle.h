@@ -1,0 +1,89 @@
+#pragma once
+// The record behind every exported call. It holds all per-caller state; the only
+// process-wide state of the runtime is the error pair in report.cpp.
+
+#include "compute/device.h"
+#include "zelk.h"
+
+#include <QImage>
+#include <QList>
+#include <QString>
+#include <QVector>
+#include <memory>
+#include <vector>
+
+struct ZelkDevice {
+    int backend = 0;     // 1 CPU, 2 CUDA, 4 OpenCL
+    int deviceIndex = 0; // within the backend, from 0
+    QString name;        // "CPU: ...", "CUDA: ...", "OpenCL: ..."
+};
+
+constexpr int ObjectRecordInts = 30;
+
+struct ZelkHandle {
+    int errorCode = 0;
+    int messageSize = 4096;
+    std::vector<char> message = std::vector<char>(size_t(messageSize), '\0');
+    QList<ZelkDevice> devices;
+
+    // API kind and the geometry of what the caller hands in.
+    bool lineScan = false;
+    int inputWidth = 0;
+    int inputBands = 0;
+    int inputHeight = 0;
+    int inputDataType = 0;   // 0 unset, 1 uint16, 2 float
+    int inputDataLayout = 0; // 0 unset, 1 BIP, 2 BIL, 3 BSQ
+    bool fullBandFrames = true;
+
+    int frameCount = -1;
+    int ringNext = 0;
+    int ringLast = 0;
+
+    bool roiEnabled = false;
+    int roiCol = -1, roiRow = -1, roiWidth = -1, roiHeight = -1;
+    quint8 roiFill = 0;
+
+    bool segmentationEnabled = false;
+    int objectSerial = 0;
+    int maxObjects = 300;
+    int objCount = 0;
+    std::vector<qint32> objects = std::vector<qint32>(size_t(maxObjects) * ObjectRecordInts, 0);
+    bool markObjects = true;
+    int ringRows = 500;
+
+    std::unique_ptr<QImage> labelImage;   // ring of decision rows, or the whole cube
+    std::vector<quint8> cubeDecisions;
+    std::vector<quint8> roiDecisions;
+    std::vector<qint32> objectMap;
+    std::vector<qint32> classObjectMap;
+
+    bool correctionEnabled = false;
+    int device = compute::defaultDevice;
+    bool meanCorrection = false;
+
+    bool hasRegression = true;
+    quint8 regForeground = 0;
+    int regVarCount = 0;
+    std::vector<float> regOutput;  // inputWidth x regVarCount, pixel-major
+    std::vector<float> regVarLine; // one variable of the last frame
+
+    bool rawKernel = false;
+    bool fusedKernel = true;
+    bool acquiring = false;
+
+    double algTimeMs = 0;
+    double segTimeMs = 0;
+    int warmupFrames = 500;
+
+    bool resamplingEnabled = false;
+    int deviceBandCount = -1;
+    int deviceFrameWidth = -1;
+    std::unique_ptr<QVector<double>> deviceWavelengths;
+    std::unique_ptr<QVector<double>> resamplingWavelengths;
+
+    std::vector<quint16> swapMask;
+    std::vector<float> swapFloat;
+
+    int correctionError = 0;
+    QString correctionErrorMsg;
+};

@@ -1,0 +1,60 @@
+#include "runtime/report.h"
+#include "runtime/handle.h"
+
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+constexpr int GlobalMessageSize = 4096;
+int globalCode = 0;
+char globalMessage[GlobalMessageSize] = {0};
+
+} // namespace
+
+void storeText(char* buffer, int capacity, const QString& text)
+{
+    const int n = text.size();
+    if (n + 1 >= capacity)
+        return;
+    // n characters may take more than n bytes in the local encoding: the text is cut
+    // to n bytes then, which keeps it inside the buffer.
+    const QByteArray bytes = text.toLocal8Bit();
+    const int copied = std::min(n, int(bytes.size()));
+    std::memcpy(buffer, bytes.constData(), size_t(copied));
+    buffer[copied] = '\0';
+}
+
+int setHandleError(ZelkHandle* h, int code, const QString& text)
+{
+    h->errorCode = code;
+    storeText(h->message.data(), h->messageSize, text);
+    return code;
+}
+
+int setGlobalError(int code, const QString& text)
+{
+    globalCode = code;
+    storeText(globalMessage, GlobalMessageSize, text);
+    return code;
+}
+
+void logToHandle(ZelkHandle* h, const QString& text)
+{
+    storeText(h->message.data(), h->messageSize, text);
+}
+
+int globalErrorCode()
+{
+    return globalCode;
+}
+
+const char* globalErrorMessage()
+{
+    return globalMessage;
+}
+
+void clearGlobalErrorMessage()
+{
+    globalMessage[0] = '\0';
+}
