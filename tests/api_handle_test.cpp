@@ -1,11 +1,14 @@
 // Handles, the error scheme and the text buffer.
 
+#include "runtime/boundary.h"
 #include "runtime/handle.h"
 #include "runtime/report.h"
 #include "zelk.h"
 
 #include <QString>
 #include <cstring>
+#include <new>
+#include <stdexcept>
 #include <gtest/gtest.h>
 
 namespace {
@@ -121,4 +124,20 @@ TEST(TextBuffer, MultiByteCharactersAreCutToTheCharacterCount)
     storeText(buffer, sizeof buffer, QStringLiteral("Z\u00fcrich"));
     EXPECT_EQ(std::strlen(buffer), 6u);
     EXPECT_EQ(buffer[0], 'Z');
+}
+
+TEST(Boundary, EscapingExceptionsBecomeAnInternalErrorCode)
+{
+    Handle a;
+    const int code = guarded<int>(a.h, "zelk_Something", InternalErrorCode, []() -> int { throw std::runtime_error("broken"); });
+    EXPECT_EQ(code, -199);
+    EXPECT_EQ(zelk_GetErrorCode(a.h), -199);
+    EXPECT_STREQ(zelk_GetErrorMsg(a.h), "zelk_Something: Internal error (broken)");
+
+    const char* text = guarded<const char*>(nullptr, "zelk_Other", nullptr, []() -> const char* { throw std::bad_alloc(); });
+    EXPECT_EQ(text, nullptr);
+    EXPECT_EQ(zelk_GetErrorCode(nullptr), -199);
+    EXPECT_STREQ(zelk_GetErrorMsg(nullptr), "zelk_Other: Internal error (std::bad_alloc)");
+
+    EXPECT_EQ(guarded<int>(a.h, "zelk_Fine", InternalErrorCode, [] { return 7; }), 7);
 }
