@@ -3,7 +3,10 @@
 // concrete backends; everything else reaches them through this interface and the
 // selection functions below.
 
+#include "compute/classifier_kernel.h"
+
 #include <QStringList>
+#include <memory>
 
 namespace compute {
 
@@ -20,6 +23,9 @@ public:
     // Makes `index` the device that later work of this backend runs on.
     virtual bool setDevice(int index) = 0;
     virtual int device() const = 0;
+
+    // A kernel for a consistent model, ready for blocks of any size.
+    virtual std::unique_ptr<ClassifierKernel> prepareClassifier(const ClassifierModel& model) = 0;
 };
 
 // Bit mask of the backends this build and machine offer: bit 0 CPU, bit 1 CUDA,

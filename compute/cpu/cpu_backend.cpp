@@ -1,4 +1,5 @@
 #include "compute/cpu/cpu_backend.h"
+#include "compute/cpu/cpu_classifier.h"
 
 #include <QFile>
 #include <QRegularExpression>
@@ -32,6 +33,11 @@ QStringList CpuBackend::deviceNames()
     if (cores > 0)
         name += QStringLiteral(", %1 cores").arg(cores);
     return {name};
+}
+
+std::unique_ptr<ClassifierKernel> CpuBackend::prepareClassifier(const ClassifierModel& model)
+{
+    return std::make_unique<cpu::CpuClassifier>(model);
 }
 
 } // namespace compute

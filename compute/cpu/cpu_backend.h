@@ -11,6 +11,7 @@ public:
     QStringList deviceNames() override;
     bool setDevice(int index) override { return index == 0; }
     int device() const override { return 0; }
+    std::unique_ptr<ClassifierKernel> prepareClassifier(const ClassifierModel& model) override;
 };
 
 } // namespace compute

@@ -1,0 +1,103 @@
+#include "compute/cpu/cpu_classifier.h"
+#include "compute/cpu/vector_math.h"
+
+#include <algorithm>
+#include <cblas.h>
+
+namespace compute::cpu {
+
+CpuClassifier::CpuClassifier(const ClassifierModel& model)
+    : model_(model)
+    , classRow_(size_t(model.classes), 1.0f)
+{
+    const int F = model.features, K = model.units;
+    std::vector<double> mean(size_t(F), 0.0);
+    for (int k = 0; k < K; ++k)
+        for (int f = 0; f < F; ++f)
+            mean[size_t(f)] += model.centres[k * F + f];
+    for (double& m : mean)
+        m /= K;
+
+    shiftedOffset_.resize(size_t(F));
+    for (int f = 0; f < F; ++f)
+        shiftedOffset_[size_t(f)] = float(double(model.offset[f]) - mean[size_t(f)]);
+    shiftedCentres_.resize(size_t(F) * K);
+    centreNorms_.resize(size_t(K));
+    for (int k = 0; k < K; ++k) {
+        double norm = 0;
+        for (int f = 0; f < F; ++f) {
+            const float c = float(double(model.centres[k * F + f]) - mean[size_t(f)]);
+            shiftedCentres_[size_t(k) * F + f] = c;
+            norm += double(c) * c;
+        }
+        centreNorms_[size_t(k)] = float(norm);
+    }
+    features_.resize(size_t(F) * TilePixels);
+    units_.resize(size_t(K) * TilePixels);
+    scores_.resize(size_t(model.classes) * TilePixels);
+}
+
+void CpuClassifier::setClassRow(const QVector<float>& row)
+{
+    std::copy_n(row.constBegin(), std::min<int>(row.size(), model_.classes), classRow_.begin());
+}
+
+void CpuClassifier::classify(const float* spectra, SpectraLayout layout, int n, quint8* decisions)
+{
+    for (int first = 0; first < n; first += TilePixels)
+        classifyTile(spectra, layout, n, first, std::min(TilePixels, n - first), decisions);
+}
+
+void CpuClassifier::classifyTile(const float* spectra, SpectraLayout layout, int n, int first, int count, quint8* decisions)
+{
+    const int B = model_.bands, F = model_.features, K = model_.units, C = model_.classes;
+    float* z = features_.data();
+    float* a = units_.data();
+    float* s = scores_.data();
+
+    // Z (F by count) = Mᵀ X + (o − μ).
+    for (int p = 0; p < count; ++p)
+        std::copy_n(shiftedOffset_.data(), F, z + size_t(p) * F);
+    if (layout == SpectraLayout::BandsByPixels)
+        cblas_sgemm(CblasColMajor, CblasTrans, CblasNoTrans, F, count, B, 1.0f, model_.matrix.constData(), B,
+                    spectra + size_t(first) * B, B, 1.0f, z, F);
+    else
+        cblas_sgemm(CblasColMajor, CblasTrans, CblasTrans, F, count, B, 1.0f, model_.matrix.constData(), B,
+                    spectra + first, n, 1.0f, z, F);
+
+    // A (K by count) = −2 Cᵀ Z, then exp(g_k · (‖z‖² − 2zᵀc_k + ‖c_k‖²)) per pixel.
+    cblas_sgemm(CblasColMajor, CblasTrans, CblasNoTrans, K, count, F, -2.0f, shiftedCentres_.data(), F, z, F, 0.0f, a, K);
+    for (int p = 0; p < count; ++p) {
+        float* unitsOfPixel = a + size_t(p) * K;
+        radialUnits(unitsOfPixel, centreNorms_.data(), model_.gammas.constData(), sumOfSquares(z + size_t(p) * F, F),
+                    unitsOfPixel, K);
+    }
+
+    // S (C by count) = W(1..K)ᵀ A + W(0).
+    const float* weights = model_.weights.constData();
+    for (int p = 0; p < count; ++p)
+        for (int c = 0; c < C; ++c)
+            s[size_t(p) * C + c] = weights[size_t(c) * (K + 1)];
+    cblas_sgemm(CblasColMajor, CblasTrans, CblasNoTrans, C, count, K, 1.0f, weights + 1, K + 1, a, K, 1.0f, s, C);
+
+    // Weighted maximum, the first class on ties, and rejection by the winner's threshold.
+    const float* row = classRow_.data();
+    const float* thresholds = model_.rejects() ? model_.thresholds.constData() : nullptr;
+    for (int p = 0; p < count; ++p) {
+        const float* scores = s + size_t(p) * C;
+        int best = 0;
+        float top = scores[0] * row[0];
+        for (int c = 1; c < C; ++c) {
+            const float v = scores[c] * row[c];
+            if (v > top) {
+                top = v;
+                best = c;
+            }
+        }
+        if (thresholds && top < thresholds[best])
+            best = C;
+        decisions[first + p] = quint8(best);
+    }
+}
+
+} // namespace compute::cpu

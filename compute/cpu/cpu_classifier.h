@@ -1,0 +1,40 @@
+#pragma once
+// The CPU classifier kernel. Pixels are taken in tiles that stay in cache; per tile
+// the projection, the products with the centres and the output layer are matrix
+// products, and the distances come from ‖z‖² − 2zᵀc + ‖c‖².
+//
+// To keep that form exact where a pixel lies close to a centre, the features and the
+// centres are shifted by the mean of the centres first: distances do not change, but
+// the norms, and so the cancellation in the sum, become small.
+
+#include "compute/classifier_kernel.h"
+
+#include <vector>
+
+namespace compute::cpu {
+
+class CpuClassifier final : public ClassifierKernel {
+public:
+    explicit CpuClassifier(const ClassifierModel& model);
+
+    void setClassRow(const QVector<float>& row) override;
+    void classify(const float* spectra, SpectraLayout layout, int n, quint8* decisions) override;
+
+    static constexpr int TilePixels = 128;
+
+private:
+    void classifyTile(const float* spectra, SpectraLayout layout, int n, int first, int count, quint8* decisions);
+
+    ClassifierModel model_;
+    std::vector<float> shiftedOffset_;  // o − μ
+    std::vector<float> shiftedCentres_; // c_k − μ, F by K
+    std::vector<float> centreNorms_;    // ‖c_k − μ‖²
+    std::vector<float> classRow_;
+
+    // Work space of one tile, made once.
+    std::vector<float> features_; // F by tile
+    std::vector<float> units_;    // K by tile
+    std::vector<float> scores_;   // C by tile
+};
+
+} // namespace compute::cpu

@@ -1,0 +1,23 @@
+#pragma once
+// The classifier formula written out pixel by pixel in plain float arithmetic: the
+// reference that the fast kernels are compared with.
+
+#include "compute/classifier_kernel.h"
+
+#include <vector>
+
+namespace compute::cpu {
+
+class ReferenceClassifier final : public ClassifierKernel {
+public:
+    explicit ReferenceClassifier(const ClassifierModel& model);
+    void setClassRow(const QVector<float>& row) override;
+    void classify(const float* spectra, SpectraLayout layout, int n, quint8* decisions) override;
+
+private:
+    ClassifierModel model_;
+    std::vector<float> classRow_;
+    std::vector<float> z_, a_;
+};
+
+} // namespace compute::cpu

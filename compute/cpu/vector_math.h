@@ -1,0 +1,18 @@
+#pragma once
+// Loops of the CPU kernels that the compiler vectorises. Each is built for several
+// instruction sets and the best one the processor has is picked when the library
+// loads.
+
+namespace compute::cpu {
+
+// values[i] = exp(values[i]); relative error within a few units in the last place.
+void expInPlace(float* values, int n);
+
+// out[i] = exp(gamma[i] * max(0, dot[i] + norms[i] + zz)): the radial basis units of one
+// pixel from the products dot[i] = -2 zᵀc_i, the centre norms and the pixel norm zz.
+void radialUnits(const float* dot, const float* norms, const float* gamma, float zz, float* out, int n);
+
+// Sum of squares of n values.
+float sumOfSquares(const float* values, int n);
+
+} // namespace compute::cpu
