@@ -3,13 +3,28 @@
 
 #include <algorithm>
 #include <cblas.h>
+#include <mutex>
+#include <omp.h>
 
 namespace compute::cpu {
+namespace {
+
+// The kernels split blocks between threads themselves, each calling the BLAS on one
+// small tile; a BLAS that started threads of its own inside would only fight them for
+// the cores (seen as a 70-fold slow-down).
+void useSingleThreadedBlas()
+{
+    static std::once_flag once;
+    std::call_once(once, [] { openblas_set_num_threads(1); });
+}
+
+} // namespace
 
 CpuClassifier::CpuClassifier(const ClassifierModel& model)
     : model_(model)
     , classRow_(size_t(model.classes), 1.0f)
 {
+    useSingleThreadedBlas();
     const int F = model.features, K = model.units;
     std::vector<double> mean(size_t(F), 0.0);
     for (int k = 0; k < K; ++k)
@@ -32,9 +47,12 @@ CpuClassifier::CpuClassifier(const ClassifierModel& model)
         }
         centreNorms_[size_t(k)] = float(norm);
     }
-    features_.resize(size_t(F) * TilePixels);
-    units_.resize(size_t(K) * TilePixels);
-    scores_.resize(size_t(model.classes) * TilePixels);
+    workspaces_.resize(size_t(std::max(1, omp_get_max_threads())));
+    for (Workspace& w : workspaces_) {
+        w.features.resize(size_t(F) * MaxTilePixels);
+        w.units.resize(size_t(K) * MaxTilePixels);
+        w.scores.resize(size_t(model.classes) * MaxTilePixels);
+    }
 }
 
 void CpuClassifier::setClassRow(const QVector<float>& row)
@@ -44,16 +62,26 @@ void CpuClassifier::setClassRow(const QVector<float>& row)
 
 void CpuClassifier::classify(const float* spectra, SpectraLayout layout, int n, quint8* decisions)
 {
-    for (int first = 0; first < n; first += TilePixels)
-        classifyTile(spectra, layout, n, first, std::min(TilePixels, n - first), decisions);
+    if (n <= 0)
+        return;
+    const int threads = n < ParallelPixels ? 1 : int(workspaces_.size());
+    // About five tiles a thread, so that a frame splits evenly; a multiple of 16 pixels.
+    const int tile = std::clamp((n / (5 * threads) + 15) / 16 * 16, 16, int(MaxTilePixels));
+    const int tiles = (n + tile - 1) / tile;
+#pragma omp parallel for num_threads(threads) schedule(static) if (threads > 1)
+    for (int t = 0; t < tiles; ++t) {
+        const int first = t * tile;
+        classifyTile(spectra, layout, n, first, std::min(tile, n - first), decisions, workspaces_[size_t(omp_get_thread_num())]);
+    }
 }
 
-void CpuClassifier::classifyTile(const float* spectra, SpectraLayout layout, int n, int first, int count, quint8* decisions)
+void CpuClassifier::classifyTile(const float* spectra, SpectraLayout layout, int n, int first, int count, quint8* decisions,
+                                 Workspace& w)
 {
     const int B = model_.bands, F = model_.features, K = model_.units, C = model_.classes;
-    float* z = features_.data();
-    float* a = units_.data();
-    float* s = scores_.data();
+    float* z = w.features.data();
+    float* a = w.units.data();
+    float* s = w.scores.data();
 
     // Z (F by count) = Mᵀ X + (o − μ).
     for (int p = 0; p < count; ++p)

@@ -20,10 +20,20 @@ public:
     void setClassRow(const QVector<float>& row) override;
     void classify(const float* spectra, SpectraLayout layout, int n, quint8* decisions) override;
 
-    static constexpr int TilePixels = 128;
+    // Tiles of at most this many pixels keep a tile's units in the second-level cache.
+    static constexpr int MaxTilePixels = 256;
+    // Below this many pixels a block runs on one thread: the hand-over would cost more
+    // than the second core gives.
+    static constexpr int ParallelPixels = 128;
 
 private:
-    void classifyTile(const float* spectra, SpectraLayout layout, int n, int first, int count, quint8* decisions);
+    struct Workspace {
+        std::vector<float> features; // F by tile
+        std::vector<float> units;    // K by tile
+        std::vector<float> scores;   // C by tile
+    };
+
+    void classifyTile(const float* spectra, SpectraLayout layout, int n, int first, int count, quint8* decisions, Workspace& w);
 
     ClassifierModel model_;
     std::vector<float> shiftedOffset_;  // o − μ
@@ -31,10 +41,8 @@ private:
     std::vector<float> centreNorms_;    // ‖c_k − μ‖²
     std::vector<float> classRow_;
 
-    // Work space of one tile, made once.
-    std::vector<float> features_; // F by tile
-    std::vector<float> units_;    // K by tile
-    std::vector<float> scores_;   // C by tile
+    // One workspace per thread, made once.
+    std::vector<Workspace> workspaces_;
 };
 
 } // namespace compute::cpu
