@@ -6,6 +6,8 @@
 #include <QtGlobal>
 #include <memory>
 
+class ZelkResampler;
+
 enum CubeDataType : quint32 { DataUInt16 = 1, DataFloat = 2, DataUInt8 = 3, DataInt32 = 5 };
 enum CubeLayout : quint32 { LayoutBIP = 1, LayoutBIL = 2, LayoutBSQ = 3 };
 
@@ -48,6 +50,9 @@ public:
     std::unique_ptr<ZelkSpectralCube> crop(int x, int y, int w, int h, bool inPlace);
     // One line: the rounded mean over the lines of a BIL uint16 cube.
     int reduce();
+    // A new uint16 BIL cube on the resampler's band grid, or null with `status` and the
+    // error fields set.
+    std::unique_ptr<ZelkSpectralCube> resampled(const ZelkResampler& resampler, int* status);
 
     // Reads base + headerExtension (ENVI header) and base + cubeExtension (raw
     // samples). With `search`, a raw file of the right size and another extension is

@@ -1,0 +1,53 @@
+#pragma once
+// Maps unsigned 16-bit BIL frames from a camera's band grid to a project's band grid by
+// linear interpolation between the two neighbouring source bands. All searching happens
+// in init(); a frame then costs two look-ups, two products and a rounding per sample.
+
+#include <QString>
+#include <QVector>
+#include <vector>
+
+// A list of wavelengths, or none.
+class ZelkBandSet {
+public:
+    ZelkBandSet() = default;
+    explicit ZelkBandSet(const QVector<double>* wavelengths) : present_(wavelengths != nullptr)
+    {
+        if (wavelengths)
+            values_ = *wavelengths;
+    }
+    int size() const { return present_ ? values_.size() : -1; }
+    const double* data() const { return present_ ? values_.constData() : nullptr; }
+    const QVector<double>& values() const { return values_; }
+
+private:
+    bool present_ = false;
+    QVector<double> values_;
+};
+
+class ZelkResampler {
+public:
+    bool resamplerReady = false;
+    int device = 65536;
+    int width = -1;
+    int sourceBands = -1;
+    int destBands = 0;
+    int errorCode = 0;
+    QString errorText;
+
+    // 0, or -6001 / -6002 / -6003 with errorText, or -1.
+    int init(int width, const ZelkBandSet& source, const ZelkBandSet& destination);
+
+    // `frame` holds `width` pixels of `sourceBands` bands, one band after another (BIL);
+    // `out` receives `width` by `destBands` samples in the same form.
+    void resample(const quint16* frame, quint16* out) const;
+
+private:
+    int fail(int code, const QString& message);
+
+    // Per destination band: the source bands below and above (positions in the sorted
+    // source list) and the weight t of the upper one.
+    std::vector<int> lowBand_;
+    std::vector<int> highBand_;
+    std::vector<float> fraction_;
+};
