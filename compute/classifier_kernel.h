@@ -4,8 +4,10 @@
 // its class's threshold.
 
 #include "compute/classifier_model.h"
+#include "compute/sample_block.h"
 
 #include <QtGlobal>
+#include <vector>
 
 namespace compute {
 
@@ -18,6 +20,25 @@ public:
 
     // `spectra` holds n pixels of B float bands in `layout`; n decisions are written.
     virtual void classify(const float* spectra, SpectraLayout layout, int n, quint8* decisions) = 0;
+
+    // How blocks of camera samples become spectra: fixed for an acquisition.
+    void setInputStage(InputStage stage) { stage_ = std::move(stage); }
+    const InputStage& inputStage() const { return stage_; }
+
+    // Stages a block of samples and classifies it; false, with nothing written, when
+    // the block does not fit the stage and the model.
+    bool classifySamples(const SampleBlock& block, quint8* decisions);
+
+protected:
+    // Backends that stage inside their own tiles override this; by default the whole
+    // block is staged into host memory first.
+    virtual void classifyStaged(const SampleBlock& block, quint8* decisions);
+    virtual int modelBands() const = 0;
+
+    InputStage stage_;
+
+private:
+    std::vector<float> staged_;
 };
 
 } // namespace compute

@@ -52,6 +52,7 @@ CpuClassifier::CpuClassifier(const ClassifierModel& model)
         w.features.resize(size_t(F) * MaxTilePixels);
         w.units.resize(size_t(K) * MaxTilePixels);
         w.scores.resize(size_t(model.classes) * MaxTilePixels);
+        w.spectra.resize(size_t(model.bands) * MaxTilePixels);
     }
 }
 
@@ -60,7 +61,8 @@ void CpuClassifier::setClassRow(const QVector<float>& row)
     std::copy_n(row.constBegin(), std::min<int>(row.size(), model_.classes), classRow_.begin());
 }
 
-void CpuClassifier::classify(const float* spectra, SpectraLayout layout, int n, quint8* decisions)
+template <typename TileFn>
+void CpuClassifier::forEachTile(int n, TileFn tileFn)
 {
     if (n <= 0)
         return;
@@ -71,12 +73,30 @@ void CpuClassifier::classify(const float* spectra, SpectraLayout layout, int n, 
 #pragma omp parallel for num_threads(threads) schedule(static) if (threads > 1)
     for (int t = 0; t < tiles; ++t) {
         const int first = t * tile;
-        classifyTile(spectra, layout, n, first, std::min(tile, n - first), decisions, workspaces_[size_t(omp_get_thread_num())]);
+        tileFn(first, std::min(tile, n - first), workspaces_[size_t(omp_get_thread_num())]);
     }
 }
 
-void CpuClassifier::classifyTile(const float* spectra, SpectraLayout layout, int n, int first, int count, quint8* decisions,
-                                 Workspace& w)
+void CpuClassifier::classify(const float* spectra, SpectraLayout layout, int n, quint8* decisions)
+{
+    const bool bandsByPixels = layout == SpectraLayout::BandsByPixels;
+    const qint64 ld = bandsByPixels ? model_.bands : n;
+    forEachTile(n, [&](int first, int count, Workspace& w) {
+        const float* x = spectra + (bandsByPixels ? qint64(first) * model_.bands : first);
+        classifyTile(x, layout, ld, count, decisions + first, w);
+    });
+}
+
+void CpuClassifier::classifyStaged(const SampleBlock& block, quint8* decisions)
+{
+    const bool bandsByPixels = block.layout == SpectraLayout::BandsByPixels;
+    forEachTile(block.pixels, [&](int first, int count, Workspace& w) {
+        stageSpectra(block, stage_, model_.bands, first, count, w.spectra.data());
+        classifyTile(w.spectra.data(), block.layout, bandsByPixels ? model_.bands : count, count, decisions + first, w);
+    });
+}
+
+void CpuClassifier::classifyTile(const float* x, SpectraLayout layout, qint64 ld, int count, quint8* decisions, Workspace& w)
 {
     const int B = model_.bands, F = model_.features, K = model_.units, C = model_.classes;
     float* z = w.features.data();
@@ -88,10 +108,10 @@ void CpuClassifier::classifyTile(const float* spectra, SpectraLayout layout, int
         std::copy_n(shiftedOffset_.data(), F, z + size_t(p) * F);
     if (layout == SpectraLayout::BandsByPixels)
         cblas_sgemm(CblasColMajor, CblasTrans, CblasNoTrans, F, count, B, 1.0f, model_.matrix.constData(), B,
-                    spectra + size_t(first) * B, B, 1.0f, z, F);
+                    x, int(ld), 1.0f, z, F);
     else
-        cblas_sgemm(CblasColMajor, CblasTrans, CblasTrans, F, count, B, 1.0f, model_.matrix.constData(), B,
-                    spectra + first, n, 1.0f, z, F);
+        cblas_sgemm(CblasColMajor, CblasTrans, CblasTrans, F, count, B, 1.0f, model_.matrix.constData(), B, x,
+                    int(ld), 1.0f, z, F);
 
     // A (K by count) = −2 Cᵀ Z, then exp(g_k · (‖z‖² − 2zᵀc_k + ‖c_k‖²)) per pixel.
     cblas_sgemm(CblasColMajor, CblasTrans, CblasNoTrans, K, count, F, -2.0f, shiftedCentres_.data(), F, z, F, 0.0f, a, K);
@@ -124,7 +144,7 @@ void CpuClassifier::classifyTile(const float* spectra, SpectraLayout layout, int
         }
         if (thresholds && top < thresholds[best])
             best = C;
-        decisions[first + p] = quint8(best);
+        decisions[p] = quint8(best);
     }
 }
 

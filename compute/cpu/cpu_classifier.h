@@ -20,6 +20,13 @@ public:
     void setClassRow(const QVector<float>& row) override;
     void classify(const float* spectra, SpectraLayout layout, int n, quint8* decisions) override;
 
+protected:
+    // Each tile is staged into the thread's workspace right before its products.
+    void classifyStaged(const SampleBlock& block, quint8* decisions) override;
+    int modelBands() const override { return model_.bands; }
+
+public:
+
     // Tiles of at most this many pixels keep a tile's units in the second-level cache.
     static constexpr int MaxTilePixels = 256;
     // Below this many pixels a block runs on one thread: the hand-over would cost more
@@ -31,9 +38,17 @@ private:
         std::vector<float> features; // F by tile
         std::vector<float> units;    // K by tile
         std::vector<float> scores;   // C by tile
+        std::vector<float> spectra;  // B by tile, for staged blocks
     };
 
-    void classifyTile(const float* spectra, SpectraLayout layout, int n, int first, int count, quint8* decisions, Workspace& w);
+    // Splits n pixels into tiles across the threads; `tile(first, count, workspace)`
+    // classifies one.
+    template <typename TileFn>
+    void forEachTile(int n, TileFn tile);
+
+    // `x` points at the tile's first pixel; `ld` is the distance between consecutive
+    // columns of the block (B for one spectrum a column, the block's n otherwise).
+    void classifyTile(const float* x, SpectraLayout layout, qint64 ld, int count, quint8* decisions, Workspace& w);
 
     ClassifierModel model_;
     std::vector<float> shiftedOffset_;  // o − μ

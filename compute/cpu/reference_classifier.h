@@ -14,6 +14,9 @@ public:
     void setClassRow(const QVector<float>& row) override;
     void classify(const float* spectra, SpectraLayout layout, int n, quint8* decisions) override;
 
+protected:
+    int modelBands() const override { return model_.bands; }
+
 private:
     ClassifierModel model_;
     std::vector<float> classRow_;
