@@ -1,0 +1,64 @@
+#pragma once
+// A regression model: filter, feature selection, standardisation and a linear map
+// that turn each pixel's spectrum into its output variables.
+
+#include "classify/pipeline_elements.h"
+
+#include <QObject>
+#include <QStringList>
+#include <QVector>
+#include <memory>
+
+class ZelkDataSet;
+
+class ZelkRegressor : public QObject {
+    Q_OBJECT
+public:
+    explicit ZelkRegressor(QObject* parent = nullptr);
+    ~ZelkRegressor() override;
+
+    // Attach the project's training and test data; the per-sample caches get one zero
+    // entry per sample of the data set.
+    void setRegData(ZelkDataSet* data);
+    void setRegTestData(ZelkDataSet* data);
+
+    // Makes the device twins of the elements present; absent ones stay null.
+    void prepareDevice();
+    // True when the twins form a chain that can run: a scaling and a model whose sizes
+    // follow from the filter and selection before them.
+    bool runnable(int bands, QString* why = nullptr) const;
+
+    // Spectra one a column (bands by pixels) to variables by pixels; empty when the
+    // block does not fit the chain.
+    HostArray predict(const HostArray& block) const;
+    // A frame of `pixels` pixels with one band a column (pixels by bands, corrected,
+    // all bands) into `output`: the variables of a pixel next to each other.
+    bool predictFrame(const float* frame, int pixels, int bands, float* output) const;
+
+    ZelkDataSet* regData = nullptr;
+    ZelkDataSet* regTestData = nullptr;
+    int regBandCount = 0;
+    QVector<int> regBands;
+    int device = 65536;
+    int modelSettings[2] = {-1, -1};
+    std::unique_ptr<ZelkAFPipelineM10> regSelection;
+    std::unique_ptr<ZelkAFPipelineM9> regScaling;
+    std::unique_ptr<ZelkAFPipelineM7> regPrep;
+    std::unique_ptr<ZelkAFPipelineM1> regModel;
+    std::unique_ptr<ZelkAFPipelineM12> regDormant;
+    QStringList regVarNames;
+    QVector<double> sampleCaches[3];
+    QVector<double> testSampleCaches[3];
+    double carriedValues[2] = {0.75, 2.0};
+    bool carriedFlags[2] = {true, true};
+
+    std::unique_ptr<ZelkAFPipelineM10> deviceSelection;
+    std::unique_ptr<ZelkAFPipelineM9> deviceScaling;
+    std::unique_ptr<ZelkAFPipelineM7> deviceFilter;
+    std::unique_ptr<ZelkAFPipelineM1> deviceModel;
+    std::unique_ptr<ZelkAFPipelineM12> deviceDormant;
+
+Q_SIGNALS:
+    void displayMessage(QString text);
+    void setBatchProgress(QString text, int value);
+};

@@ -1,0 +1,27 @@
+#pragma once
+// Labelled spectra drawn from a training project's images. The run-time library only
+// carries them; the number of samples sizes the regressor's caches.
+
+#include <QObject>
+#include <QStringList>
+#include <QVector>
+
+class ZelkDataSet : public QObject {
+    Q_OBJECT
+public:
+    using QObject::QObject;
+
+    bool dataFlag = true;
+    QVector<float> data; // sampleCount rows of featureCount values
+    int sampleCount = 0;
+    int featureCount = 0;
+    QVector<int> samplesPerClass;
+    int classCount = 0;
+    QStringList classNames;
+    QVector<qint8> labels;
+    int targetCount = 0;
+    QVector<float> targets;
+    QStringList targetNames;
+    QVector<int> objectLabels;
+    QStringList objectNames;
+};
