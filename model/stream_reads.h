@@ -1,0 +1,102 @@
+#pragma once
+// Reading Qt containers from model streams without trusting their counts. Qt reads a
+// count and reserves room for it before it reads a single element, so a damaged count
+// could ask for gigabytes; here a count that the rest of the stream cannot hold ends
+// the read as a truncated stream does: the container is empty, the stream is at its
+// end and its status says so.
+
+#include <QColor>
+#include <QDataStream>
+#include <QIODevice>
+#include <QMap>
+#include <QStringList>
+#include <QVariant>
+#include <QVector>
+
+namespace streamreads {
+
+// The fewest bytes one element takes on the wire.
+template <typename T>
+constexpr qint64 wireSize()
+{
+    if constexpr (std::is_same_v<T, float> || std::is_same_v<T, double>)
+        return 8; // floats travel as doubles
+    else if constexpr (std::is_arithmetic_v<T>)
+        return qint64(sizeof(T));
+    else
+        return 4; // strings, colours, variants and pairs begin with at least four bytes
+}
+
+inline qint64 remaining(QDataStream& in)
+{
+    return in.device() ? in.device()->bytesAvailable() : 0;
+}
+
+// Leaves the stream as a read past its end would.
+inline void exhaust(QDataStream& in)
+{
+    if (in.device())
+        in.device()->seek(in.device()->size());
+    in.setStatus(QDataStream::ReadPastEnd);
+}
+
+// True when the count ahead of the stream's position fits into what is left of it;
+// otherwise the stream is exhausted. The count is only peeked at.
+template <typename Element>
+bool countFits(QDataStream& in, qint64 minimumPerEntry = wireSize<Element>())
+{
+    if (in.status() != QDataStream::Ok)
+        return true; // Qt's own read keeps a failed stream's state
+    QIODevice* d = in.device();
+    if (!d)
+        return true;
+    const QByteArray head = d->peek(4);
+    if (head.size() < 4)
+        return true; // Qt's read sees the truncation itself
+    const quint32 n = (quint32(quint8(head[0])) << 24) | (quint32(quint8(head[1])) << 16) | (quint32(quint8(head[2])) << 8) |
+                      quint32(quint8(head[3]));
+    if (qint64(n) * minimumPerEntry <= remaining(in) - 4)
+        return true;
+    exhaust(in);
+    return false;
+}
+
+template <typename T>
+QDataStream& read(QDataStream& in, QVector<T>& v)
+{
+    if (countFits<T>(in))
+        in >> v;
+    else
+        v.clear();
+    return in;
+}
+
+inline QDataStream& read(QDataStream& in, QStringList& v)
+{
+    if (countFits<QString>(in))
+        in >> v;
+    else
+        v.clear();
+    return in;
+}
+
+template <typename K, typename V>
+QDataStream& read(QDataStream& in, QMap<K, V>& m)
+{
+    if (countFits<K>(in, wireSize<K>() + wireSize<V>()))
+        in >> m;
+    else
+        m.clear();
+    return in;
+}
+
+// A plain value or string.
+template <typename T>
+T value(QDataStream& in)
+{
+    T v{};
+    in >> v;
+    return v;
+}
+
+} // namespace streamreads
