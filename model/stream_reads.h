@@ -71,6 +71,16 @@ QDataStream& read(QDataStream& in, QVector<T>& v)
     return in;
 }
 
+template <typename T>
+QDataStream& read(QDataStream& in, QList<T>& v)
+{
+    if (countFits<T>(in))
+        in >> v;
+    else
+        v.clear();
+    return in;
+}
+
 inline QDataStream& read(QDataStream& in, QStringList& v)
 {
     if (countFits<QString>(in))
