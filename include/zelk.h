@@ -46,6 +46,21 @@ ZELK_API int zelk_SetDevice(ZelkHandle* h, int index);
 /* Rebuilds the list; each flag is 0 or 1 and adds that GPU family when available. */
 ZELK_API int zelk_RefreshDeviceList(ZelkHandle* h, int listNVIDIA, int listOpenCL);
 
+/* Camera description for spectral resampling, in this order: the camera's frame width
+ * and wavelengths, the target grid, then zelk_SetResampling(h, 1), then the model. */
+
+ZELK_API int zelk_SetDeviceFrameWidth(ZelkHandle* h, int width);
+/* Sets the band count and empties the wavelength list loaded before. */
+ZELK_API int zelk_SetDeviceWavelengthCount(ZelkHandle* h, int count);
+/* Appends a wavelength; -1 unless a header was loaded first. */
+ZELK_API int zelk_AddDeviceWavelength(ZelkHandle* h, float wavelength);
+/* Wavelengths, band count and frame width from an ENVI header; -1 when a field is missing. */
+ZELK_API int zelk_SetDeviceWavelengthsFromENVIHeaderFile(ZelkHandle* h, const char* fileName);
+/* The grid first, first + step, ... up to last; first is always in it. */
+ZELK_API int zelk_SetResamplingWavelengthsGrid(ZelkHandle* h, float first, float step, float last);
+/* Mode 1 switches resampling on for the next model load. */
+ZELK_API int zelk_SetResampling(ZelkHandle* h, int mode);
+
 #ifdef __cplusplus
 }
 #endif

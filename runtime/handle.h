@@ -2,6 +2,7 @@
 // The record behind every exported call. It holds all per-caller state; the only
 // process-wide state of the runtime is the error pair in report.cpp.
 
+#include "classify/resampler.h"
 #include "compute/device.h"
 #include "zelk.h"
 
@@ -80,6 +81,7 @@ struct ZelkHandle {
     int deviceFrameWidth = -1;
     std::unique_ptr<QVector<double>> deviceWavelengths;
     std::unique_ptr<QVector<double>> resamplingWavelengths;
+    std::unique_ptr<ZelkResampler> resampler;
 
     std::vector<quint16> swapMask;
     std::vector<float> swapFloat;

@@ -1,0 +1,124 @@
+// The camera's own band grid, for projects trained on another grid: the calls that
+// describe it and the one that builds the resampler from it.
+
+#include "compute/backend.h"
+#include "runtime/boundary.h"
+#include "runtime/handle.h"
+#include "runtime/report.h"
+#include "spectral/envi_header.h"
+
+#include <cmath>
+#include <cstdio>
+
+namespace {
+
+// More grid points than any spectrometer has bands: a grid beyond this is a mistake in
+// its arguments, and building it would only exhaust memory.
+constexpr double MaxGridPoints = 1e6;
+
+int nullHandle(const char* function)
+{
+    return setGlobalError(-101, QStringLiteral("%1: Passing NULL pointer.").arg(QLatin1String(function)));
+}
+
+} // namespace
+
+extern "C" ZELK_API int zelk_SetDeviceFrameWidth(ZelkHandle* h, int width)
+{
+    if (!h)
+        return nullHandle("zelk_SetDeviceFrameWidth");
+    h->deviceFrameWidth = width;
+    return 0;
+}
+
+extern "C" ZELK_API int zelk_SetDeviceWavelengthCount(ZelkHandle* h, int count)
+{
+    if (!h)
+        return nullHandle("zelk_SetDeviceWavelengthCount");
+    h->deviceBandCount = count;
+    if (h->deviceWavelengths)
+        h->deviceWavelengths->resize(0); // keeps the capacity
+    return 0;
+}
+
+extern "C" ZELK_API int zelk_AddDeviceWavelength(ZelkHandle* h, float wavelength)
+{
+    if (!h)
+        return nullHandle("zelk_AddDeviceWavelength");
+    if (!h->deviceWavelengths)
+        return -1;
+    return guarded<int>(h, "zelk_AddDeviceWavelength", InternalErrorCode, [&] {
+        h->deviceWavelengths->append(double(wavelength));
+        return 0;
+    });
+}
+
+extern "C" ZELK_API int zelk_SetDeviceWavelengthsFromENVIHeaderFile(ZelkHandle* h, const char* fileName)
+{
+    if (!h)
+        return nullHandle("zelk_SetDeviceWavelengthsFromENVIHeaderFile");
+    if (!fileName)
+        return setHandleError(h, -101, QStringLiteral("zelk_SetDeviceWavelengthsFromENVIHeaderFile: Passing NULL pointer to a filename."));
+    return guarded<int>(h, "zelk_SetDeviceWavelengthsFromENVIHeaderFile", InternalErrorCode, [&] {
+        const EnviHeader header = EnviHeader::read(QString::fromLatin1(fileName));
+        const int bands = header.headerInt(QStringLiteral("bands"));
+        if (bands < 0)
+            return -1;
+        auto wavelengths = header.headerDoubles(QStringLiteral("Wavelength"), bands);
+        if (!wavelengths)
+            return -1;
+        h->deviceWavelengths = std::make_unique<QVector<double>>(*wavelengths);
+        h->deviceBandCount = h->deviceWavelengths->size();
+        const int samples = header.headerInt(QStringLiteral("samples"));
+        if (samples < 0)
+            return -1;
+        h->deviceFrameWidth = samples;
+        return 0;
+    });
+}
+
+extern "C" ZELK_API int zelk_SetResamplingWavelengthsGrid(ZelkHandle* h, float first, float step, float last)
+{
+    if (!h)
+        return nullHandle("zelk_SetResamplingWavelengthsGrid");
+    const double points = (double(last) - double(first)) / double(step);
+    if (!(step > 0) || !std::isfinite(first) || !std::isfinite(last) || points > MaxGridPoints)
+        return setHandleError(h, -1, QStringLiteral("zelk_SetResamplingWavelengthsGrid: The grid from %1 in steps of %2 to %3 has no end")
+                                         .arg(double(first)).arg(double(step)).arg(double(last)));
+    return guarded<int>(h, "zelk_SetResamplingWavelengthsGrid", InternalErrorCode, [&] {
+        if (!h->resamplingWavelengths)
+            h->resamplingWavelengths = std::make_unique<QVector<double>>();
+        h->resamplingWavelengths->clear();
+        // The first value always goes in; the end test follows each append.
+        double value = first;
+        do {
+            h->resamplingWavelengths->append(value);
+            value += double(step);
+        } while (double(last) >= value);
+        return 0;
+    });
+}
+
+extern "C" ZELK_API int zelk_SetResampling(ZelkHandle* h, int mode)
+{
+    if (!h)
+        return nullHandle("zelk_SetResampling");
+    if (mode != 1)
+        return -1;
+    if (!h->deviceWavelengths || !h->resamplingWavelengths)
+        return -402;
+    if (h->deviceWavelengths->size() != h->deviceBandCount || h->deviceFrameWidth == -1 || h->deviceBandCount == -1)
+        return -403;
+    return guarded<int>(h, "zelk_SetResampling", InternalErrorCode, [&] {
+        h->resampler = std::make_unique<ZelkResampler>();
+        const ZelkBandSet source(h->deviceWavelengths.get()), target(h->resamplingWavelengths.get());
+        compute::DeviceScope scope(h->device);
+        std::printf(" deviceWidth=%d ", h->deviceFrameWidth);
+        const int result = h->resampler->init(h->deviceFrameWidth, source, target);
+        std::printf(" res_init=%d ", result);
+        std::fflush(stdout);
+        if (result == 0)
+            h->resamplingEnabled = true;
+        return result;
+    });
+}
