@@ -1,0 +1,231 @@
+#include "model/typed_arrays.h"
+
+#include <QIODevice>
+#include <limits>
+
+namespace {
+
+using compute::HostArray;
+
+// The fewest bytes an entry takes on the wire.
+template <class T> qint64 wireSize(const QDataStream& in)
+{
+    if constexpr (std::is_floating_point_v<T>)
+        return in.floatingPointPrecision() == QDataStream::DoublePrecision ? 8 : 4;
+    else
+        return qint64(sizeof(T));
+}
+
+// Leaves the stream as a read past its end does.
+void exhaust(QDataStream& in)
+{
+    if (QIODevice* d = in.device()) {
+        if (!d->isSequential()) {
+            d->seek(d->size());
+        } else {
+            char sink[4096];
+            while (d->read(sink, sizeof sink) > 0) {
+            }
+        }
+    }
+    in.setStatus(QDataStream::ReadPastEnd);
+}
+
+// QVector<T> in the form QDataStream gives it, with the same handling of the stream
+// status (a status that was bad on entry is restored afterwards), but a count is
+// checked against the bytes left before anything is reserved.
+template <class T> QVector<T> readVector(QDataStream& in)
+{
+    const QDataStream::Status onEntry = in.status();
+    if (!in.device() || !in.device()->isTransactionStarted())
+        in.resetStatus();
+    QVector<T> values;
+    quint32 n = 0;
+    in >> n;
+    const qint64 perEntry = wireSize<T>(in);
+    QIODevice* d = in.device();
+    const bool knownSize = d && !d->isSequential();
+    const qint64 left = knownSize ? d->bytesAvailable() : 0;
+    if (in.status() == QDataStream::Ok && n > 0) {
+        if (n > quint32(std::numeric_limits<int>::max()) || (knownSize && qint64(n) * perEntry > left)) {
+            exhaust(in);
+        } else {
+            values.reserve(int(qMin<qint64>(n, left / perEntry)));
+            for (quint32 i = 0; i < n; ++i) {
+                T value{};
+                in >> value;
+                if (in.status() != QDataStream::Ok) {
+                    values.clear();
+                    break;
+                }
+                values.append(value);
+            }
+        }
+    }
+    if (onEntry != QDataStream::Ok) {
+        in.resetStatus();
+        in.setStatus(onEntry);
+    }
+    return values;
+}
+
+// The two tags of a host array: the present form "Name:1" and the absent "Name=NULL".
+struct Tags {
+    QLatin1String present;
+    QLatin1String absent;
+};
+
+const Tags FloatTags{QLatin1String("FloatArray:1"), QLatin1String("FloatArray=NULL")};
+const Tags IntTags{QLatin1String("IntArray:1"), QLatin1String("IntArray=NULL")};
+const Tags CharTags{QLatin1String("CharArray:1"), QLatin1String("CharArray=NULL")};
+const Tags UcharTags{QLatin1String("UcharArray:1"), QLatin1String("UcharArray=NULL")};
+
+// Reads the tag and, behind the present one, the vector. See the header for results.
+template <class T> int readTagged(QDataStream& in, const Tags& tags, QVector<T>* out, bool* present)
+{
+    QString tag;
+    in >> tag;
+    if (tag == tags.absent) {
+        out->clear();
+        if (present)
+            *present = false;
+        return 0;
+    }
+    if (tag != tags.present)
+        return -1;
+    *out = readVector<T>(in);
+    if (present)
+        *present = true;
+    return 0;
+}
+
+// The raw-buffer form of readTagged: the wire type W is copied into buffers of B.
+template <class B, class W> int readTaggedBuffer(QDataStream& in, const Tags& tags, B** out, int* count)
+{
+    QVector<W> values;
+    bool present = false;
+    if (readTagged(in, tags, &values, &present) != 0)
+        return -1;
+    if (!present) {
+        *out = nullptr;
+        *count = 0;
+        return 0;
+    }
+    B* buffer = new B[size_t(values.size())];
+    for (int i = 0; i < values.size(); ++i)
+        buffer[i] = B(values[i]);
+    *out = buffer;
+    *count = values.size();
+    return 0;
+}
+
+// The element count that `dims` describe, when `available` entries cover it.
+bool coveredCount(const HostArray::Dims& dims, qint64 available, qint64* count)
+{
+    for (qint64 d : dims)
+        if (d < 0)
+            return false;
+    for (qint64 d : dims)
+        if (d == 0) {
+            *count = 0;
+            return true;
+        }
+    qint64 product = 1;
+    for (qint64 d : dims) {
+        if (d > available || product > available / d)
+            return false;
+        product *= d;
+    }
+    *count = product;
+    return true;
+}
+
+template <class T> HostArray shaped(const HostArray::Dims& dims, QVector<T> values, bool* ok)
+{
+    qint64 count = 0;
+    const bool covered = coveredCount(dims, values.size(), &count);
+    if (ok)
+        *ok = covered;
+    if (!covered)
+        return {};
+    values.resize(int(count));
+    return HostArray(dims, std::move(values));
+}
+
+} // namespace
+
+int readFloatArray(QDataStream& in, QVector<float>* out, bool* present)
+{
+    return readTagged(in, FloatTags, out, present);
+}
+
+int readIntArray(QDataStream& in, QVector<qint32>* out, bool* present)
+{
+    return readTagged(in, IntTags, out, present);
+}
+
+int readCharArray(QDataStream& in, QVector<qint8>* out, bool* present)
+{
+    return readTagged(in, CharTags, out, present);
+}
+
+int readUcharArray(QDataStream& in, QVector<quint8>* out, bool* present)
+{
+    return readTagged(in, UcharTags, out, present);
+}
+
+int readFloatArray(QDataStream& in, float** out, int* count)
+{
+    return readTaggedBuffer<float, float>(in, FloatTags, out, count);
+}
+
+int readIntArray(QDataStream& in, int** out, int* count)
+{
+    return readTaggedBuffer<int, qint32>(in, IntTags, out, count);
+}
+
+int readCharArray(QDataStream& in, char** out, int* count)
+{
+    return readTaggedBuffer<char, qint8>(in, CharTags, out, count);
+}
+
+int readUcharArray(QDataStream& in, unsigned char** out, int* count)
+{
+    return readTaggedBuffer<unsigned char, quint8>(in, UcharTags, out, count);
+}
+
+HostArray readAFArray(QDataStream& in, bool* ok)
+{
+    QString tag;
+    in >> tag;
+    if (tag != QLatin1String("AFArray:1")) {
+        if (ok)
+            *ok = false;
+        return {};
+    }
+    qint32 type = 0;
+    qint32 d[4] = {0, 0, 0, 0};
+    in >> type >> d[0] >> d[1] >> d[2] >> d[3];
+    const HostArray::Dims dims{d[0], d[1], d[2], d[3]};
+    switch (type) {
+    case int(compute::ElementType::F32): {
+        QVector<float> values;
+        readFloatArray(in, &values);
+        return shaped(dims, std::move(values), ok);
+    }
+    case int(compute::ElementType::S32): {
+        QVector<qint32> values;
+        readIntArray(in, &values);
+        return shaped(dims, std::move(values), ok);
+    }
+    case int(compute::ElementType::U8): {
+        QVector<quint8> values;
+        readUcharArray(in, &values);
+        return shaped(dims, std::move(values), ok);
+    }
+    default:
+        if (ok)
+            *ok = true;
+        return {};
+    }
+}
