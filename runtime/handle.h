@@ -3,6 +3,7 @@
 // process-wide state of the runtime is the error pair in report.cpp.
 
 #include "compute/device.h"
+#include "segment/object_record.h"
 #include "zelk.h"
 
 #include <QImage>
@@ -18,7 +19,7 @@ struct ZelkDevice {
     QString name;        // "CPU: ...", "CUDA: ...", "OpenCL: ..."
 };
 
-constexpr int ObjectRecordInts = 30;
+class ZelkSegmenter;
 
 struct ZelkHandle {
     int errorCode = 0;
@@ -44,6 +45,7 @@ struct ZelkHandle {
     quint8 roiFill = 0;
 
     bool segmentationEnabled = false;
+    ZelkSegmenter* segmenter = nullptr; // the project's, borrowed while segmentation runs
     int objectSerial = 0;
     int maxObjects = 300;
     int objCount = 0;
