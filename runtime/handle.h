@@ -4,6 +4,7 @@
 
 #include "classify/resampler.h"
 #include "compute/device.h"
+#include "segment/object_record.h"
 #include "zelk.h"
 
 #include <QImage>
@@ -19,7 +20,7 @@ struct ZelkDevice {
     QString name;        // "CPU: ...", "CUDA: ...", "OpenCL: ..."
 };
 
-constexpr int ObjectRecordInts = 30;
+class ZelkSegmenter;
 
 struct ZelkHandle {
     int errorCode = 0;
@@ -45,6 +46,7 @@ struct ZelkHandle {
     quint8 roiFill = 0;
 
     bool segmentationEnabled = false;
+    ZelkSegmenter* segmenter = nullptr; // the project's, borrowed while segmentation runs
     int objectSerial = 0;
     int maxObjects = 300;
     int objCount = 0;

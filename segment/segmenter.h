@@ -1,0 +1,170 @@
+#pragma once
+// The object segmentation of a project. The definition says which decisions are
+// foreground, which one is background, how small an object may be, how pixels are
+// grouped and how an object's class is decided; compiling checks it against the
+// classifier's decision list and fixes the codes used in place of names. The tracker
+// half (tracker.cpp) turns a stream of decision rows into finished object records.
+
+#include "segment/object_record.h"
+#include "segment/object_rule.h"
+#include "segment/open_object.h"
+
+#include <QObject>
+#include <QString>
+#include <QStringList>
+#include <QVector>
+#include <array>
+#include <memory>
+#include <vector>
+
+class ZelkSegmenter : public QObject {
+    Q_OBJECT
+public:
+    explicit ZelkSegmenter(QObject* parent = nullptr);
+    ~ZelkSegmenter() override;
+
+    // ---- Definition ------------------------------------------------------------
+
+    // Replaces the class names and makes a new foreground vector of zeros: one flag per
+    // name, plus one for the unknown decision when `useUnknown` is set.
+    void setClasses(const QStringList& names, bool useUnknown);
+    // Builds the class list from the classifier's `decisions` and the project's
+    // foreground list (`names` with their `flags`, entry for entry), stores the flags and
+    // compiles. Result as for compile().
+    int setForeground(const QStringList& decisions, bool useUnknown, const QStringList& names,
+                      const QVector<quint8>& flags);
+    // Checks the definition; 0, or the negative code, also kept in lastErrorCode() with
+    // its message in lastErrorText().
+    int compile();
+    // Takes sizes above 0 and ignores the rest.
+    void setMinObjSize(int size);
+    // Lowest code flagged 1, or -1 when there is none.
+    int firstForeground() const;
+    // Creates the run state for one acquisition: row buffers of `width` in streaming
+    // mode, the label tables, the finished list and `valuesPerPixel` values per object.
+    // 0, or -3600 when the definition is not compiled.
+    int prepareSegmenter(bool streaming, int width, int valuesPerPixel);
+
+    // Field by field, for a definition read from a stream; each clears the compiled flag.
+    void setClassNames(const QStringList& names);
+    void setUseUnknown(bool useUnknown);
+    void setForegroundVec(std::unique_ptr<QVector<quint8>> flags); // null: no vector
+    bool setForegroundFlag(int index, quint8 flag);                 // false outside the vector
+
+    const QStringList& classNames() const { return classNames_; }
+    int classNameCount() const { return classNameCount_; }
+    bool useUnknown() const { return useUnknown_; }
+    const QVector<quint8>* foregroundVec() const { return foregroundVec_.get(); }
+    bool isCompiled() const { return compiled_; }
+    int lastErrorCode() const { return lastErrorCode_; }
+    const QString& lastErrorText() const { return lastErrorText_; }
+    int backgroundIndex() const { return backgroundIndex_; }
+    int defaultIndex() const { return defaultIndex_; }
+    // The compiled foreground flags, one entry for each of the 256 byte codes (codes
+    // beyond the vector are background). Null until a compile has succeeded.
+    const quint8* foregroundTable() const { return tableReady_ ? foregroundLut_.data() : nullptr; }
+
+    qint32 objDecOutput = 1; // kept as read; nothing here acts on it
+    qint32 objMask = 1;      // 1: each decision forms its own objects; 2: all foreground together
+    qint32 minObjSize = 50;  // smallest object in pixels
+    qint32 objDecType = 1;   // 1: majority of pixels; 2: rules
+    QString backgroundDecName;
+    QString ruleDefDecName;  // decision when no rule fires
+    ZelkSegmentRule rule1;
+    bool rule2Enabled = false;
+    ZelkSegmentRule rule2;
+    qint32 objSep = 1;       // kept as read; nothing here acts on it
+
+    // ---- Tracker ---------------------------------------------------------------
+
+    const int labelCapacity = 100000;     // labels, open objects and rows of value sums
+    const int objectListCapacity = 50000; // finished objects of one pass
+    const int finishPeriod = 20;          // a finishing pass runs on lines divisible by this
+
+    // One row of `width` decision bytes. The row must stay intact until the next call
+    // has returned. 0, or -1 when a table is full or the segmenter is not prepared.
+    int trackDecisions(const quint8* decisions);     // objects of equal decision code
+    int trackForeground(const quint8* decisions);    // objects of equal foreground flag
+    int trackValue(const quint8* decisions, const float* values);  // one value per pixel
+    int trackValues(const quint8* decisions, const float* values); // valuesPerPixel per pixel, pixel-major
+    // Closes the objects that ended at least two lines before the current one. 0, or -1
+    // when the finished list became full.
+    int finishDecisions();
+    int finishForeground();
+    int finishValue();
+    int finishValues();
+
+    // Records of the last pass; reset by the next row.
+    int objectCount() const { return objectCount_; }
+    const qint32* object(int i) const;
+    // Mean values of the objects of the last pass, valuesPerPixel() floats per object,
+    // in the order of the records. Null before the first preparation.
+    const float* objectMeans() const { return objectMeans_.empty() ? nullptr : objectMeans_.data(); }
+
+    bool streaming() const { return streaming_; }
+    int width() const { return width_; }
+    int valuesPerPixel() const { return valuesPerPixel_; }
+    int currentLine() const { return currentLine_; }
+    int nextObjectNumber() const { return nextObjectNumber_; }
+    int acceptedPixels() const { return acceptedPixels_; }
+
+    // Issues labels by a scan from label 1 every time rather than from the lowest label
+    // that can have become free; both issue the same labels. Tests compare the two.
+    void setPlainLabelSearch(bool on) { plainLabelSearch_ = on; }
+
+private:
+    enum class Kernel { Decisions, Foreground, Value, Values };
+
+    int fail(int code);
+    void clearCompiled();
+
+    template <Kernel K> int trackRow(const quint8* decisions, const float* values);
+    template <Kernel K> int finishPass();
+    int issueLabel();
+    void noteFreed(int label);
+    bool rowsReady() const;
+
+    // Definition.
+    bool compiled_ = false;
+    QStringList classNames_;
+    int classNameCount_ = 0;
+    bool useUnknown_ = false;
+    std::unique_ptr<QVector<quint8>> foregroundVec_;
+    int backgroundIndex_ = 0;
+    int defaultIndex_ = 0;
+    int lastErrorCode_ = 0;
+    QString lastErrorText_;
+    bool tableReady_ = false;
+    std::array<quint8, 256> foregroundLut_{};
+    int classSlots_ = 0; // class counters in use: names plus the unknown decision, at most 21
+
+    // Run state.
+    bool streaming_ = false;
+    bool prepared_ = false;
+    int width_ = 0;
+    int valuesPerPixel_ = 0;
+    std::vector<qint32> labelRows_[2];
+    std::vector<qint32> flagRows_[2];
+    qint32* labelRow_ = nullptr;
+    qint32* previousLabelRow_ = nullptr;
+    qint32* flagRow_ = nullptr;
+    qint32* previousFlagRow_ = nullptr;
+    const quint8* decisionRow_ = nullptr;
+    const quint8* previousDecisionRow_ = nullptr; // null on the first line
+    std::vector<OpenObject> openObjects_;
+    std::vector<qint32> labelMap_;      // root label of each label; 0 once its object closed
+    std::vector<float> valueSums_;      // labelCapacity rows of valuesPerPixel
+    std::vector<qint32> objectNumberMap_;
+    std::vector<qint32> objectList_;    // objectListCapacity records
+    std::vector<float> objectMeans_;    // objectListCapacity rows of valuesPerPixel
+    int currentLine_ = 0;
+    int nextLabel_ = 1;
+    int lastIssuedLabel_ = -1;
+    int highestLabel_ = 1;
+    int nextObjectNumber_ = 1;
+    int objectCount_ = 0;
+    int acceptedPixels_ = 0;
+
+    int freeSearchStart_ = 1; // no label below this one can be taken (see issueLabel)
+    bool plainLabelSearch_ = false;
+};
