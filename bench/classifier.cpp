@@ -1,9 +1,16 @@
 // Classifier kernel speed on two reference workloads, beside the BLAS's own rate.
 //   W1: line-scan frames of 640 pixels, 112 bands, F = 24, K = 200, C = 5, rejection on.
 //   Cube: 512 x 512 pixels, 25 bands, F = 10, K = 100, C = 4.
+// Where the build has the OpenCL backend, the same workloads run on the first OpenCL
+// device too, with the bytes that one block moves between host and device.
 
 #include "compute/cpu/cpu_classifier.h"
 #include "compute/cpu/reference_classifier.h"
+#ifdef ZELK_WITH_OPENCL
+#include "compute/backend.h"
+#include "compute/device.h"
+#include "compute/opencl/opencl_classifier.h"
+#endif
 
 #include <cblas.h>
 #include <chrono>
@@ -59,17 +66,64 @@ double sgemmRate()
     return 2.0 * n * n * n * reps / (seconds() - start) / 1e9;
 }
 
-// Runs the kernel on `blocks` for about a second; returns blocks per second.
-double rate(ClassifierKernel& kernel, const std::vector<float>& spectra, SpectraLayout layout, int n, std::vector<quint8>& out)
+// Runs `block` for about a second, at least three times; returns blocks per second.
+template <typename Block>
+double rate(Block block)
 {
     int reps = 0;
     const double start = seconds();
     while (seconds() - start < 1.0 || reps < 3) {
-        kernel.classify(spectra.data(), layout, n, out.data());
+        block();
         ++reps;
     }
     return reps / (seconds() - start);
 }
+
+void report(const char* name, const char* kernel, double blocksPerSecond, int n, const ClassifierModel& model)
+{
+    std::printf("%-5s %-12s %10.1f blocks/s %12.3f Mpixel/s %8.1f GFLOP/s", name, kernel, blocksPerSecond,
+                blocksPerSecond * n / 1e6, blocksPerSecond * modelFlops(model, n) / 1e9);
+}
+
+#ifdef ZELK_WITH_OPENCL
+// The workload on the first OpenCL device: float spectra as the CPU kernel gets them,
+// then 16-bit camera samples of twice the bands, of which the device selects the
+// model's and corrects them per pixel.
+void openClWorkload(const char* name, const ClassifierModel& model, const std::vector<float>& spectra, SpectraLayout layout,
+                    int n, double cpuRate, std::mt19937& rng)
+{
+    DeviceScope scope(makeDevice(BackendOpenCl, 0));
+    std::unique_ptr<ClassifierKernel> kernel = scope.ok() ? activeBackend().prepareClassifier(model) : nullptr;
+    auto* cl = dynamic_cast<opencl::OpenClClassifier*>(kernel.get());
+    if (!cl || !cl->reserve(n)) {
+        std::printf("%-5s opencl       not run: %s\n", name,
+                    scope.ok() ? (cl ? cl->lastError() : activeBackend().lastError()).toLocal8Bit().constData() : "no OpenCL device");
+        return;
+    }
+    std::vector<quint8> out(static_cast<size_t>(n));
+    const double floatRate = rate([&] { cl->classify(spectra.data(), layout, n, out.data()); });
+    report(name, "opencl f32", floatRate, n, model);
+    std::printf("   (cpu %.1fx faster) %lld B in, %lld B out a block\n", cpuRate / floatRate, cl->lastTraffic().toDevice,
+                cl->lastTraffic().toHost);
+
+    const int B = model.bands, cameraBands = 2 * B;
+    InputStage stage;
+    for (int b = 0; b < B; ++b)
+        stage.bands.append(2 * b + 1);
+    stage.width = n;
+    stage.dark = QVector<float>(n * B, 100.0f);
+    stage.gain = QVector<float>(n * B, 0.001f);
+    cl->setInputStage(stage);
+    std::vector<quint16> samples(size_t(n) * size_t(cameraBands));
+    for (quint16& x : samples)
+        x = quint16(100 + rng() % 4000);
+    const SampleBlock block{samples.data(), SampleType::U16, layout, n, cameraBands};
+    const double rawRate = rate([&] { cl->classifySamples(block, out.data()); });
+    report(name, "opencl u16", rawRate, n, model);
+    std::printf("   (%d camera bands, corrected on the device) %lld B in, %lld B out a block\n", cameraBands,
+                cl->lastTraffic().toDevice, cl->lastTraffic().toHost);
+}
+#endif
 
 void workload(const char* name, int n, int B, int F, int K, int C, bool reject, SpectraLayout layout, bool withReference)
 {
@@ -82,15 +136,18 @@ void workload(const char* name, int n, int B, int F, int K, int C, bool reject, 
     std::vector<quint8> out(static_cast<size_t>(n));
 
     cpu::CpuClassifier fast(model);
-    const double fastRate = rate(fast, spectra, layout, n, out);
-    std::printf("%-5s cpu kernel   %10.1f blocks/s %12.3f Mpixel/s %8.1f GFLOP/s\n", name, fastRate, fastRate * n / 1e6,
-                fastRate * modelFlops(model, n) / 1e9);
+    const double fastRate = rate([&] { fast.classify(spectra.data(), layout, n, out.data()); });
+    report(name, "cpu kernel", fastRate, n, model);
+    std::printf("\n");
     if (withReference) {
         cpu::ReferenceClassifier plain(model);
-        const double plainRate = rate(plain, spectra, layout, n, out);
-        std::printf("%-5s reference    %10.1f blocks/s %12.3f Mpixel/s %8.1f GFLOP/s   (kernel %.1fx faster)\n", name, plainRate,
-                    plainRate * n / 1e6, plainRate * modelFlops(model, n) / 1e9, fastRate / plainRate);
+        const double plainRate = rate([&] { plain.classify(spectra.data(), layout, n, out.data()); });
+        report(name, "reference", plainRate, n, model);
+        std::printf("   (kernel %.1fx faster)\n", fastRate / plainRate);
     }
+#ifdef ZELK_WITH_OPENCL
+    openClWorkload(name, model, spectra, layout, n, fastRate, rng);
+#endif
 }
 
 } // namespace
@@ -98,6 +155,10 @@ void workload(const char* name, int n, int B, int F, int K, int C, bool reject, 
 int main()
 {
     std::printf("OpenBLAS sgemm 512^3: %.1f GFLOP/s\n", sgemmRate());
+#ifdef ZELK_WITH_OPENCL
+    if (Backend* cl = backend(BackendOpenCl))
+        std::printf("OpenCL device 0:%s\n", cl->deviceNames().value(0).toLocal8Bit().constData());
+#endif
     workload("W1", 640, 112, 24, 200, 5, true, SpectraLayout::PixelsByBands, true);
     workload("cube", 512 * 512, 25, 10, 100, 4, false, SpectraLayout::BandsByPixels, false);
     return 0;

@@ -115,9 +115,19 @@ int prepareKernel(ZelkClassifier& c, const QVector<float>& classRow, compute::In
         c.lastError = QStringLiteral("Classifier cannot run: no operating point for its %1 classes").arg(model.classes);
         return -1;
     }
-    c.kernel = compute::activeBackend().prepareClassifier(model);
+    compute::Backend& backend = compute::activeBackend();
+    c.kernel = backend.prepareClassifier(model);
+    if (!c.kernel) {
+        c.lastError = QStringLiteral("Classifier cannot run on the compute device: %1").arg(backend.lastError());
+        return -1;
+    }
     c.kernel->setClassRow(classRow);
     c.kernel->setInputStage(std::move(stage));
+    if (c.frameWidth > 0 && !c.kernel->reserve(c.frameWidth)) {
+        c.kernel.reset();
+        c.lastError = QStringLiteral("Classifier cannot run: the compute device has no room for frames of %1 pixels").arg(c.frameWidth);
+        return -1;
+    }
     return 0;
 }
 

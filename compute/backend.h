@@ -24,8 +24,12 @@ public:
     virtual bool setDevice(int index) = 0;
     virtual int device() const = 0;
 
-    // A kernel for a consistent model, ready for blocks of any size.
+    // A kernel for a consistent model on the current device, ready for blocks of any
+    // size; null when the device could not take the model (lastError says why).
     virtual std::unique_ptr<ClassifierKernel> prepareClassifier(const ClassifierModel& model) = 0;
+
+    // Why the last device selection or preparation failed, for the caller's report.
+    virtual QString lastError() const { return {}; }
 };
 
 // Bit mask of the backends this build and machine offer: bit 0 CPU, bit 1 CUDA,

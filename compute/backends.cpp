@@ -1,6 +1,9 @@
 #include "compute/backend.h"
 #include "compute/cpu/cpu_backend.h"
 #include "compute/device.h"
+#ifdef ZELK_WITH_OPENCL
+#include "compute/opencl/opencl_backend.h"
+#endif
 
 namespace compute {
 namespace {
@@ -11,13 +14,27 @@ CpuBackend& cpu()
     return instance;
 }
 
+#ifdef ZELK_WITH_OPENCL
+// Enumerated on first use: a process that never asks for OpenCL never loads a driver.
+OpenClBackend& openCl()
+{
+    static OpenClBackend instance;
+    return instance;
+}
+#endif
+
 thread_local Backend* selected = nullptr;
 
 } // namespace
 
 int availableBackends()
 {
-    return 1 << 0;
+    int mask = 1 << 0;
+#ifdef ZELK_WITH_OPENCL
+    if (openCl().deviceCount() > 0)
+        mask |= 1 << 2;
+#endif
+    return mask;
 }
 
 Backend* backend(int number)
@@ -25,6 +42,10 @@ Backend* backend(int number)
     switch (number) {
     case BackendCpu:
         return &cpu();
+#ifdef ZELK_WITH_OPENCL
+    case BackendOpenCl:
+        return openCl().deviceCount() > 0 ? &openCl() : nullptr;
+#endif
     default:
         return nullptr;
     }

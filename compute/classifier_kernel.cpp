@@ -6,16 +6,14 @@ bool ClassifierKernel::classifySamples(const SampleBlock& block, quint8* decisio
 {
     if (!decisions || !stage_.fits(block, modelBands()))
         return false;
-    if (block.pixels > 0)
-        classifyStaged(block, decisions);
-    return true;
+    return block.pixels == 0 || classifyStaged(block, decisions);
 }
 
-void ClassifierKernel::classifyStaged(const SampleBlock& block, quint8* decisions)
+bool ClassifierKernel::classifyStaged(const SampleBlock& block, quint8* decisions)
 {
     staged_.resize(size_t(block.pixels) * size_t(modelBands()));
     stageSpectra(block, stage_, modelBands(), 0, block.pixels, staged_.data());
-    classify(staged_.data(), block.layout, block.pixels, decisions);
+    return classify(staged_.data(), block.layout, block.pixels, decisions);
 }
 
 } // namespace compute

@@ -19,20 +19,32 @@ public:
     virtual void setClassRow(const QVector<float>& row) = 0;
 
     // `spectra` holds n pixels of B float bands in `layout`; n decisions are written.
-    virtual void classify(const float* spectra, SpectraLayout layout, int n, quint8* decisions) = 0;
+    // False, with nothing written, when the device failed; host kernels always succeed.
+    virtual bool classify(const float* spectra, SpectraLayout layout, int n, quint8* decisions) = 0;
+
+    // Makes room for blocks of up to `pixels` pixels before the first one comes, so
+    // that blocks of that size allocate nothing and compile nothing. False when the
+    // device cannot hold them.
+    virtual bool reserve(int pixels) { return pixels >= 0; }
 
     // How blocks of camera samples become spectra: fixed for an acquisition.
-    void setInputStage(InputStage stage) { stage_ = std::move(stage); }
+    void setInputStage(InputStage stage)
+    {
+        stage_ = std::move(stage);
+        inputStageChanged();
+    }
     const InputStage& inputStage() const { return stage_; }
 
     // Stages a block of samples and classifies it; false, with nothing written, when
-    // the block does not fit the stage and the model.
+    // the block does not fit the stage and the model, or when the device failed.
     bool classifySamples(const SampleBlock& block, quint8* decisions);
 
 protected:
     // Backends that stage inside their own tiles override this; by default the whole
     // block is staged into host memory first.
-    virtual void classifyStaged(const SampleBlock& block, quint8* decisions);
+    virtual bool classifyStaged(const SampleBlock& block, quint8* decisions);
+    // Called after every setInputStage; device backends copy the stage over here.
+    virtual void inputStageChanged() {}
     virtual int modelBands() const = 0;
 
     InputStage stage_;

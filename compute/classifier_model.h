@@ -5,6 +5,7 @@
 // point and, when rejection is on, one threshold per class.
 
 #include <QVector>
+#include <vector>
 
 namespace compute {
 
@@ -32,6 +33,19 @@ struct ClassifierModel {
                (thresholds.isEmpty() || thresholds.size() == c);
     }
 };
+
+// The network in the form the fast kernels use: distances come from
+// ‖z‖² − 2zᵀc + ‖c‖², which cancels badly when features and centres lie far from the
+// origin. Shifting both by the mean μ of the centres leaves the distances as they are
+// and makes the norms small.
+struct ShiftedCentres {
+    std::vector<float> offset;  // o − μ, F
+    std::vector<float> centres; // c_k − μ, F by K
+    std::vector<float> norms;   // ‖c_k − μ‖², K
+};
+
+// For a consistent model.
+ShiftedCentres shiftCentres(const ClassifierModel& model);
 
 // How spectra stand in a block of n pixels: one spectrum a column (B by n: frames in
 // BIP and whole cubes) or one band a column (n by B: frames in BIL).

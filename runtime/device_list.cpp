@@ -12,9 +12,9 @@ int buildDeviceList(QList<ZelkDevice>& devices, int listNVIDIA, int listOpenCL)
         {compute::BackendCuda, listNVIDIA == 1, -141},
         {compute::BackendOpenCl, listOpenCL == 1, -142},
     };
-    const int available = compute::availableBackends();
     for (const auto& family : families) {
-        if (!family.wanted || !(available & family.number))
+        // Asked only for the families wanted, so that a CPU-only list loads no GPU driver.
+        if (!family.wanted || !(compute::availableBackends() & family.number))
             continue;
         compute::Backend* b = compute::backend(family.number);
         if (!b)

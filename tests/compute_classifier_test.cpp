@@ -4,30 +4,16 @@
 #include "compute/backend.h"
 #include "compute/cpu/cpu_classifier.h"
 #include "compute/cpu/reference_classifier.h"
+#include "classifier_models.h"
 
-#include <cmath>
 #include <gtest/gtest.h>
 #include <memory>
 #include <random>
 
 using namespace compute;
+using testmodels::twoCentres;
 
 namespace {
-
-// Two features equal to the two bands; centre 0 at (0, 0) votes for class 0, centre 1
-// at (10, 0) for class 1; gamma -1, so a unit is exp(-squared distance).
-ClassifierModel twoCentres()
-{
-    ClassifierModel m;
-    m.bands = 2, m.features = 2, m.units = 2, m.classes = 2;
-    m.matrix = {1, 0, 0, 1};
-    m.offset = {0, 0};
-    m.centres = {0, 0, 10, 0};
-    m.gammas = {-1, -1};
-    // Column c: bias, weight of centre 0, weight of centre 1.
-    m.weights = {0, 1, 0, /* class 1 */ 0, 0, 1};
-    return m;
-}
 
 std::vector<std::unique_ptr<ClassifierKernel>> kernels(const ClassifierModel& m)
 {
@@ -87,33 +73,13 @@ TEST(ClassifierKernel, OperatingPointWeightsMultiplyTheScores)
 TEST(ClassifierKernel, AgreesWithTheFormulaInDoublePrecisionOnRandomModels)
 {
     std::mt19937 rng(42);
-    std::normal_distribution<float> g(0, 1);
     for (int trial = 0; trial < 6; ++trial) {
         const int B = 3 + trial * 7, F = 2 + trial * 3, K = 5 + trial * 20, C = 2 + trial % 4, n = 300 + trial * 50;
-        ClassifierModel m;
-        m.bands = B, m.features = F, m.units = K, m.classes = C;
-        auto fill = [&](QVector<float>& v, int count, float scale, float shift = 0) {
-            v.resize(count);
-            for (float& x : v)
-                x = g(rng) * scale + shift;
-        };
-        fill(m.matrix, B * F, 1.0f / std::sqrt(float(B)));
-        fill(m.offset, F, 3.0f);  // far from the origin: the distance form must not cancel badly
-        fill(m.centres, F * K, 1.0f, 3.0f);
-        fill(m.gammas, K, 0.05f, -0.3f);
-        fill(m.weights, (K + 1) * C, 1.0f);
-        if (trial % 2)
-            fill(m.thresholds, C, 0.5f);
+        const ClassifierModel m = testmodels::randomModel(B, F, K, C, trial % 2, rng);
         QVector<float> row;
-        fill(row, C, 0.3f, 1.0f);
-
-        std::vector<float> spectra(size_t(n) * B); // one spectrum a column
-        for (float& x : spectra)
-            x = g(rng);
-        std::vector<float> transposed(spectra.size()); // one band a column
-        for (int p = 0; p < n; ++p)
-            for (int b = 0; b < B; ++b)
-                transposed[size_t(b) * n + p] = spectra[size_t(p) * B + b];
+        testmodels::fillNormal(row, C, 0.3f, 1.0f, rng);
+        const std::vector<float> spectra = testmodels::randomSpectra(n, B, rng); // one spectrum a column
+        const std::vector<float> transposed = testmodels::transposed(spectra, n, B);
 
         cpu::CpuClassifier fast(m);
         cpu::ReferenceClassifier plain(m);
@@ -127,42 +93,13 @@ TEST(ClassifierKernel, AgreesWithTheFormulaInDoublePrecisionOnRandomModels)
 
         int compared = 0;
         for (int p = 0; p < n; ++p) {
-            // The formula in double precision, with the margin that decides how close a call is.
-            std::vector<double> z(static_cast<size_t>(F)), s(static_cast<size_t>(C));
-            for (int f = 0; f < F; ++f) {
-                z[size_t(f)] = m.offset[f];
-                for (int i = 0; i < B; ++i)
-                    z[size_t(f)] += double(m.matrix[f * B + i]) * spectra[size_t(p) * B + i];
-            }
-            for (int cl = 0; cl < C; ++cl)
-                s[size_t(cl)] = m.weights[cl * (K + 1)];
-            for (int k = 0; k < K; ++k) {
-                double d = 0;
-                for (int f = 0; f < F; ++f)
-                    d += (z[size_t(f)] - m.centres[k * F + f]) * (z[size_t(f)] - m.centres[k * F + f]);
-                const double unit = std::exp(m.gammas[k] * d);
-                for (int cl = 0; cl < C; ++cl)
-                    s[size_t(cl)] += unit * m.weights[cl * (K + 1) + 1 + k];
-            }
-            int best = 0;
-            for (int cl = 0; cl < C; ++cl) {
-                s[size_t(cl)] *= row[cl];
-                if (s[size_t(cl)] > s[size_t(best)])
-                    best = cl;
-            }
-            double margin = 1e9;
-            for (int cl = 0; cl < C; ++cl)
-                if (cl != best)
-                    margin = std::min(margin, s[size_t(best)] - s[size_t(cl)]);
-            if (m.rejects())
-                margin = std::min(margin, std::abs(s[size_t(best)] - m.thresholds[best]));
-            const int expected = m.rejects() && s[size_t(best)] < m.thresholds[best] ? C : best;
-            if (margin < 1e-4 * (1 + std::abs(s[size_t(best)])))
+            const testmodels::FormulaDecision expected = testmodels::formulaDecision(m, row, spectra.data() + size_t(p) * B);
+            if (!expected.clear)
                 continue; // too close to call in float
             ++compared;
-            EXPECT_EQ(a[size_t(p)], expected) << "trial " << trial << " pixel " << p;
-            EXPECT_EQ(b[size_t(p)], expected) << "trial " << trial << " pixel " << p;
-            EXPECT_EQ(c[size_t(p)], expected) << "trial " << trial << " pixel " << p;
+            EXPECT_EQ(a[size_t(p)], expected.decision) << "trial " << trial << " pixel " << p;
+            EXPECT_EQ(b[size_t(p)], expected.decision) << "trial " << trial << " pixel " << p;
+            EXPECT_EQ(c[size_t(p)], expected.decision) << "trial " << trial << " pixel " << p;
         }
         EXPECT_GT(compared, n * 9 / 10);
     }

@@ -25,28 +25,11 @@ CpuClassifier::CpuClassifier(const ClassifierModel& model)
     , classRow_(size_t(model.classes), 1.0f)
 {
     useSingleThreadedBlas();
+    ShiftedCentres shifted = shiftCentres(model);
+    shiftedOffset_ = std::move(shifted.offset);
+    shiftedCentres_ = std::move(shifted.centres);
+    centreNorms_ = std::move(shifted.norms);
     const int F = model.features, K = model.units;
-    std::vector<double> mean(size_t(F), 0.0);
-    for (int k = 0; k < K; ++k)
-        for (int f = 0; f < F; ++f)
-            mean[size_t(f)] += model.centres[k * F + f];
-    for (double& m : mean)
-        m /= K;
-
-    shiftedOffset_.resize(size_t(F));
-    for (int f = 0; f < F; ++f)
-        shiftedOffset_[size_t(f)] = float(double(model.offset[f]) - mean[size_t(f)]);
-    shiftedCentres_.resize(size_t(F) * K);
-    centreNorms_.resize(size_t(K));
-    for (int k = 0; k < K; ++k) {
-        double norm = 0;
-        for (int f = 0; f < F; ++f) {
-            const float c = float(double(model.centres[k * F + f]) - mean[size_t(f)]);
-            shiftedCentres_[size_t(k) * F + f] = c;
-            norm += double(c) * c;
-        }
-        centreNorms_[size_t(k)] = float(norm);
-    }
     workspaces_.resize(size_t(std::max(1, omp_get_max_threads())));
     for (Workspace& w : workspaces_) {
         w.features.resize(size_t(F) * MaxTilePixels);
@@ -77,7 +60,7 @@ void CpuClassifier::forEachTile(int n, TileFn tileFn)
     }
 }
 
-void CpuClassifier::classify(const float* spectra, SpectraLayout layout, int n, quint8* decisions)
+bool CpuClassifier::classify(const float* spectra, SpectraLayout layout, int n, quint8* decisions)
 {
     const bool bandsByPixels = layout == SpectraLayout::BandsByPixels;
     const qint64 ld = bandsByPixels ? model_.bands : n;
@@ -85,15 +68,17 @@ void CpuClassifier::classify(const float* spectra, SpectraLayout layout, int n, 
         const float* x = spectra + (bandsByPixels ? qint64(first) * model_.bands : first);
         classifyTile(x, layout, ld, count, decisions + first, w);
     });
+    return true;
 }
 
-void CpuClassifier::classifyStaged(const SampleBlock& block, quint8* decisions)
+bool CpuClassifier::classifyStaged(const SampleBlock& block, quint8* decisions)
 {
     const bool bandsByPixels = block.layout == SpectraLayout::BandsByPixels;
     forEachTile(block.pixels, [&](int first, int count, Workspace& w) {
         stageSpectra(block, stage_, model_.bands, first, count, w.spectra.data());
         classifyTile(w.spectra.data(), block.layout, bandsByPixels ? model_.bands : count, count, decisions + first, w);
     });
+    return true;
 }
 
 void CpuClassifier::classifyTile(const float* x, SpectraLayout layout, qint64 ld, int count, quint8* decisions, Workspace& w)

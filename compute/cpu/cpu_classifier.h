@@ -4,8 +4,7 @@
 // products, and the distances come from ‖z‖² − 2zᵀc + ‖c‖².
 //
 // To keep that form exact where a pixel lies close to a centre, the features and the
-// centres are shifted by the mean of the centres first: distances do not change, but
-// the norms, and so the cancellation in the sum, become small.
+// centres are shifted by the mean of the centres first (shiftCentres).
 
 #include "compute/classifier_kernel.h"
 
@@ -18,11 +17,11 @@ public:
     explicit CpuClassifier(const ClassifierModel& model);
 
     void setClassRow(const QVector<float>& row) override;
-    void classify(const float* spectra, SpectraLayout layout, int n, quint8* decisions) override;
+    bool classify(const float* spectra, SpectraLayout layout, int n, quint8* decisions) override;
 
 protected:
     // Each tile is staged into the thread's workspace right before its products.
-    void classifyStaged(const SampleBlock& block, quint8* decisions) override;
+    bool classifyStaged(const SampleBlock& block, quint8* decisions) override;
     int modelBands() const override { return model_.bands; }
 
 public:

@@ -18,7 +18,7 @@ void ReferenceClassifier::setClassRow(const QVector<float>& row)
     std::copy_n(row.constBegin(), std::min<int>(row.size(), model_.classes), classRow_.begin());
 }
 
-void ReferenceClassifier::classify(const float* spectra, SpectraLayout layout, int n, quint8* decisions)
+bool ReferenceClassifier::classify(const float* spectra, SpectraLayout layout, int n, quint8* decisions)
 {
     const int B = model_.bands, F = model_.features, K = model_.units, C = model_.classes;
     const float* M = model_.matrix.constData();
@@ -55,6 +55,7 @@ void ReferenceClassifier::classify(const float* spectra, SpectraLayout layout, i
             best = C;
         decisions[p] = quint8(best);
     }
+    return true;
 }
 
 } // namespace compute::cpu

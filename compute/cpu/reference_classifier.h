@@ -12,7 +12,7 @@ class ReferenceClassifier final : public ClassifierKernel {
 public:
     explicit ReferenceClassifier(const ClassifierModel& model);
     void setClassRow(const QVector<float>& row) override;
-    void classify(const float* spectra, SpectraLayout layout, int n, quint8* decisions) override;
+    bool classify(const float* spectra, SpectraLayout layout, int n, quint8* decisions) override;
 
 protected:
     int modelBands() const override { return model_.bands; }

@@ -1,0 +1,176 @@
+#include "compute/opencl/opencl_backend.h"
+#include "compute/opencl/cl_object.h"
+#include "compute/opencl/opencl_classifier.h"
+
+#include <QByteArray>
+#include <algorithm>
+#include <mutex>
+
+namespace compute {
+
+using namespace opencl;
+
+namespace {
+
+// Selection and failure text are per thread, like the backend selection itself.
+thread_local int currentDevice = 0;
+thread_local QString failure;
+
+template <typename Object, typename Info, typename Query>
+QString infoText(Query query, Object object, Info what)
+{
+    size_t size = 0;
+    if (query(object, what, 0, nullptr, &size) != CL_SUCCESS || size == 0)
+        return {};
+    QByteArray text(int(size), '\0');
+    if (query(object, what, size, text.data(), nullptr) != CL_SUCCESS)
+        return {};
+    return QString::fromLatin1(text.constData()).simplified();
+}
+
+template <typename T>
+T deviceValue(cl_device_id device, cl_device_info what)
+{
+    T value{};
+    return clGetDeviceInfo(device, what, sizeof value, &value, nullptr) == CL_SUCCESS ? value : T{};
+}
+
+} // namespace
+
+struct OpenClBackend::Device {
+    cl_platform_id platform = nullptr;
+    cl_device_id id = nullptr;
+    QString name;
+
+    // Made on first use, under the lock.
+    std::mutex mutex;
+    Context context;
+    Program program;
+
+    // The context and the built classifier program; false with `failure` set.
+    bool prepare();
+};
+
+bool OpenClBackend::Device::prepare()
+{
+    const std::lock_guard<std::mutex> lock(mutex);
+    cl_int code = CL_SUCCESS;
+    if (!context) {
+        const cl_context_properties properties[] = {CL_CONTEXT_PLATFORM, cl_context_properties(platform), 0};
+        context.reset(clCreateContext(properties, 1, &id, nullptr, nullptr, &code));
+        if (code != CL_SUCCESS) {
+            context.reset();
+            failure = QStringLiteral("creating a context: %1").arg(errorText(code));
+            return false;
+        }
+    }
+    if (program)
+        return true;
+    const char* source = OpenClClassifier::programSource();
+    Program made(clCreateProgramWithSource(context.get(), 1, &source, nullptr, &code));
+    if (code != CL_SUCCESS) {
+        failure = QStringLiteral("creating the program: %1").arg(errorText(code));
+        return false;
+    }
+    code = clBuildProgram(made.get(), 1, &id, "", nullptr, nullptr);
+    if (code != CL_SUCCESS) {
+        size_t size = 0;
+        QByteArray log;
+        if (clGetProgramBuildInfo(made.get(), id, CL_PROGRAM_BUILD_LOG, 0, nullptr, &size) == CL_SUCCESS && size > 0) {
+            log.resize(int(size));
+            clGetProgramBuildInfo(made.get(), id, CL_PROGRAM_BUILD_LOG, size, log.data(), nullptr);
+        }
+        failure = QStringLiteral("building the program: %1 %2").arg(errorText(code), QString::fromLatin1(log.constData()).left(2000));
+        return false;
+    }
+    program = std::move(made);
+    return true;
+}
+
+OpenClBackend::OpenClBackend()
+{
+    // Without an installable client driver, or with none registered, there is simply
+    // no platform.
+    cl_uint count = 0;
+    if (clGetPlatformIDs(0, nullptr, &count) != CL_SUCCESS || count == 0)
+        return;
+    std::vector<cl_platform_id> platforms(count);
+    if (clGetPlatformIDs(count, platforms.data(), nullptr) != CL_SUCCESS)
+        return;
+    // The loader's order can follow the order of files in a directory; names do not change.
+    std::vector<std::pair<QString, cl_platform_id>> named;
+    for (cl_platform_id p : platforms)
+        named.emplace_back(infoText(clGetPlatformInfo, p, CL_PLATFORM_NAME), p);
+    std::stable_sort(named.begin(), named.end(), [](const auto& a, const auto& b) { return a.first < b.first; });
+
+    for (const auto& [platformName, platform] : named) {
+        cl_uint n = 0;
+        if (clGetDeviceIDs(platform, CL_DEVICE_TYPE_ALL, 0, nullptr, &n) != CL_SUCCESS || n == 0)
+            continue;
+        std::vector<cl_device_id> ids(n);
+        if (clGetDeviceIDs(platform, CL_DEVICE_TYPE_ALL, n, ids.data(), nullptr) != CL_SUCCESS)
+            continue;
+        for (cl_device_id id : ids) {
+            // A device that cannot build programs cannot run the kernels.
+            if (!deviceValue<cl_bool>(id, CL_DEVICE_AVAILABLE) || !deviceValue<cl_bool>(id, CL_DEVICE_COMPILER_AVAILABLE))
+                continue;
+            auto d = std::make_unique<Device>();
+            d->platform = platform;
+            d->id = id;
+            d->name = QLatin1Char(' ') + infoText(clGetDeviceInfo, id, CL_DEVICE_NAME) + QStringLiteral(", ") + platformName;
+            devices_.push_back(std::move(d));
+        }
+    }
+}
+
+OpenClBackend::~OpenClBackend() = default;
+
+QStringList OpenClBackend::deviceNames()
+{
+    QStringList names;
+    for (const auto& d : devices_)
+        names << d->name;
+    return names;
+}
+
+bool OpenClBackend::setDevice(int index)
+{
+    if (index < 0 || index >= deviceCount()) {
+        failure = QStringLiteral("no OpenCL device %1").arg(index);
+        return false;
+    }
+    currentDevice = index;
+    return true;
+}
+
+int OpenClBackend::device() const
+{
+    return currentDevice;
+}
+
+std::unique_ptr<ClassifierKernel> OpenClBackend::prepareClassifier(const ClassifierModel& model)
+{
+    if (currentDevice >= deviceCount()) {
+        failure = QStringLiteral("no OpenCL device %1").arg(currentDevice);
+        return nullptr;
+    }
+    if (!model.consistent()) {
+        failure = QStringLiteral("the model's arrays do not have the sizes its counts give");
+        return nullptr;
+    }
+    Device& d = *devices_[size_t(currentDevice)];
+    if (!d.prepare())
+        return nullptr;
+    QString error;
+    std::unique_ptr<ClassifierKernel> kernel = OpenClClassifier::create(d.context.get(), d.id, d.program.get(), model, &error);
+    if (!kernel)
+        failure = error;
+    return kernel;
+}
+
+QString OpenClBackend::lastError() const
+{
+    return failure;
+}
+
+} // namespace compute
