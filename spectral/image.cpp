@@ -83,6 +83,13 @@ int ZelkImage::readEnviFields(const EnviHeader& header, const QString& path, Env
         return missing("Cannot retrieve 'bands' from meta-data file: %1");
     if (!positive(bands, "bands"))
         return -1;
+    // The band list is made from this count when the file has none: a count no camera
+    // delivers is refused before anything is allocated.
+    constexpr int MaxBands = 1 << 20;
+    if (bands > MaxBands) {
+        report(-1, QStringLiteral("The 'bands' value %1 is larger than %2 (file: %3)").arg(bands).arg(MaxBands).arg(path));
+        return -1;
+    }
     const int lines = header.headerInt(QStringLiteral("lines"));
     if (lines < 0)
         return missing("Cannot retrieve 'lines' from meta-data file: %1");

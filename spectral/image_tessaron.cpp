@@ -12,6 +12,7 @@
 #include <QDebug>
 #include <QFile>
 #include <QFileInfo>
+#include <functional>
 #include <limits>
 #include <new>
 
@@ -58,32 +59,24 @@ struct ReferenceSpec {
     QString loadText;    // %1: the path
 };
 
-} // namespace
-
-std::unique_ptr<ZelkCorrection> ZelkImageTessaron::findScanCorrection(const QDir& directory)
+// Loads a white and a dark reference into a new correction, or stores the first failure
+// through `fail` and gives null. With `reduce`, a reference of several lines becomes one.
+std::unique_ptr<ZelkCorrection> loadPair(const ReferenceSpec (&specs)[2], bool reduce, const std::function<void(int, const QString&)>& fail)
 {
-    const QString base = directory.filePath(cubeName);
     auto correction = std::make_unique<ZelkCorrection>();
-    const ReferenceSpec specs[2] = {
-        {base + QStringLiteral("_whiteref"), QStringLiteral(".trf"), -3802, QStringLiteral("White reference file '%1' not found"),
-         QStringLiteral("Cannot load white reference file ('%1')")},
-        {base + QStringLiteral("_darkref"), QStringLiteral(".trf"), -3804, QStringLiteral("Dark reference file '%1' not present"),
-         QStringLiteral("Cannot load dark reference file ('%1')")},
-    };
     for (int i = 0; i < 2; ++i) {
         const ReferenceSpec& s = specs[i];
         const QString header = s.base + QStringLiteral(".hdr");
         if (!QFileInfo::exists(header)) {
-            setError(s.missingCode, s.missingText.arg(header));
+            fail(s.missingCode, s.missingText.arg(header));
             return nullptr;
         }
         auto cube = std::make_unique<ZelkSpectralCube>();
         if (cube->load(s.base, QStringLiteral(".hdr"), s.extension, true) != 0) {
-            setError(s.missingCode - 1, s.loadText.arg(s.base + s.extension));
+            fail(s.missingCode - 1, s.loadText.arg(s.base + s.extension));
             return nullptr;
         }
-        // A short reference scan becomes one line, its mean.
-        if (cube->lines > 1) {
+        if (reduce && cube->lines > 1) {
             const int result = cube->reduce();
             qInfo().noquote() << QStringLiteral("loadcor: scan, reduce: %1:%2").arg(result).arg(cube->errorText);
         }
@@ -93,6 +86,21 @@ std::unique_ptr<ZelkCorrection> ZelkImageTessaron::findScanCorrection(const QDir
     return correction;
 }
 
+} // namespace
+
+std::unique_ptr<ZelkCorrection> ZelkImageTessaron::findScanCorrection(const QDir& directory)
+{
+    const QString base = directory.filePath(cubeName);
+    const ReferenceSpec specs[2] = {
+        {base + QStringLiteral("_whiteref"), QStringLiteral(".trf"), -3802, QStringLiteral("White reference file '%1' not found"),
+         QStringLiteral("Cannot load white reference file ('%1')")},
+        {base + QStringLiteral("_darkref"), QStringLiteral(".trf"), -3804, QStringLiteral("Dark reference file '%1' not present"),
+         QStringLiteral("Cannot load dark reference file ('%1')")},
+    };
+    // A short reference scan becomes one line, its mean.
+    return loadPair(specs, true, [this](int code, const QString& message) { setError(code, message); });
+}
+
 std::unique_ptr<ZelkCorrection> ZelkImageTessaron::findDirectoryCorrection(const QDir& directory)
 {
     const QString scanHeader = directory.filePath(cubeName + QStringLiteral(".hdr"));
@@ -100,29 +108,13 @@ std::unique_ptr<ZelkCorrection> ZelkImageTessaron::findDirectoryCorrection(const
         setError(-3802, QStringLiteral("Scan not found (%1)").arg(scanHeader));
         return nullptr;
     }
-    auto correction = std::make_unique<ZelkCorrection>();
     const ReferenceSpec specs[2] = {
         {directory.filePath(QStringLiteral("whiteref")), QStringLiteral(".bin"), -3802,
          QStringLiteral("White reference file 'whiteref.hdr' not present (got '%1')"), QStringLiteral("Cannot load white reference file ('%1')")},
         {directory.filePath(QStringLiteral("darkref")), QStringLiteral(".bin"), -3804,
          QStringLiteral("Dark reference file 'darkref.hdr' not present (got '%1')"), QStringLiteral("Cannot load dark reference file ('%1')")},
     };
-    for (int i = 0; i < 2; ++i) {
-        const ReferenceSpec& s = specs[i];
-        const QString header = s.base + QStringLiteral(".hdr");
-        if (!QFileInfo::exists(header)) {
-            setError(s.missingCode, s.missingText.arg(header));
-            return nullptr;
-        }
-        auto cube = std::make_unique<ZelkSpectralCube>();
-        if (cube->load(s.base, QStringLiteral(".hdr"), s.extension, true) != 0) {
-            setError(s.missingCode - 1, s.loadText.arg(s.base + s.extension));
-            return nullptr;
-        }
-        (i == 0 ? correction->white : correction->dark) = std::move(cube);
-        (i == 0 ? correction->whiteInfo : correction->darkInfo) = correction::loadedFrom(s.base + s.extension);
-    }
-    return correction;
+    return loadPair(specs, false, [this](int code, const QString& message) { setError(code, message); });
 }
 
 std::unique_ptr<ZelkCorrection> ZelkImageTessaron::loadCorrection(const QDir& directory, const ZelkSpectralCube& scan)

@@ -63,6 +63,8 @@ TEST_F(MetaData, RequiredFieldsAreReportedInOrder)
     EXPECT_EQ(read(image), std::make_pair(-1, QStringLiteral("Cannot retrieve 'bands' from meta-data file: %1").arg(path("scan.hdr"))));
     header("scan", "samples = 4\nbands = 2\n");
     EXPECT_EQ(read(image), std::make_pair(-1, QStringLiteral("Cannot retrieve 'lines' from meta-data file: %1").arg(path("scan.hdr"))));
+    header("scan", "samples = 4\nbands = 2000000000\nlines = 1\n");
+    EXPECT_EQ(read(image), std::make_pair(-1, QStringLiteral("The 'bands' value 2000000000 is larger than 1048576 (file: %1)").arg(path("scan.hdr"))));
     ZelkImageENVI none("none");
     EXPECT_EQ(read(none), std::make_pair(-1, QStringLiteral("Cannot retrieve 'samples' from meta-data file: %1").arg(path("none.hdr"))));
 }
