@@ -13,6 +13,7 @@
 #include <memory>
 #include <optional>
 
+class EnviHeader;
 class QDataStream;
 
 
@@ -41,6 +42,15 @@ public:
     virtual QString cubeFileName(const QString& directory) const;
     // The scan itself, owned by the caller; null when it cannot be loaded.
     virtual std::unique_ptr<ZelkSpectralCube> loadCube(const QString& directory);
+    // The label mask as an 8-bit indexed image of the image's size; marks the labels as
+    // taken out until setLabelImage() stores them back.
+    virtual QImage labelImage();
+    virtual void setLabelImage(const QImage& image);
+    // Makes the image the region w by h at (x, y) of what it shows now, cutting labels and
+    // annotations to it: 0, or -1 for a window that does not lie inside.
+    virtual int crop(int x, int y, int w, int h);
+    // Back to the whole scan, labels and annotations moved back into place.
+    virtual void uncrop();
 
     int imageInt3 = 0;
     bool cropped = false;
@@ -68,6 +78,8 @@ public:
     int imageError = 0;
     QString imageErrorMsg;
     bool labelsTaken = false;
+    // Set by a loader when the scan arrived as reflectance (float) rather than counts.
+    bool externallyCorrected = false;
     int labelReads = 0; // run-time counter that a load clears
     QString cubeName;
 
@@ -78,6 +90,24 @@ Q_SIGNALS:
 protected:
     // Stores the code and "%1: %2" with the message, and emits the message.
     void report(int code, const QString& message);
+    // Stores the code and "%1: %2" with the message, without displaying anything.
+    int setError(int code, const QString& message);
+
+    // How a class reads an ENVI header beside its scan.
+    enum class EnviRule {
+        Plain,            // "default bands" taken when the list has exactly three entries
+        RequiredDefaults, // "default bands" read as a list of three
+        Strict,           // as Plain, and the sizes must be positive, "data type" present
+        NoDefaults,       // as Plain, without "default bands"
+    };
+    // Size, wavelengths and default bands from `header` (read from `path`). 0, or -1 with
+    // the reason displayed. `wavelengthsRead` tells whether the file had the list.
+    int readEnviFields(const EnviHeader& header, const QString& path, EnviRule rule, bool* wavelengthsRead = nullptr);
+    // The text with which a successful meta-data read announces the image.
+    QString sizeReport() const;
+    // Crops a freshly loaded cube to the image's region when the image is one and the cube
+    // is still larger. False, with the reason displayed, when the region does not fit.
+    bool cropToRegion(ZelkSpectralCube& cube);
     // Reads the tail that a subclass stores behind the common head.
     virtual void loadTail(QDataStream&) {}
     // "<directory>/<cubeName><suffix>".
