@@ -1,4 +1,5 @@
 #include "modelwriter/scan_writer.h"
+#include "modelwriter/envelope_writer.h"
 
 #include <QFile>
 #include <QtEndian>
@@ -16,12 +17,6 @@ QByteArray enviHeaderText(const EnviScan& scan)
         .arg(scan.dataType)
         .arg(scan.interleave, scan.extraFields)
         .toLatin1();
-}
-
-bool writeFile(const QString& path, const QByteArray& bytes)
-{
-    QFile file(path);
-    return file.open(QIODevice::WriteOnly) && file.write(bytes) == bytes.size();
 }
 
 bool writeEnviScan(const QString& base, const QString& dataExtension, const EnviScan& scan)

@@ -2,6 +2,8 @@
 // Writes scans as cameras leave them on disk: an ENVI text header beside a raw file of
 // little-endian samples, optionally behind a binary header with reference spectra.
 
+#include "modelwriter/envelope_writer.h"
+
 #include <QByteArray>
 #include <QString>
 #include <QVector>
@@ -32,6 +34,5 @@ QByteArray floatBytes(const QVector<float>& values);
 // holding the white spectrum, then the dark one.
 QByteArray referenceHeader(const QVector<float>& white, const QVector<float>& dark);
 
-bool writeFile(const QString& path, const QByteArray& bytes);
 
 } // namespace modelwriter
