@@ -74,6 +74,7 @@ public:
     bool rule2Enabled = false;
     ZelkSegmentRule rule2;
     qint32 objSep = 1;       // kept as read; nothing here acts on it
+    QVector<int> colourTable; // display colours of the decisions, built by the project
 
     // ---- Tracker ---------------------------------------------------------------
 
