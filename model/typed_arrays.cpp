@@ -1,4 +1,5 @@
 #include "model/typed_arrays.h"
+#include "model/stream_reads.h"
 
 #include <QIODevice>
 #include <limits>
@@ -6,68 +7,6 @@
 namespace {
 
 using compute::HostArray;
-
-// The fewest bytes an entry takes on the wire.
-template <class T> qint64 wireSize(const QDataStream& in)
-{
-    if constexpr (std::is_floating_point_v<T>)
-        return in.floatingPointPrecision() == QDataStream::DoublePrecision ? 8 : 4;
-    else
-        return qint64(sizeof(T));
-}
-
-// Leaves the stream as a read past its end does.
-void exhaust(QDataStream& in)
-{
-    if (QIODevice* d = in.device()) {
-        if (!d->isSequential()) {
-            d->seek(d->size());
-        } else {
-            char sink[4096];
-            while (d->read(sink, sizeof sink) > 0) {
-            }
-        }
-    }
-    in.setStatus(QDataStream::ReadPastEnd);
-}
-
-// QVector<T> in the form QDataStream gives it, with the same handling of the stream
-// status (a status that was bad on entry is restored afterwards), but a count is
-// checked against the bytes left before anything is reserved.
-template <class T> QVector<T> readVector(QDataStream& in)
-{
-    const QDataStream::Status onEntry = in.status();
-    if (!in.device() || !in.device()->isTransactionStarted())
-        in.resetStatus();
-    QVector<T> values;
-    quint32 n = 0;
-    in >> n;
-    const qint64 perEntry = wireSize<T>(in);
-    QIODevice* d = in.device();
-    const bool knownSize = d && !d->isSequential();
-    const qint64 left = knownSize ? d->bytesAvailable() : 0;
-    if (in.status() == QDataStream::Ok && n > 0) {
-        if (n > quint32(std::numeric_limits<int>::max()) || (knownSize && qint64(n) * perEntry > left)) {
-            exhaust(in);
-        } else {
-            values.reserve(int(qMin<qint64>(n, left / perEntry)));
-            for (quint32 i = 0; i < n; ++i) {
-                T value{};
-                in >> value;
-                if (in.status() != QDataStream::Ok) {
-                    values.clear();
-                    break;
-                }
-                values.append(value);
-            }
-        }
-    }
-    if (onEntry != QDataStream::Ok) {
-        in.resetStatus();
-        in.setStatus(onEntry);
-    }
-    return values;
-}
 
 // The two tags of a host array: the present form "Name:1" and the absent "Name=NULL".
 struct Tags {
@@ -93,7 +32,7 @@ template <class T> int readTagged(QDataStream& in, const Tags& tags, QVector<T>*
     }
     if (tag != tags.present)
         return -1;
-    *out = readVector<T>(in);
+    streamreads::read(in, *out);
     if (present)
         *present = true;
     return 0;
