@@ -29,6 +29,10 @@ public:
     explicit ZelkProject(int projectType = 0, QObject* parent = nullptr);
     ~ZelkProject() override;
 
+    // Parses a project stream into this freshly made project: 0, or a negative code.
+    // A failed read leaves the project half built; deleting it is always safe.
+    int load(QDataStream& in);
+
     // Appends a regression variable: 0, or -1 when the list is full (10) or has it.
     int addRegVar(const QString& name);
     // The indices of the selected bands, rising, from bandSelection.

@@ -9,6 +9,7 @@
 #include "segment/object_rule.h"
 #include "segment/open_object.h"
 
+#include <QDataStream>
 #include <QObject>
 #include <QString>
 #include <QStringList>
@@ -24,6 +25,9 @@ public:
     ~ZelkSegmenter() override;
 
     // ---- Definition ------------------------------------------------------------
+
+    // Reads the segmenter element of a project stream: 0, or -1 on a wrong required tag.
+    int load(QDataStream& in);
 
     // Replaces the class names and makes a new foreground vector of zeros: one flag per
     // name, plus one for the unknown decision when `useUnknown` is set.
