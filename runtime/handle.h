@@ -3,6 +3,8 @@
 // process-wide state of the runtime is the error pair in report.cpp.
 
 #include "classify/resampler.h"
+#include "model/project.h"
+#include "spectral/spectral_cube.h"
 #include "compute/device.h"
 #include "segment/object_record.h"
 #include "zelk.h"
@@ -27,6 +29,10 @@ struct ZelkHandle {
     int messageSize = 4096;
     std::vector<char> message = std::vector<char>(size_t(messageSize), '\0');
     QList<ZelkDevice> devices;
+
+    // The loaded model; null before the first load and after a load that failed on the
+    // file's envelope or stream.
+    std::unique_ptr<ZelkProject> project;
 
     // API kind and the geometry of what the caller hands in.
     bool lineScan = false;
@@ -60,7 +66,15 @@ struct ZelkHandle {
     std::vector<qint32> objectMap;
     std::vector<qint32> classObjectMap;
 
+    // The operating point of the running acquisition: one weight per class.
+    QVector<float> classRow;
+
+    // Reflectance references: per band and pixel (width by bands, pixel fastest), or one
+    // mean spectrum each. The selected forms hold the classifier's bands only.
     bool correctionEnabled = false;
+    QVector<float> darkRef, gainRef;
+    QVector<float> whiteMean, darkMean;
+    QVector<float> darkSel, gainSel;
     int device = compute::defaultDevice;
     bool meanCorrection = false;
 
@@ -85,6 +99,7 @@ struct ZelkHandle {
     std::unique_ptr<QVector<double>> resamplingWavelengths;
     std::unique_ptr<ZelkResampler> resampler;
 
+    std::unique_ptr<ZelkSpectralCube> swapCube;
     std::vector<quint16> swapMask;
     std::vector<float> swapFloat;
 
