@@ -61,6 +61,46 @@ ZELK_API int zelk_SetResamplingWavelengthsGrid(ZelkHandle* h, float first, float
 /* Mode 1 switches resampling on for the next model load. */
 ZELK_API int zelk_SetResampling(ZelkHandle* h, int mode);
 
+/* Model. */
+
+/* Loads a ".zelk" or ".zpl" model file (path in Latin-1), replacing the project: 0;
+ * -113 when the file cannot be opened; -110, -111, -112 when it cannot be read, with no
+ * project left; -1 when the project holds no image to take the geometry from. */
+ZELK_API int zelk_LoadModel(ZelkHandle* h, const char* fileName);
+
+/* Input configuration, between a load and a start. */
+
+ZELK_API int zelk_GetInputWidth(ZelkHandle* h);
+ZELK_API int zelk_GetInputHeight(ZelkHandle* h);
+ZELK_API int zelk_GetInputBands(ZelkHandle* h);
+/* 1 unsigned 16-bit samples, 2 float. */
+ZELK_API int zelk_GetInputDataType(ZelkHandle* h);
+/* 1 pixel after pixel (BIP), 2 band after band per line (BIL), 3 band after band per cube. */
+ZELK_API int zelk_GetInputDataLayout(ZelkHandle* h);
+/* 1: each decision forms its own objects; 2: all foreground decisions together. */
+ZELK_API int zelk_GetMaskType(ZelkHandle* h);
+/* The frame width of a line-scan camera; call it after zelk_LoadModel. */
+ZELK_API int zelk_SetInputWidth(ZelkHandle* h, int width);
+/* 1, 2 or 3 as above; another value gives -136 in the process-wide pair. */
+ZELK_API int zelk_SetInputDataLayout(ZelkHandle* h, unsigned int layout);
+/* The region of a cube to classify, the rest filled with `fill`; -1 in any of the four
+ * numbers switches it off. */
+ZELK_API int zelk_SetCubeROI(ZelkHandle* h, int col, int row, int width, int height, unsigned char fill);
+/* 1 switches object segmentation on after checking the project's definition; 0 off. */
+ZELK_API int zelk_SetSegmentation(ZelkHandle* h, unsigned int mode);
+/* Objects smaller than `size` pixels are dropped: 0, -1 or -164. */
+ZELK_API int zelk_SetMinObjSize(ZelkHandle* h, int size);
+
+/* Acquisition. */
+
+ZELK_API int zelk_StartAcquisition(ZelkHandle* h);
+/* Ends the run and logs its timing statistics in the handle's text; clears the code. */
+ZELK_API int zelk_StopAcquisition(ZelkHandle* h);
+/* One line of a line-scan camera: zelk_GetInputWidth pixels of all bands, in the
+ * input type and layout. Its decisions, values and finished objects stay readable
+ * until the next frame. */
+ZELK_API int zelk_ProcessFrame(ZelkHandle* h, const void* frame);
+
 #ifdef __cplusplus
 }
 #endif

@@ -16,11 +16,6 @@ namespace {
 // its arguments, and building it would only exhaust memory.
 constexpr double MaxGridPoints = 1e6;
 
-int nullHandle(const char* function)
-{
-    return setGlobalError(-101, QStringLiteral("%1: Passing NULL pointer.").arg(QLatin1String(function)));
-}
-
 } // namespace
 
 extern "C" ZELK_API int zelk_SetDeviceFrameWidth(ZelkHandle* h, int width)

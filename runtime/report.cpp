@@ -58,3 +58,18 @@ void clearGlobalErrorMessage()
 {
     globalMessage[0] = '\0';
 }
+
+int nullHandle(const char* function)
+{
+    return setGlobalError(-101, QStringLiteral("%1: Passing NULL pointer.").arg(QLatin1String(function)));
+}
+
+int noProject(ZelkHandle* h, const char* function)
+{
+    return setHandleError(h, -103, QStringLiteral("%1: Project not loaded.").arg(QLatin1String(function)));
+}
+
+int noClassifier(ZelkHandle* h, const char* function)
+{
+    return setHandleError(h, -104, QStringLiteral("%1: Classifier model not loaded.").arg(QLatin1String(function)));
+}

@@ -10,6 +10,12 @@ int setHandleError(ZelkHandle* h, int code, const QString& text);
 int setGlobalError(int code, const QString& text);
 void logToHandle(ZelkHandle* h, const QString& text);
 
+// The common refusals: "<function>: Passing NULL pointer." to the global pair, and
+// "<function>: Project not loaded." or ": Classifier model not loaded." to the handle.
+int nullHandle(const char* function);
+int noProject(ZelkHandle* h, const char* function);
+int noClassifier(ZelkHandle* h, const char* function);
+
 // Writes `text` into a buffer of `capacity` bytes in the local 8-bit encoding. A text
 // of capacity - 1 characters or more is not stored and the older content stays.
 void storeText(char* buffer, int capacity, const QString& text);

@@ -1,0 +1,227 @@
+// Starting and stopping an acquisition. The start checks what a run needs, allocates
+// every buffer of the run and builds the classifier's kernel for the chosen device, so
+// that the frame and cube calls allocate nothing of their own.
+
+#include "compute/backend.h"
+#include "runtime/acquisition.h"
+#include "runtime/boundary.h"
+#include "runtime/handle.h"
+#include "runtime/report.h"
+
+#include <limits>
+
+namespace {
+
+// The decision image: `height` rows of the frame width, shown in the classifier's
+// colours with 255 (the mark of a finished object) in white. An image of the same size
+// survives, rows and all.
+bool makeLabelImage(ZelkHandle* h, ZelkClassifier& c, int height)
+{
+    if (h->labelImage && (h->labelImage->width() != h->inputWidth || h->labelImage->height() != height))
+        h->labelImage.reset();
+    if (h->labelImage)
+        return true;
+    if (h->inputWidth <= 0 || height <= 0)
+        return false;
+    auto image = std::make_unique<QImage>(h->inputWidth, height, QImage::Format_Indexed8);
+    if (image->isNull())
+        return false;
+    if (c.colourTable.size() < 256)
+        c.colourTable.resize(256);
+    c.colourTable[255] = int(0xFFFFFFFFu);
+    QVector<QRgb> table(256);
+    for (int i = 0; i < 256; ++i)
+        table[i] = QRgb(c.colourTable[i]);
+    image->setColorTable(table);
+    h->labelImage = std::move(image);
+    return true;
+}
+
+// The references reduced to the classifier's bands, pixel by pixel.
+bool selectCorrection(ZelkHandle* h, const ZelkClassifier& c)
+{
+    const qint64 width = h->inputWidth, bands = c.totalBands;
+    if (width <= 0 || h->darkRef.size() != width * bands || h->gainRef.size() != width * bands)
+        return false;
+    const int n = c.bandIndex.size();
+    h->darkSel.resize(int(width * n));
+    h->gainSel.resize(int(width * n));
+    for (int i = 0; i < n; ++i) {
+        const int b = c.bandIndex[i];
+        if (b < 0 || b >= bands)
+            return false;
+        std::copy_n(h->darkRef.constData() + b * width, width, h->darkSel.data() + i * width);
+        std::copy_n(h->gainRef.constData() + b * width, width, h->gainSel.data() + i * width);
+    }
+    return true;
+}
+
+// The kernel of a line-scan run: frames of all bands or of the classifier's bands,
+// corrected in the stage or, for mean references, in the projection.
+int prepareLineScanKernel(ZelkHandle* h, ZelkClassifier& c)
+{
+    compute::InputStage stage;
+    stage.width = h->inputWidth;
+    if (h->correctionEnabled && h->meanCorrection) {
+        if (foldCorrection(c, h->whiteMean, h->darkMean, c.bandIndex.size(), c.bandIndex.constData()) != 0) {
+            c.lastError = QStringLiteral("Invalid correction information");
+            return -1;
+        }
+        return prepareKernel(c, h->classRow, stage);
+    }
+    if (h->fullBandFrames)
+        stage.bands = c.bandIndex;
+    if (h->correctionEnabled) {
+        stage.dark = h->darkSel;
+        stage.gain = h->gainSel;
+    }
+    return prepareKernel(c, h->classRow, stage);
+}
+
+int start(ZelkHandle* h)
+{
+    if (!h->project)
+        return noProject(h, "zelk_StartAcquisition");
+    ZelkProject& p = *h->project;
+    if (!p.classifier) {
+        noClassifier(h, "zelk_StartAcquisition");
+        return -103;
+    }
+    ZelkClassifier& c = *p.classifier;
+    if (h->acquiring)
+        return setHandleError(h, -170, QStringLiteral("zelk_StartAcquisition: Acquisition already running."));
+
+    compute::selectDevice(h->device);
+    h->classRow = c.roc ? c.roc->classRow(c.classCount()) : QVector<float>();
+    h->frameCount = h->ringNext = h->ringLast = h->objectSerial = 0;
+    h->algTimeMs = h->segTimeMs = 0;
+
+    if (h->segmentationEnabled) {
+        ZelkSegmenter* s = p.segmenter.get();
+        if (!s)
+            return setHandleError(h, -164, QStringLiteral("zelk_StartAcquisition: Object segmetation not defined."));
+        if (!s->isCompiled() && s->compile() != 0) {
+            h->segmenter = nullptr;
+            return setHandleError(h, -172, QStringLiteral("zelk_StartAcquisition: Object segmentation cannot proceed (%1:%2).")
+                                               .arg(s->lastErrorCode()).arg(s->lastErrorText()));
+        }
+        h->segmenter = s;
+    }
+    if (h->inputDataType == 0) {
+        const int type = zelk_GetInputDataType(h);
+        if (type >= 0)
+            h->inputDataType = type;
+        if (type < 1)
+            return setHandleError(h, -174, QStringLiteral("zelk_StartAcquisition: Input data type not set. Use "
+                                                          "zelk_SetInputDataType call to specify it"));
+    }
+    if (h->inputDataLayout == 0) {
+        const int layout = zelk_GetInputDataLayout(h);
+        if (layout >= 0)
+            h->inputDataLayout = layout;
+        if (layout < 1)
+            return setHandleError(h, -173, QStringLiteral("zelk_StartAcquisition: Input data layout not set. Use "
+                                                          "zelk_SetInputDataLayout call to specify it"));
+    }
+
+    const qint64 width = qMax(0, h->inputWidth);
+    if (p.regressor) {
+        h->hasRegression = true;
+        h->regVarCount = p.regressor->regVarNames.size();
+        h->regOutput.resize(size_t(width * h->regVarCount));
+        h->regVarLine.resize(size_t(width));
+        h->regForeground = h->segmenter ? quint8(h->segmenter->firstForeground()) : 0;
+    } else {
+        h->hasRegression = false;
+        h->regVarCount = 0;
+        h->regOutput = {};
+        h->regVarLine = {};
+        h->regForeground = 0;
+    }
+    if (h->segmenter)
+        if (const int r = h->segmenter->prepareSegmenter(h->lineScan, h->inputWidth, h->regVarCount))
+            return r;
+
+    const QString noImage = QStringLiteral("zelk_StartAcquisition: Cannot make a decision image of %1 x %2 pixels.");
+    if (!h->lineScan) {
+        h->warmupFrames = 0;
+        const qint64 pixels = width * qMax(0, h->inputHeight);
+        if (pixels > std::numeric_limits<int>::max() || !makeLabelImage(h, c, h->inputHeight))
+            return setHandleError(h, InternalErrorCode, noImage.arg(h->inputWidth).arg(h->inputHeight));
+        h->cubeDecisions.assign(size_t(pixels), 0);
+        h->roiDecisions.assign(size_t(pixels), 0);
+        h->objectMap.assign(size_t(pixels), 0);
+        h->classObjectMap.assign(size_t(pixels), 0);
+    } else {
+        if (h->correctionEnabled && !h->meanCorrection && !selectCorrection(h, c))
+            return setHandleError(h, -4304, QStringLiteral("Invalid correction information"));
+        if (!makeLabelImage(h, c, h->ringRows))
+            return setHandleError(h, InternalErrorCode, noImage.arg(h->inputWidth).arg(h->ringRows));
+    }
+
+    c.frameWidth = h->inputWidth;
+    const int prepared = h->lineScan ? prepareLineScanKernel(h, c) : prepareCubeKernel(h, c);
+    if (prepared != 0)
+        return setHandleError(h, -104, QStringLiteral("zelk_StartAcquisition: %1").arg(c.lastError));
+    h->acquiring = true;
+    return 0;
+}
+
+int stop(ZelkHandle* h)
+{
+    if (!h->acquiring)
+        return setHandleError(h, -171, QStringLiteral("zelk_StopAcquisition: Acquisition not running."));
+    h->acquiring = false;
+    h->segmenter = nullptr;
+    compute::selectDevice(compute::defaultDevice);
+
+    const int n = h->warmupFrames > 0 ? h->frameCount - h->warmupFrames : h->frameCount;
+    const double a = h->algTimeMs / double(n);
+    QString text;
+    if (h->lineScan) {
+        const QString line = QStringLiteral("Average %1 time: %2 ms/frame (%3 fps), total:%4, processed %5 frames, first %6 "
+                                            "skipped for warm-up.\n");
+        text = line.arg(QStringLiteral("alg")).arg(a).arg(1000 / a).arg(h->algTimeMs).arg(h->frameCount).arg(h->warmupFrames);
+        if (h->segTimeMs > 0) {
+            const double s = h->segTimeMs / double(n);
+            text += line.arg(QStringLiteral("seg")).arg(s).arg(1000 / s).arg(h->segTimeMs).arg(h->frameCount).arg(h->warmupFrames);
+        }
+    } else {
+        text = QStringLiteral("Average alg time: %1 ms/cube (%2 fps), processed %3 cubes, first %4 skipped for warm-up.\n")
+                   .arg(a).arg(1000 / a).arg(h->frameCount).arg(h->warmupFrames);
+    }
+    logToHandle(h, text);
+    h->errorCode = 0;
+    return 0;
+}
+
+} // namespace
+
+int prepareCubeKernel(ZelkHandle* h, ZelkClassifier& c)
+{
+    compute::InputStage stage;
+    stage.width = h->inputWidth;
+    stage.bands = c.bandIndex;
+    return prepareKernel(c, h->classRow, stage);
+}
+
+void accountTime(ZelkHandle* h, double milliseconds)
+{
+    if (h->warmupFrames <= h->frameCount)
+        h->algTimeMs += milliseconds;
+    ++h->frameCount;
+}
+
+extern "C" ZELK_API int zelk_StartAcquisition(ZelkHandle* h)
+{
+    if (!h)
+        return nullHandle("zelk_StartAcquisition");
+    return guarded<int>(h, "zelk_StartAcquisition", InternalErrorCode, [&] { return start(h); });
+}
+
+extern "C" ZELK_API int zelk_StopAcquisition(ZelkHandle* h)
+{
+    if (!h)
+        return nullHandle("zelk_StopAcquisition");
+    return guarded<int>(h, "zelk_StopAcquisition", InternalErrorCode, [&] { return stop(h); });
+}

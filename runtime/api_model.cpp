@@ -1,0 +1,173 @@
+// Loading a model file into the handle: envelope, project stream, then what the
+// handle derives from the project (call family, processing set-up, input geometry).
+
+#include "model/container.h"
+#include "model/model_keys.h"
+#include "runtime/boundary.h"
+#include "runtime/handle.h"
+#include "runtime/report.h"
+
+#include <QBuffer>
+#include <QFile>
+#include <QFileInfo>
+
+namespace {
+
+// Whether frames or cubes come in. Camera type 19 carries its acquisition type; some
+// of those leave the kind as the previous project had it.
+int applyApiKind(ZelkHandle* h)
+{
+    const ZelkProject& p = *h->project;
+    if (p.projectType != 19) {
+        switch (p.projectType) {
+        case 3: case 4: case 7: case 9: case 11:
+            h->lineScan = false;
+            break;
+        case 8:
+            h->lineScan = false;
+            h->swapCube.reset();
+            h->swapMask = {};
+            h->swapFloat = {};
+            break;
+        default:
+            h->lineScan = true;
+        }
+        return 0;
+    }
+    switch (p.acqType) {
+    case -1:
+        return -1;
+    case 0: case 1: case 7:
+        h->lineScan = false;
+        break;
+    case 3: case 4: case 5: case 6: case 8: case 9: case 10: case 11:
+        h->lineScan = true;
+        break;
+    default:
+        break;
+    }
+    return 0;
+}
+
+int processingSetupOf(const ZelkHandle* h)
+{
+    const ZelkProject& p = *h->project;
+    if (h->resamplingEnabled)
+        return p.classifier && p.segmenter && p.regressor ? 9 : 0;
+    int setup = 0;
+    if (p.classifier)
+        setup = 5;
+    if (p.segmenter)
+        setup = 6;
+    if (p.regressor)
+        setup = 7;
+    return setup;
+}
+
+void takeGeometry(ZelkHandle* h, const ZelkImage& image)
+{
+    h->inputWidth = image.cropped ? image.cropWidth : image.width;
+    const int height = image.cropped ? image.cropHeight : image.height;
+    h->inputHeight = h->lineScan ? 1 : height;
+    h->inputBands = h->resamplingEnabled && h->resampler ? h->resampler->sourceBands : image.bandCount;
+}
+
+// Deciphers a model file's bytes: the plain stream, or a negative code after a report.
+// A ".zelk" envelope that fails its check gives an empty stream and no error, so that
+// the load goes on with an empty project.
+int decipher(ZelkHandle* h, const QByteArray& bytes, const QString& suffix, QByteArray* plain)
+{
+    const bool zpl = suffix == QLatin1String("zpl");
+    quint64 key = 0; // files of other names have no key and fail below
+    if (suffix == QLatin1String("zelk"))
+        key = modelkeys::zelkKey();
+    else if (zpl)
+        key = modelkeys::zplKey();
+    const QByteArray body = zpl ? QByteArray::fromBase64(bytes) : bytes;
+
+    ZelkContainer first(key);
+    first.compressionMode = 1;
+    first.protectionMode = 2;
+    *plain = first.decrypt(body);
+    if (first.lastError == ZelkContainer::NoError)
+        return 0;
+    if (first.lastError == ZelkContainer::BadMagic)
+        return setHandleError(h, -111, QStringLiteral("zelk_LoadModel: Wrong file format"));
+    const QString failure = QStringLiteral("zelk_LoadModel: Internal error when loading model (%1)").arg(first.lastError);
+    if (!zpl) {
+        plain->clear();
+        return 0;
+    }
+    ZelkContainer second(modelkeys::zplSecondKey());
+    second.compressionMode = 1;
+    second.protectionMode = 2;
+    *plain = second.decrypt(QByteArray::fromBase64(bytes));
+    if (second.lastError != ZelkContainer::NoError)
+        return setHandleError(h, -112, failure);
+    return 0;
+}
+
+int loadModel(ZelkHandle* h, const QString& fileName)
+{
+    if (h->acquiring)
+        return setHandleError(h, -170, QStringLiteral("zelk_LoadModel: Cannot load model into running acquisition. Stop acquisition first."));
+
+    h->segmenter = nullptr; // it belongs to the project that goes now
+    h->project = std::make_unique<ZelkProject>(0);
+    h->project->device = h->device;
+
+    QFile file(fileName);
+    if (!file.open(QIODevice::ReadOnly))
+        return setHandleError(h, -113, QStringLiteral("zelk_LoadModel: File cannot be opened"));
+    const QByteArray bytes = file.readAll();
+    file.close();
+    const QString suffix = QFileInfo(fileName).suffix();
+
+    QByteArray plain;
+    if (const int r = decipher(h, bytes, suffix, &plain)) {
+        h->project.reset();
+        return r;
+    }
+    QBuffer buffer(&plain);
+    buffer.open(QIODevice::ReadOnly);
+    QDataStream in(&buffer);
+    if (h->project->load(in) != 0) {
+        h->project.reset();
+        return setHandleError(h, -110, QStringLiteral("zelk_LoadModel: Error loading model from file"));
+    }
+
+    if (applyApiKind(h) != 0) {
+        h->project.reset();
+        return setHandleError(h, -112, QStringLiteral("Cannot load the project: Unknown acquisition type"));
+    }
+    logToHandle(h, QStringLiteral("Model loaded from '%1' (%2 API)")
+                       .arg(fileName, h->lineScan ? QStringLiteral("line-scan") : QStringLiteral("snapshot")));
+
+    if (h->correctionEnabled) {
+        h->darkRef.clear();
+        h->gainRef.clear();
+        if (h->meanCorrection) {
+            h->whiteMean.clear();
+            h->darkMean.clear();
+        }
+        h->correctionEnabled = false;
+    }
+    h->project->processingSetup = processingSetupOf(h);
+
+    if (h->project->images.empty())
+        return -1;
+    if (const ZelkImage* image = h->project->images.front().get())
+        takeGeometry(h, *image);
+    return 0;
+}
+
+} // namespace
+
+extern "C" ZELK_API int zelk_LoadModel(ZelkHandle* h, const char* fileName)
+{
+    if (!h)
+        return nullHandle("zelk_LoadModel");
+    if (!fileName)
+        return setHandleError(h, -101, QStringLiteral("zelk_LoadModel: Passing NULL pointer to a filename."));
+    return guarded<int>(h, "zelk_LoadModel", InternalErrorCode, [&] { return loadModel(h, QString::fromLatin1(fileName)); });
+}
