@@ -72,9 +72,9 @@ void takeGeometry(ZelkHandle* h, const ZelkImage& image)
     h->inputBands = h->resamplingEnabled && h->resampler ? h->resampler->sourceBands : image.bandCount;
 }
 
-// Deciphers a model file's bytes: the plain stream, or a negative code after a report.
-// A ".zelk" envelope that fails its check gives an empty stream and no error, so that
-// the load goes on with an empty project.
+// Deciphers a model file's bytes: 0 with the plain stream, or a negative code after a
+// report. An envelope of another kind than ".zpl" that fails its check gives 1 and no
+// stream: the load goes on with the project left empty, and ends without images.
 int decipher(ZelkHandle* h, const QByteArray& bytes, const QString& suffix, QByteArray* plain)
 {
     const bool zpl = suffix == QLatin1String("zpl");
@@ -94,10 +94,8 @@ int decipher(ZelkHandle* h, const QByteArray& bytes, const QString& suffix, QByt
     if (first.lastError == ZelkContainer::BadMagic)
         return setHandleError(h, -111, QStringLiteral("zelk_LoadModel: Wrong file format"));
     const QString failure = QStringLiteral("zelk_LoadModel: Internal error when loading model (%1)").arg(first.lastError);
-    if (!zpl) {
-        plain->clear();
-        return 0;
-    }
+    if (!zpl)
+        return 1;
     ZelkContainer second(modelkeys::zplSecondKey());
     second.compressionMode = 1;
     second.protectionMode = 2;
@@ -124,16 +122,19 @@ int loadModel(ZelkHandle* h, const QString& fileName)
     const QString suffix = QFileInfo(fileName).suffix();
 
     QByteArray plain;
-    if (const int r = decipher(h, bytes, suffix, &plain)) {
+    const int deciphered = decipher(h, bytes, suffix, &plain);
+    if (deciphered < 0) {
         h->project.reset();
-        return r;
+        return deciphered;
     }
-    QBuffer buffer(&plain);
-    buffer.open(QIODevice::ReadOnly);
-    QDataStream in(&buffer);
-    if (h->project->load(in) != 0) {
-        h->project.reset();
-        return setHandleError(h, -110, QStringLiteral("zelk_LoadModel: Error loading model from file"));
+    if (deciphered == 0) {
+        QBuffer buffer(&plain);
+        buffer.open(QIODevice::ReadOnly);
+        QDataStream in(&buffer);
+        if (h->project->load(in) != 0) {
+            h->project.reset();
+            return setHandleError(h, -110, QStringLiteral("zelk_LoadModel: Error loading model from file"));
+        }
     }
 
     if (applyApiKind(h) != 0) {

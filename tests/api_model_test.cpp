@@ -1,0 +1,200 @@
+// Loading model files through the C interface: the envelope's outcomes, what the
+// handle derives from the project, and the input configuration calls.
+
+#include "model_files.h"
+#include "runtime/handle.h"
+#include "test_handle.h"
+
+#include <gtest/gtest.h>
+
+using namespace modelfiles;
+
+namespace {
+
+QString errorText(ZelkHandle* h)
+{
+    return QString::fromLocal8Bit(zelk_GetErrorMsg(h));
+}
+
+} // namespace
+
+TEST(LoadModel, EnvelopeOutcomesLeaveTheDocumentedProject)
+{
+    QTemporaryDir dir;
+    TestHandle h;
+    const QByteArray stream = projectBytes(lineScanProject());
+
+    EXPECT_EQ(zelk_LoadModel(h, nullptr), -101);
+    EXPECT_EQ(zelk_LoadModel(nullptr, "x.zelk"), -101);
+
+    // Each kind of file loads, the .zpl one with its second key on the second attempt
+    // without leaving a trace of the first.
+    for (FileKind kind : {FileKind::Zelk, FileKind::Zpl, FileKind::ZplSecondKey}) {
+        zelk_GetInputWidth(nullptr); // leaves -101 in the global pair, not in the handle
+        h.h->errorCode = 7;
+        const QString path = writeModel(dir, lineScanProject(), kind, QStringLiteral("k%1").arg(int(kind)));
+        ASSERT_EQ(zelk_LoadModel(h, path.toLatin1()), 0) << errorText(h).toStdString();
+        EXPECT_EQ(h.h->errorCode, 7);
+        EXPECT_EQ(errorText(h), QStringLiteral("Model loaded from '%1' (line-scan API)").arg(path));
+    }
+
+    // A missing file leaves a new, empty project: the old geometry still answers.
+    EXPECT_EQ(zelk_LoadModel(h, dir.filePath("missing.zelk").toLatin1()), -113);
+    EXPECT_EQ(errorText(h), "zelk_LoadModel: File cannot be opened");
+    ASSERT_NE(h.h->project, nullptr);
+    EXPECT_EQ(zelk_GetInputWidth(h), 8);
+
+    const struct {
+        const char* name;
+        QByteArray contents;
+        int result;
+        bool projectLeft;
+    } cases[] = {
+        {"plain.zelk", QByteArray("not an envelope at all"), -111, false},
+        {"stream.zelk", seal(QByteArray("ZELK99")), -110, false},
+        // A damaged checksum of a .zelk file goes on with an empty project: no images.
+        {"damaged.zelk", seal(stream, {Compressed | Checksum, keys::Zelk, 1}).replace(40, 1, "!"), -1, true},
+        {"wrongkey.zpl", seal(stream, {Checksum, keys::Zelk}).toBase64(), -112, false},
+        {"other.ZELK", fileContents(FileKind::Zelk, stream), -1, true},
+        {"empty.zelk", seal(projectBytes([] {
+              Project p = lineScanProject();
+              p.images.clear();
+              return p;
+          }())),
+         -1, true},
+    };
+    for (const auto& c : cases) {
+        SCOPED_TRACE(c.name);
+        const QString path = dir.filePath(c.name);
+        writeFile(path, c.contents);
+        EXPECT_EQ(zelk_LoadModel(h, path.toLatin1()), c.result);
+        EXPECT_EQ(h.h->project != nullptr, c.projectLeft);
+    }
+    EXPECT_EQ(zelk_GetInputWidth(h), -103);
+    EXPECT_EQ(errorText(h), "zelk_GetInputWidth: Project not loaded.");
+}
+
+TEST(LoadModel, ApiKindSetUpAndGeometryFollowTheProject)
+{
+    QTemporaryDir dir;
+    TestHandle h;
+    Project p = lineScanProject(16);
+    p.images[0].cropped = true;
+    const int crop[6] = {640, 480, 2, 3, 16, 100}; // size before cropping first
+    std::copy(crop, crop + 6, p.images[0].crop);
+    ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, p).toLatin1()), 0);
+    EXPECT_TRUE(h.h->lineScan);
+    EXPECT_EQ(zelk_GetInputWidth(h), 640);
+    EXPECT_EQ(zelk_GetInputHeight(h), 1);
+    EXPECT_EQ(zelk_GetInputBands(h), 4);
+    EXPECT_EQ(h.h->project->processingSetup, 6); // classifier and segmenter
+
+    // Snapshot cameras, and type 19 by its acquisition type; type 2 of it keeps the
+    // kind of the project before.
+    const struct {
+        int type, acqType;
+        bool lineScan;
+        int dataType, layout;
+    } kinds[] = {{3, -1, false, 2, 1}, {8, -1, false, 2, 3}, {13, -1, true, 2, 1}, {4, -1, false, 1, -205},
+                 {19, 1, false, 2, 1}, {19, 2, false, -165, -205}, {19, 4, true, 1, 2}, {19, 2, true, -165, -205}};
+    for (const auto& k : kinds) {
+        SCOPED_TRACE(k.type * 100 + k.acqType);
+        p = lineScanProject();
+        p.type = k.type;
+        p.acqType = k.acqType;
+        ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, p).toLatin1()), 0);
+        EXPECT_EQ(h.h->lineScan, k.lineScan);
+        EXPECT_EQ(zelk_GetInputHeight(h), k.lineScan ? 1 : 100);
+        EXPECT_EQ(zelk_GetInputDataType(h), k.dataType);
+        EXPECT_EQ(zelk_GetInputDataLayout(h), k.layout);
+    }
+    p.type = 19;
+    p.acqType = -1;
+    EXPECT_EQ(zelk_LoadModel(h, writeModel(dir, p).toLatin1()), -112);
+    EXPECT_EQ(errorText(h), "Cannot load the project: Unknown acquisition type");
+
+    // A snapshot project of type 3 has no type once a correction is in place.
+    p = lineScanProject();
+    p.type = 3;
+    ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, p).toLatin1()), 0);
+    h.h->correctionEnabled = true;
+    EXPECT_EQ(zelk_GetInputDataType(h), -206);
+    // ... and the next load drops the correction.
+    ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, p).toLatin1()), 0);
+    EXPECT_FALSE(h.h->correctionEnabled);
+
+    // Without a segmenter the set-up names the classifier; resampling without a
+    // regressor leaves none.
+    p = lineScanProject();
+    p.segmenter.reset();
+    p.revision = 8; // no stored segmenter: one is derived from the classifier
+    ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, p).toLatin1()), 0);
+    EXPECT_EQ(h.h->project->processingSetup, 6);
+    EXPECT_EQ(h.h->project->segmenter->backgroundDecName, "bg");
+    h.h->resamplingEnabled = true;
+    ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, p).toLatin1()), 0);
+    EXPECT_EQ(h.h->project->processingSetup, 0);
+}
+
+TEST(InputConfiguration, ChecksAndCodes)
+{
+    QTemporaryDir dir;
+    TestHandle h;
+    for (auto call : {zelk_GetInputWidth, zelk_GetInputHeight, zelk_GetInputBands, zelk_GetMaskType})
+        EXPECT_EQ(call(h), -103);
+    EXPECT_EQ(zelk_SetCubeROI(h, 0, 0, 1, 1, 0), -103);
+    EXPECT_EQ(zelk_SetMinObjSize(h, 5), -1);
+    EXPECT_EQ(zelk_GetErrorCode(h), -103);
+
+    // The layout setter needs no project and reports in the process-wide pair only.
+    h.h->errorCode = 3;
+    EXPECT_EQ(zelk_SetInputDataLayout(h, 0), -136);
+    EXPECT_EQ(zelk_GetErrorCode(h), 3);
+    EXPECT_EQ(zelk_GetErrorCode(nullptr), -136);
+    EXPECT_EQ(zelk_SetInputDataLayout(h, 3), 0);
+
+    Project p = lineScanProject();
+    p.type = 3; // snapshot: 8 by 100
+    ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, p).toLatin1()), 0);
+    EXPECT_EQ(zelk_SetCubeROI(h, 7, 99, 1, 1, 9), 0);
+    EXPECT_TRUE(h.h->roiEnabled);
+    EXPECT_EQ(zelk_SetCubeROI(h, 0, 0, 8, 100, 9), 0);
+    EXPECT_EQ(zelk_SetCubeROI(h, 1, 0, 8, 100, 9), -210);
+    EXPECT_EQ(errorText(h), "zelk_SetCubeROI: Invalid ROI specification (col=1,row=0,width=8,height=100 while "
+                            "imageWidth=8, imageHeight=100");
+    EXPECT_EQ(zelk_SetCubeROI(h, 0, 0, 2147483647, 1, 9), -210); // no wrap-around
+    EXPECT_EQ(zelk_SetCubeROI(h, -1, 0, 0, 0, 0), 0);
+    EXPECT_FALSE(h.h->roiEnabled);
+    EXPECT_EQ(h.h->roiWidth, 8); // the numbers stay
+
+    EXPECT_EQ(zelk_SetInputWidth(h, 0), -230);
+    EXPECT_EQ(zelk_SetInputWidth(h, 32), 0);
+    EXPECT_EQ(zelk_GetInputWidth(h), 32);
+    EXPECT_EQ(zelk_GetMaskType(h), 1);
+    EXPECT_EQ(zelk_SetMinObjSize(h, 0), -1);
+    EXPECT_EQ(zelk_GetErrorCode(h), -190);
+    EXPECT_EQ(zelk_SetMinObjSize(h, 4), 0);
+    EXPECT_EQ(h.h->project->segmenter->minObjSize, 4);
+
+    EXPECT_EQ(zelk_SetSegmentation(h, 1), 0);
+    EXPECT_EQ(h.h->segmenter, h.h->project->segmenter.get());
+    EXPECT_EQ(zelk_SetSegmentation(h, 0), 0);
+    EXPECT_FALSE(h.h->segmentationEnabled);
+
+    // A definition that does not compile is refused with its own code and text.
+    SegmenterSpec broken = leafObjects(1);
+    broken.foregroundVec = QVector<bool>{false}; // fewer flags than classes
+    p.segmenter = segmenterBytes(broken);
+    ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, p).toLatin1()), 0);
+    EXPECT_EQ(zelk_SetSegmentation(h, 1), -172);
+    EXPECT_TRUE(errorText(h).startsWith("zelk_StartAcquisition: Object segmentation cannot proceed (-35"));
+    EXPECT_EQ(h.h->segmenter, nullptr);
+
+    // Without a segmenter at all (no classifier, no segmenter).
+    p.classifier.reset();
+    ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, p).toLatin1()), 0);
+    EXPECT_EQ(zelk_GetMaskType(h), -164);
+    EXPECT_EQ(zelk_SetMinObjSize(h, 3), -164);
+    EXPECT_EQ(zelk_SetSegmentation(h, 1), -164);
+    EXPECT_EQ(zelk_SetSegmentation(h, 0), 0);
+}

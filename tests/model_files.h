@@ -1,0 +1,114 @@
+#pragma once
+// Model files for the tests of the C interface, written to a temporary directory.
+//
+// The line-scan model: four bands, of which the classifier takes bands 1 and 3 as its
+// two features. Centre 0 at (0, 0) votes for "bg", centre 1 at (10, 0) for "leaf"; the
+// unit is exp(-squared distance). So a pixel whose band 1 is near 10 is "leaf", one
+// near 0 is "bg". With rejection on, a pixel far from both centres is rejected (code 2).
+
+#include "modelwriter/classifier_writer.h"
+#include "modelwriter/envelope_writer.h"
+#include "modelwriter/project_writer.h"
+#include "modelwriter/segmenter_writer.h"
+
+#include <QTemporaryDir>
+
+namespace modelfiles {
+
+using namespace modelwriter;
+
+inline ClassifierSpec twoCentreClassifier()
+{
+    ClassifierSpec c;
+    c.inputBands = 2;
+    c.totalBands = 4;
+    c.selectedBands = QVector<qint32>{1, 3};
+    c.classNames = QStringList{"bg", "leaf"};
+    c.classCodes = {0, 1};
+    c.classFlags = {false, true};
+    LinearElement projection;
+    projection.inputCount = 2;
+    projection.outputCount = 2;
+    projection.matrix = TypedArray::floats({2, 2, 1, 1}, {1, 0, 0, 1});
+    projection.offset = TypedArray::floats({1, 2, 1, 1}, {0, 0});
+    c.projection = projection;
+    NetworkElement n;
+    n.featureCount = 2;
+    n.unitCount = 2;
+    n.classCount = 2;
+    n.classNames = c.classNames;
+    n.centres = TypedArray::floats({2, 2, 1, 1}, {0, 0, 10, 0});
+    n.gammas = TypedArray::floats({2, 1, 1, 1}, {-1, -1});
+    n.outputWeights = TypedArray::floats({3, 2, 1, 1}, {0, 1, 0, 0, 0, 1});
+    c.network = n;
+    Roc roc;
+    roc.rowLength = 2;
+    roc.currentPoint = 0;
+    roc.weightTable = QVector<float>{1, 1};
+    c.roc = roc;
+    return c;
+}
+
+// Objects of "leaf" pixels, each decision on its own (mask 1) or all foreground
+// together (mask 2).
+inline SegmenterSpec leafObjects(int objMask)
+{
+    SegmenterSpec s;
+    s.classNames = QStringList{"bg", "leaf"};
+    s.foregroundVec = QVector<bool>{false, true};
+    s.minObjSize = 1;
+    s.objMask = objMask;
+    s.objDecType = 1;
+    s.ruleDefDecName = "leaf";
+    s.rule1 = {"leaf", 1, 1, 0};
+    s.rule2Enabled = false;
+    s.rule2 = {"leaf", 1, 1, 0};
+    s.backgroundDecName = "bg";
+    return s;
+}
+
+inline QByteArray classifierBytes(const ClassifierSpec& c)
+{
+    StreamBuilder out;
+    out.tag(QStringLiteral("ZelkClassifier:%1").arg(c.version)).add(c);
+    return out.bytes();
+}
+
+inline QByteArray segmenterBytes(const SegmenterSpec& s)
+{
+    StreamBuilder out;
+    out.add(s);
+    return out.bytes();
+}
+
+// A project of camera type 14 (line-scan), one image of `width` pixels and 4 bands.
+inline Project lineScanProject(int width = 8)
+{
+    Project p;
+    p.type = 14;
+    p.classNames = QStringList{"Unknown", "bg", "leaf"};
+    p.classColors = {QColor(0, 0, 0, 0), QColor(10, 20, 30), QColor(0, 200, 0)};
+    Image image;
+    image.cubeName = "scan";
+    image.width = width;
+    image.height = 100;
+    image.bands = 4;
+    image.wavelengths = {900, 1000, 1100, 1200};
+    p.images = {image};
+    p.bandSelection = QVector<bool>(4, true);
+    p.classifier = classifierBytes(twoCentreClassifier());
+    p.classForeground = QVector<bool>{false, false, true};
+    p.segmenter = segmenterBytes(leafObjects(1));
+    return p;
+}
+
+// Writes the project as a model file of `kind` into `dir` and returns its path.
+inline QString writeModel(const QTemporaryDir& dir, const Project& p, FileKind kind = FileKind::Zelk,
+                          const QString& name = QStringLiteral("model"))
+{
+    const QString path = dir.filePath(name + QLatin1Char('.') + fileSuffix(kind));
+    writeFile(path, fileContents(kind, projectBytes(p)));
+    return path;
+}
+
+} // namespace modelfiles
