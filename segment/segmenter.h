@@ -9,6 +9,7 @@
 #include "segment/object_rule.h"
 #include "segment/open_object.h"
 
+#include <QDataStream>
 #include <QObject>
 #include <QString>
 #include <QStringList>
@@ -44,6 +45,10 @@ public:
     // mode, the label tables, the finished list and `valuesPerPixel` values per object.
     // 0, or -3600 when the definition is not compiled.
     int prepareSegmenter(bool streaming, int width, int valuesPerPixel);
+
+    // Reads the definition behind its "ZelkSegmenter" tag. 0, or -1 when a required
+    // item's tag is wrong. The names are left uncompiled: every decision index is -1.
+    int load(QDataStream& in);
 
     // Field by field, for a definition read from a stream; each clears the compiled flag.
     void setClassNames(const QStringList& names);
