@@ -41,7 +41,9 @@ void ZelkClassifier::buildRejectGrid()
         rejectLevelCount = 100;
     // A count of 1 divides by zero; the grid is carried, never used, so it stays so.
     const float step = 1.0f / float(rejectLevelCount - 1);
-    rejectGrid = QVector<float>(qMax(0, rejectLevelCount));
+    // The count comes from the file and nothing stands behind it there: a damaged one
+    // must not ask for gigabytes, so the grid holds no more than MaxRejectLevels levels.
+    rejectGrid = QVector<float>(qBound(0, rejectLevelCount, MaxRejectLevels));
     for (int i = 0; i < rejectGrid.size(); ++i)
         rejectGrid[i] = float(i) * step;
 }

@@ -6,6 +6,7 @@
 #include "classify/pipeline_elements.h"
 #include "compute/classifier_kernel.h"
 
+#include <QDataStream>
 #include <QMap>
 #include <QObject>
 #include <QStringList>
@@ -31,6 +32,10 @@ class ZelkROC : public QObject {
     Q_OBJECT
 public:
     using QObject::QObject;
+
+    // Reads the element behind its "ZelkROC" tag: 0, or -1 when its version tag is not
+    // "ZelkROC:1", with nothing changed.
+    int load(QDataStream& in);
 
     // The first `classes` weights of the current row; empty when the table holds no
     // such row.
@@ -58,6 +63,11 @@ public:
     explicit ZelkClassifier(QObject* parent = nullptr);
     ~ZelkClassifier() override;
 
+    // Reads the classifier element of stream version 1 to 4, the two tags in front of it
+    // already consumed. Always 0: a part that fails to read is left half filled, and the
+    // stream then reads out of step for whatever follows.
+    int load(QDataStream& in, int version);
+
     // C, the number of classes, and the decisions: the classes, then the rejected
     // pixel when the classifier rejects.
     int classCount() const { return classNames.size(); }
@@ -67,8 +77,10 @@ public:
 
     // "BandSelection=ALL": every band of the training data, in order.
     void selectAllBands();
-    // Levels from 0 to 1 in rejectLevelCount equal steps; a count of 0 means 100.
+    // Levels from 0 to 1 in rejectLevelCount equal steps; a count of 0 means 100. The
+    // grid stops after MaxRejectLevels entries.
     void buildRejectGrid();
+    static constexpr int MaxRejectLevels = 1 << 16;
 
     // Makes the copies that a kernel is built from and the band index; -1 with
     // `lastError` set when the model cannot run (missing or inconsistent parts).

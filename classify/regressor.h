@@ -4,6 +4,7 @@
 
 #include "classify/pipeline_elements.h"
 
+#include <QDataStream>
 #include <QObject>
 #include <QStringList>
 #include <QVector>
@@ -16,6 +17,10 @@ class ZelkRegressor : public QObject {
 public:
     explicit ZelkRegressor(QObject* parent = nullptr);
     ~ZelkRegressor() override;
+
+    // Reads the element behind its "ZelkRegressor" tag. 0, or the code of the first
+    // failure (-1, -1101 to -1112); what was read up to it stays.
+    int load(QDataStream& in);
 
     // Attach the project's training and test data; the per-sample caches get one zero
     // entry per sample of the data set.

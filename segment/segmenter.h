@@ -49,6 +49,10 @@ public:
     // 0, or -3600 when the definition is not compiled.
     int prepareSegmenter(bool streaming, int width, int valuesPerPixel);
 
+    // Reads the definition behind its "ZelkSegmenter" tag. 0, or -1 when a required
+    // item's tag is wrong. The names are left uncompiled: every decision index is -1.
+    int load(QDataStream& in);
+
     // Field by field, for a definition read from a stream; each clears the compiled flag.
     void setClassNames(const QStringList& names);
     void setUseUnknown(bool useUnknown);

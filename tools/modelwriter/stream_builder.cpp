@@ -136,7 +136,7 @@ StreamBuilder& StreamBuilder::absent(const QString& name)
 
 StreamBuilder& StreamBuilder::afArray(const TypedArray& array)
 {
-    tag(QStringLiteral("AFArray:1")).i32(array.type);
+    tag(array.tag).i32(array.type);
     for (qint32 d : array.dims)
         i32(d);
     switch (array.type) {

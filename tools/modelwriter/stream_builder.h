@@ -27,6 +27,7 @@ struct TypedArray {
     QVector<float> f32;
     QVector<qint32> s32;
     QVector<quint8> u8;
+    QString tag = QStringLiteral("AFArray:1"); // another text makes a wrong tag
 
     static TypedArray floats(Dims dims, QVector<float> values);
     static TypedArray ints(Dims dims, QVector<qint32> values);
