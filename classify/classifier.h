@@ -86,9 +86,6 @@ public:
     // `lastError` set when the model cannot run (missing or inconsistent parts).
     int prepareDevice();
 
-    // Reads the classifier stream of reader version 1 to 4, behind its version tag.
-    int load(QDataStream& in, int version);
-
     int device = 65536;
     QVector<int> classCodes;
     int modelKind = 0;

@@ -24,9 +24,6 @@ public:
 
     // Attach the project's training and test data; the per-sample caches get one zero
     // entry per sample of the data set.
-    // Reads the regression stream behind the tag "ZelkRegressor": 0 or a negative code.
-    int load(QDataStream& in);
-
     void setRegData(ZelkDataSet* data);
     void setRegTestData(ZelkDataSet* data);
 

@@ -137,15 +137,13 @@ int ZelkProjectReader::run()
     Q_EMIT p.bandSelectionLoaded(p.bandSelection ? &*p.bandSelection : nullptr);
 
     if (v >= 3) {
-        QString tag = readTag(in);
-        if (isTag(tag, "preview+current Bands")) {
+        if (isTag(readTag(in), "preview+current Bands")) {
             p.previewRed = value<int>(in);
             p.previewGreen = value<int>(in);
             p.previewBlue = value<int>(in);
             p.currentBand = value<int>(in);
-            tag = readTag(in);
         }
-        if (isTag(tag, "ZelkClassifier"))
+        if (isTag(readTag(in), "ZelkClassifier"))
             if (const int r = readClassifier())
                 return r;
     }

@@ -45,8 +45,8 @@ inline void exhaust(QDataStream& in)
 template <typename Element>
 bool countFits(QDataStream& in, qint64 minimumPerEntry = wireSize<Element>())
 {
-    if (in.status() != QDataStream::Ok)
-        return true; // Qt's own read keeps a failed stream's state
+    // Qt reads a container even from a stream whose status has failed (it resets the
+    // status for the read and restores it after), so the count is checked in any case.
     QIODevice* d = in.device();
     if (!d)
         return true;

@@ -26,9 +26,6 @@ public:
 
     // ---- Definition ------------------------------------------------------------
 
-    // Reads the segmenter element of a project stream: 0, or -1 on a wrong required tag.
-    int load(QDataStream& in);
-
     // Replaces the class names and makes a new foreground vector of zeros: one flag per
     // name, plus one for the unknown decision when `useUnknown` is set.
     void setClasses(const QStringList& names, bool useUnknown);
