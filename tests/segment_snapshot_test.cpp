@@ -196,7 +196,7 @@ TEST(SnapshotLabels, AgreesWithTheLineScanTrackerOnShortImages)
     const std::vector<quint8> flags = {0, 1, 1, 1};
     std::mt19937 rng(5);
     for (int objMask : {1, 2}) {
-        for (int n = 0; n < 12; ++n) {
+        for (int n = 0; n < 8; ++n) {
             SCOPED_TRACE(testing::Message() << "mask " << objMask << " image " << n);
             const int w = 2 + int(rng() % 60), h = 1 + int(rng() % 19);
             const Image image = randomImage(rng, w, h, w * h / 40 + 1, w * h / 10);
