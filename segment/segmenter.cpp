@@ -281,12 +281,18 @@ int ZelkSegmenter::prepareSegmenter(bool streaming, int width, int valuesPerPixe
         objectNumberMap_ = std::vector<qint32>(labels, 0);
         objectList_ = std::vector<qint32>(listed * ObjectRecordInts, 0);
         objectMeans_ = std::vector<float>(listed * size_t(valuesPerPixel), 0.0f);
+        // Whole images keep the members of every root, so that a merge relabels only
+        // those (see scanRow).
+        memberNext_ = std::vector<qint32>(streaming ? 0 : labels, 0);
+        memberTail_ = std::vector<qint32>(streaming ? 0 : labels, 0);
     } catch (const std::bad_alloc&) {
         // Tables that large for this many values per pixel can't be had; the segmenter
         // stays unprepared and its kernels refuse to run.
         openObjects_ = {};
         valueSums_ = {};
         objectMeans_ = {};
+        memberNext_ = {};
+        memberTail_ = {};
         return -1;
     }
 

@@ -43,7 +43,8 @@ public:
     int firstForeground() const;
     // Creates the run state for one acquisition: row buffers of `width` in streaming
     // mode, the label tables, the finished list and `valuesPerPixel` values per object.
-    // 0, or -3600 when the definition is not compiled.
+    // 0, or -3600 when the definition is not compiled. With `streaming` off the segmenter
+    // labels whole images (labelCube) instead of a stream of rows.
     int prepareSegmenter(bool streaming, int width, int valuesPerPixel);
 
     // Reads the definition behind its "ZelkSegmenter" tag. 0, or -1 when a required
@@ -107,6 +108,39 @@ public:
     // in the order of the records. Null before the first preparation.
     const float* objectMeans() const { return objectMeans_.empty() ? nullptr : objectMeans_.data(); }
 
+    // ---- Whole images ----------------------------------------------------------
+
+    static constexpr int labellingError = -213; // what a failed image labelling returns
+
+    // Labels a whole image of `width` by `height` decision bytes, row after row, with the
+    // row kernel of objects of equal decision code (labelCube) or of equal foreground flag
+    // (labelCubeForeground), and then closes every object in one pass: objectCount() and
+    // object(i) give the records in the order of the objects' first pixels, with lines
+    // counted from the image's first row. Needs a segmenter prepared with streaming off.
+    //
+    // `objectMap` (width x height, row by row) receives the raw label of every foreground
+    // pixel; background entries are left as the caller filled them. labelCubeForeground
+    // also writes each pixel's foreground flag into `classObjectMap`, of the same shape.
+    //
+    // 0, or labellingError when a table runs full (more label starts than the label
+    // table holds, or a full finished list) or when the arguments can't be labelled (no
+    // buffers, a negative width, an unprepared segmenter). After a full table the counters
+    // stay where they were, and only resetAfterCube() or a new preparation restarts them.
+    int labelCube(const quint8* decisions, qint32* objectMap, int width, int height);
+    int labelCubeForeground(const quint8* decisions, qint32* objectMap, qint32* classObjectMap, int width,
+                            int height);
+    // Readies the segmenter for the next image once its records have been taken: object
+    // numbers, labels and lines start again from the beginning. The accepted pixel count
+    // keeps running. Does nothing to a segmenter that is not prepared for images.
+    void resetAfterCube();
+    // For each label of the last image, the number of the object it ended in (0 for a
+    // label of an object rejected by size, except that object's first label, whose entry
+    // is left as it was). Null before the first preparation.
+    const qint32* objectNumberMap() const { return objectNumberMap_.empty() ? nullptr : objectNumberMap_.data(); }
+    // Merges in an image relabel by walking the members of the absorbed label rather than
+    // by a scan of the whole label table; both leave the same state. Tests compare the two.
+    void setPlainRelabel(bool on) { plainRelabel_ = on; }
+
     bool streaming() const { return streaming_; }
     int width() const { return width_; }
     int valuesPerPixel() const { return valuesPerPixel_; }
@@ -125,8 +159,15 @@ private:
     void clearCompiled();
 
     template <Kernel K> int trackRow(const quint8* decisions, const float* values);
+    template <Kernel K> int scanRow(const quint8* decisions, const float* values);
     template <Kernel K> int finishPass();
+    template <Kernel K> int finishImage();
+    template <Kernel K> void writeRecord(const OpenObject& o, qint32 label);
+    template <Kernel K> int labelImage(const quint8* decisions, qint32* objectMap, qint32* classObjectMap,
+                                       int width, int height);
     int issueLabel();
+    int issueImageLabel();
+    void appendMembers(qint32 root, qint32 absorbed);
     void noteFreed(int label);
     bool rowsReady() const;
 
@@ -173,4 +214,11 @@ private:
 
     int freeSearchStart_ = 1; // no label below this one can be taken (see issueLabel)
     bool plainLabelSearch_ = false;
+
+    // Image mode: the labels that resolve to each root, as a list through memberNext_
+    // (0 ends it) from the root itself to memberTail_[root]. Only labels issued in the
+    // current image are linked.
+    std::vector<qint32> memberNext_;
+    std::vector<qint32> memberTail_;
+    bool plainRelabel_ = false;
 };

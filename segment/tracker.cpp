@@ -127,6 +127,24 @@ int ZelkSegmenter::issueLabel()
     return 0;
 }
 
+// Image mode: labels are issued in order and never reused.
+int ZelkSegmenter::issueImageLabel()
+{
+    lastIssuedLabel_ = nextLabel_;
+    nextLabel_ = wrapped(qint64(nextLabel_) + 1);
+    if (nextLabel_ >= labelCapacity)
+        return -1;
+    highestLabel_ = std::max(highestLabel_, nextLabel_);
+    return 0;
+}
+
+// Image mode: the members of `absorbed`, a root until now, join those of `root`.
+void ZelkSegmenter::appendMembers(qint32 root, qint32 absorbed)
+{
+    memberNext_[size_t(memberTail_[size_t(root)])] = absorbed;
+    memberTail_[size_t(root)] = memberTail_[size_t(absorbed)];
+}
+
 template <ZelkSegmenter::Kernel K>
 int ZelkSegmenter::trackRow(const quint8* decisions, const float* values)
 {
@@ -141,6 +159,19 @@ int ZelkSegmenter::trackRow(const quint8* decisions, const float* values)
         return -1;
     if (withValues && nv > 0 && !values)
         return -1;
+    return scanRow<K>(decisions, values);
+}
+
+// One row through a kernel. In streaming mode the segmenter owns the two label rows and
+// swaps them; in image mode (labelImage) they are rows of the caller's label image, and
+// labelImage moves them on.
+template <ZelkSegmenter::Kernel K>
+int ZelkSegmenter::scanRow(const quint8* decisions, const float* values)
+{
+    constexpr bool byFlag = K == Kernel::Foreground;
+    constexpr bool withValues = K == Kernel::Value || K == Kernel::Values;
+    const int nv = K == Kernel::Value ? 1 : valuesPerPixel_;
+    const bool stream = streaming_;
 
     decisionRow_ = decisions;
     const quint8* above = previousDecisionRow_; // null on the first line
@@ -177,6 +208,8 @@ int ZelkSegmenter::trackRow(const quint8* decisions, const float* values)
 
     auto create = [&](int c, int d) {
         const qint32 n = nextLabel_;
+        if (n < 1 || n >= labelCapacity)
+            return false; // an image that ran out of labels left no label to take
         OpenObject& o = table[n];
         o.state = 1;
         o.root = 0;
@@ -197,7 +230,11 @@ int ZelkSegmenter::trackRow(const quint8* decisions, const float* values)
         labels[c] = n;
         map[n] = n;
         touched = &o;
-        return issueLabel() == 0;
+        if (stream)
+            return issueLabel() == 0;
+        memberNext_[size_t(n)] = 0;
+        memberTail_[size_t(n)] = n;
+        return issueImageLabel() == 0;
     };
 
     auto merge = [&](int c, int d, qint32 a, qint32 b) {
@@ -207,9 +244,12 @@ int ZelkSegmenter::trackRow(const quint8* decisions, const float* values)
         if (x == lastIssuedLabel_) {
             // A run that has just begun meets an older object: its label has no aliases
             // yet, so pointing it at the older root is enough. A reused label can be the
-            // smaller one here; then nothing changes and hi keeps its own entry.
+            // smaller one here; then nothing changes and hi keeps its own entry. In an
+            // image labels only grow, so x is hi.
             map[x] = lo;
-        } else {
+            if (!stream)
+                appendMembers(lo, x);
+        } else if (stream || plainRelabel_) {
             const int last = highestLabel_;
             for (int k = 0; k <= last; ++k) {
                 if (map[k] == hi) {
@@ -220,6 +260,30 @@ int ZelkSegmenter::trackRow(const quint8* decisions, const float* values)
                     }
                 }
             }
+            if (!stream)
+                appendMembers(lo, hi);
+        } else {
+            // The same relabelling as the scan above, through the labels that resolve to
+            // hi. The scan ends with the highest of them, so that is the touched record.
+            qint32 alias = 0;
+            for (qint32 k = hi; k != 0; k = memberNext_[size_t(k)]) {
+                map[k] = lo;
+                if (k != hi) {
+                    table[k].root = lo;
+                    alias = std::max(alias, k);
+                }
+            }
+            // The scan also reaches highestLabel, the label to be issued next. Its entry
+            // is left from an earlier image and can name hi as well.
+            const qint32 next = highestLabel_;
+            if (next >= nextLabel_ && next < labelCapacity && map[next] == hi) {
+                map[next] = lo;
+                table[next].root = lo;
+                alias = next;
+            }
+            if (alias != 0)
+                touched = &table[alias];
+            appendMembers(lo, hi);
         }
         OpenObject& into = table[lo];
         OpenObject& from = table[hi];
@@ -320,6 +384,15 @@ int ZelkSegmenter::trackRow(const quint8* decisions, const float* values)
         }
     }
 
+    if (!stream) {
+        // The image's rows stay where they are; labelImage moves on to the next one.
+        previousLabelRow_ = labelRow_;
+        if (byFlag)
+            previousFlagRow_ = flagRow_;
+        currentLine_ = wrapped(qint64(currentLine_) + 1);
+        previousDecisionRow_ = decisionRow_;
+        return 0;
+    }
     objectCount_ = 0;
     if (line % finishPeriod == 0 && finishPass<K>() != 0)
         return -1;
@@ -334,13 +407,60 @@ int ZelkSegmenter::trackRow(const quint8* decisions, const float* values)
     return 0;
 }
 
+// Writes the record of open object `o` (label `label`) at index objectCount_, numbered
+// nextObjectNumber_, with its mean values in the value kernels.
+template <ZelkSegmenter::Kernel K>
+void ZelkSegmenter::writeRecord(const OpenObject& o, qint32 label)
+{
+    using namespace objectfield;
+    const int nv = valuesPerPixel_;
+    qint32* record = objectList_.data() + size_t(objectCount_) * ObjectRecordInts;
+    record[Number] = nextObjectNumber_;
+    const float w = 1.0f / float(o.pixelCount);
+    record[CentroidLine] = wrapped(qint64(roundedInt(float(o.lineOffsetSum) * w)) + o.firstLine);
+    record[CentroidColumn] = roundedInt(float(o.columnSum) * w);
+    record[FirstLine] = o.firstLine;
+    record[LastLine] = o.lastLine;
+    record[FirstColumn] = o.minColumn;
+    record[LastColumn] = o.maxColumn;
+    record[PixelCount] = o.pixelCount;
+
+    float* mean = objectMeans_.data() + size_t(objectCount_) * nv;
+    if constexpr (K == Kernel::Decisions) {
+        record[Decision] = o.decision;
+    } else if constexpr (K == Kernel::Foreground) {
+        if (objDecType == 1)
+            record[Decision] = objectclass::majority(o.classCounts, classSlots_);
+        else if (objDecType == 2)
+            record[Decision] = objectclass::byRules(defaultIndex_, rule1, rule2Enabled, rule2, o.classCounts,
+                                                    o.pixelCount, nullptr);
+        std::copy_n(o.classCounts, classSlots_, record + ClassSizes);
+    } else if constexpr (K == Kernel::Value) {
+        mean[0] = valueSums_[size_t(label)] / float(o.pixelCount);
+        record[Decision] = o.decision;
+        if (objDecType == 2)
+            record[Decision] = objectclass::byRules(defaultIndex_, rule1, rule2Enabled, rule2, o.classCounts,
+                                                    o.pixelCount, mean);
+    } else {
+        const float* sum = valueSums_.data() + size_t(label) * nv;
+        for (int j = 0; j < nv; ++j)
+            mean[j] = sum[j] / float(o.pixelCount);
+        record[Decision] = o.decision;
+    }
+    (void)mean, (void)label;
+}
+
 template <ZelkSegmenter::Kernel K>
 int ZelkSegmenter::finishPass()
 {
-    const int nv = valuesPerPixel_;
-    if (!prepared_ || !streaming_)
+    if (!prepared_)
         return -1;
-    if (K == Kernel::Value && nv != 1)
+    if (!streaming_) {
+        if constexpr (K == Kernel::Decisions || K == Kernel::Foreground)
+            return finishImage<K>();
+        return -1; // images are labelled without values
+    }
+    if (K == Kernel::Value && valuesPerPixel_ != 1)
         return -1;
     const qint64 line = currentLine_;
     // The scan includes highestLabel: labels are reused lowest first, so the highest
@@ -361,43 +481,7 @@ int ZelkSegmenter::finishPass()
             noteFreed(r);
             continue;
         }
-
-        using namespace objectfield;
-        qint32* record = objectList_.data() + size_t(objectCount_) * ObjectRecordInts;
-        record[Number] = nextObjectNumber_;
-        const float w = 1.0f / float(o.pixelCount);
-        record[CentroidLine] = wrapped(qint64(roundedInt(float(o.lineOffsetSum) * w)) + o.firstLine);
-        record[CentroidColumn] = roundedInt(float(o.columnSum) * w);
-        record[FirstLine] = o.firstLine;
-        record[LastLine] = o.lastLine;
-        record[FirstColumn] = o.minColumn;
-        record[LastColumn] = o.maxColumn;
-        record[PixelCount] = o.pixelCount;
-
-        float* mean = objectMeans_.data() + size_t(objectCount_) * nv;
-        if constexpr (K == Kernel::Decisions) {
-            record[Decision] = o.decision;
-        } else if constexpr (K == Kernel::Foreground) {
-            if (objDecType == 1)
-                record[Decision] = objectclass::majority(o.classCounts, classSlots_);
-            else if (objDecType == 2)
-                record[Decision] = objectclass::byRules(defaultIndex_, rule1, rule2Enabled, rule2, o.classCounts,
-                                                        o.pixelCount, nullptr);
-            std::copy_n(o.classCounts, classSlots_, record + ClassSizes);
-        } else if constexpr (K == Kernel::Value) {
-            mean[0] = valueSums_[size_t(r)] / float(o.pixelCount);
-            record[Decision] = o.decision;
-            if (objDecType == 2)
-                record[Decision] = objectclass::byRules(defaultIndex_, rule1, rule2Enabled, rule2, o.classCounts,
-                                                        o.pixelCount, mean);
-        } else {
-            const float* sum = valueSums_.data() + size_t(r) * nv;
-            for (int j = 0; j < nv; ++j)
-                mean[j] = sum[j] / float(o.pixelCount);
-            record[Decision] = o.decision;
-        }
-        (void)mean;
-
+        writeRecord<K>(o, r);
         ++objectCount_;
         nextObjectNumber_ = wrapped(qint64(nextObjectNumber_) + 1);
         if (objectCount_ >= objectListCapacity)
@@ -408,3 +492,11 @@ int ZelkSegmenter::finishPass()
     }
     return 0;
 }
+
+// The row kernels, passes and record writer that labelImage and finishImage use.
+template int ZelkSegmenter::finishPass<ZelkSegmenter::Kernel::Decisions>();
+template int ZelkSegmenter::finishPass<ZelkSegmenter::Kernel::Foreground>();
+template int ZelkSegmenter::scanRow<ZelkSegmenter::Kernel::Decisions>(const quint8*, const float*);
+template int ZelkSegmenter::scanRow<ZelkSegmenter::Kernel::Foreground>(const quint8*, const float*);
+template void ZelkSegmenter::writeRecord<ZelkSegmenter::Kernel::Decisions>(const OpenObject&, qint32);
+template void ZelkSegmenter::writeRecord<ZelkSegmenter::Kernel::Foreground>(const OpenObject&, qint32);
