@@ -3,6 +3,7 @@
 #include "classify/apply_elements.h"
 
 #include <QtGlobal>
+#include <cmath>
 #include <gtest/gtest.h>
 #include <random>
 
@@ -72,6 +73,56 @@ TEST(SavitzkyGolay, MatrixColumnsHoldTheWeightsShiftedByOneBand)
     EXPECT_EQ(at(d1.matrix, 4, 0), 0.2f);
     EXPECT_EQ(at(filter(9, 2, 9).matrix, 2, 0), -2.0f / 231);
     EXPECT_EQ(at(filter(15, 2, 15).matrix, 1, 0), 69.0f / 5168);
+}
+
+// The least-squares weights that give the coefficient of x^d at the centre of w points
+// for a polynomial of degree p: row d of (AᵀA)⁻¹Aᵀ, A the Vandermonde matrix of the
+// offsets -(w-1)/2 .. (w-1)/2, solved here by elimination in extended precision.
+std::vector<long double> leastSquaresWeights(int d, int w, int p)
+{
+    const int n = p + 1, m = w / 2;
+    std::vector<std::vector<long double>> a(n, std::vector<long double>(n + w, 0));
+    for (int r = 0; r < n; ++r) {
+        for (int c = 0; c < n; ++c)
+            for (int x = -m; x <= m; ++x)
+                a[r][c] += std::pow((long double)x, r + c);
+        for (int j = 0; j < w; ++j)
+            a[r][n + j] = std::pow((long double)(j - m), r);
+    }
+    for (int col = 0; col < n; ++col)
+        for (int r = 0; r < n; ++r)
+            if (r != col) {
+                const long double f = a[r][col] / a[col][col];
+                for (int c = 0; c < n + w; ++c)
+                    a[r][c] -= f * a[col][c];
+            }
+    std::vector<long double> weights(w);
+    for (int j = 0; j < w; ++j)
+        weights[j] = a[d][n + j] / a[d][d];
+    return weights;
+}
+
+TEST(SavitzkyGolay, EveryPairHoldsTheFittedWeightsRoundedToFloat)
+{
+    struct Pair { int derivative, window, degree; };
+    std::vector<Pair> pairs;
+    for (int w : {5, 7, 9, 11, 13, 15})
+        pairs.push_back({0, w, 2});
+    for (int w : {5, 7, 9, 11, 13, 15, 19, 27})
+        pairs.push_back({1, w, 2});
+    pairs.push_back({2, 9, 2});
+    pairs.push_back({2, 15, 4});
+    pairs.push_back({2, 19, 4});
+    for (const Pair& p : pairs) {
+        const ZelkAFPipelineM7 f = filter(p.window, p.derivative, p.window);
+        ASSERT_EQ(f.matrix.dim(1), 1) << p.derivative << "/" << p.window;
+        const std::vector<long double> c = leastSquaresWeights(p.derivative, p.window, p.degree);
+        for (int j = 0; j < p.window; ++j)
+            EXPECT_EQ(at(f.matrix, j, 0), float(c[j])) << p.derivative << "/" << p.window << " weight " << j;
+    }
+    ZelkAFPipelineM7 m;
+    for (auto [d, w] : {std::pair{0, 3}, std::pair{0, 17}, std::pair{1, 21}, std::pair{2, 11}, std::pair{3, 5}})
+        EXPECT_EQ(m.buildFilter(40, d, w), -1) << d << "/" << w;
 }
 
 TEST(SavitzkyGolay, PolynomialsComeOutAsTheirValueSlopeAndCurvature)
