@@ -100,6 +100,42 @@ ZELK_API int zelk_StopAcquisition(ZelkHandle* h);
  * input type and layout. Its decisions, values and finished objects stay readable
  * until the next frame. */
 ZELK_API int zelk_ProcessFrame(ZelkHandle* h, const void* frame);
+/* Results of the last frame or cube. Pointers handed out stay the library's and stand
+ * until the next frame or cube. */
+
+/* Objects finished by the last frame, or found in the last cube. */
+ZELK_API int zelk_GetObjCount(ZelkHandle* h);
+/* Points *out at the 30 integers of object `index`, 0 <= index < zelk_GetObjCount. */
+ZELK_API int zelk_GetObjDataInt(ZelkHandle* h, int index, int** out);
+/* Pixels of decision `classIndex` (0..20) in object `index`; needs 'All foreground'
+ * segmentation and a running acquisition. */
+ZELK_API int zelk_GetObjDataClassSize(ZelkHandle* h, int index, unsigned classIndex);
+/* The same as a fraction of the object's pixels; a failure returns the code as a float. */
+ZELK_API float zelk_GetObjDataClassFrac(ZelkHandle* h, int index, unsigned classIndex);
+/* Points *out at the mean regression outputs of object `index`, one per variable. */
+ZELK_API int zelk_GetObjDataRegOutput(ZelkHandle* h, int index, float** out);
+/* Line-scan: the decisions of the last frame, one byte per pixel; 255 marks an object. */
+ZELK_API unsigned char* zelk_GetFrameDecisions(ZelkHandle* h);
+/* Snapshot: the decisions of the last cube, row by row; NULL before the first start. */
+ZELK_API unsigned char* zelk_GetCubeDecisions(ZelkHandle* h);
+/* Line-scan: regression variable `varIndex` of the last frame, one value per pixel.
+ * With `mask` 1 (needs segmentation) pixels outside the foreground read `maskValue`. */
+ZELK_API float* zelk_GetFrameRegOutputVar(ZelkHandle* h, int varIndex, int mask, float maskValue);
+/* Number of decisions: the classes, then the rejected decision when there is one. */
+ZELK_API int zelk_GetDecCount(ZelkHandle* h);
+/* Name of a decision, kept in the handle's text buffer. */
+ZELK_API const char* zelk_GetDecName(ZelkHandle* h, int index);
+/* Display colour of a decision. */
+ZELK_API int zelk_GetDecColor(ZelkHandle* h, int index, unsigned char* r, unsigned char* g, unsigned char* b);
+/* Number of regression variables, 0 without a regressor. */
+ZELK_API int zelk_GetRegVarCount(ZelkHandle* h);
+/* Name of a regression variable, kept in the handle's text buffer. Without a regressor
+ * NULL, with the code -302 in the process-wide pair. */
+ZELK_API const char* zelk_GetRegVarName(ZelkHandle* h, int index);
+
+/* Writes the decision image (the ring of the last 500 lines, or the last cube) as an
+ * indexed PNG with the decisions' colours; the file name is Latin-1. */
+ZELK_API int zelk_SaveImage(ZelkHandle* h, const char* fileName);
 
 #ifdef __cplusplus
 }

@@ -15,6 +15,11 @@ int main(void)
         fprintf(stderr, "C caller: error code did not come through\n");
         return 1;
     }
+    if (zelk_GetObjCount(h) != 0 || zelk_GetDecCount(h) != -103 || zelk_SaveImage(h, "none.png") != -120
+        || zelk_GetFrameDecisions(NULL) != NULL || zelk_GetObjDataClassFrac(NULL, 0, 0) != -101.0f) {
+        fprintf(stderr, "C caller: result calls did not answer as expected\n");
+        return 1;
+    }
     zelk_Release(h);
     zelk_Release(NULL);
     return 0;

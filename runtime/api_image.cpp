@@ -1,0 +1,35 @@
+// Export of the decision image as an indexed PNG, with the palette that acquisition
+// start gave it, so that a caller can look at what the classifier saw.
+
+#include "runtime/boundary.h"
+#include "runtime/handle.h"
+#include "runtime/report.h"
+
+#include <cstring>
+
+extern "C" ZELK_API int zelk_SaveImage(ZelkHandle* h, const char* fileName)
+{
+    if (!h)
+        return setGlobalError(-101, QStringLiteral("zelk_SaveImage: Passing NULL pointer."));
+    if (!fileName)
+        return setHandleError(h, -101, QStringLiteral("zelk_SaveImage: Passing NULL pointer to a filename."));
+    return guarded<int>(h, "zelk_SaveImage", InternalErrorCode, [&] {
+        QImage* image = h->labelImage.get();
+        if (!image)
+            return setHandleError(h, -120, QStringLiteral("zelk_SaveImage: Label image does not exist."));
+        if (!h->lineScan) {
+            // The decisions of the last cube go into the image first. An image or a
+            // buffer smaller than the current cube size was made for another project.
+            const int width = h->inputWidth, height = h->inputHeight;
+            const bool fits = width >= 0 && height >= 0 && image->width() >= width && image->height() >= height
+                              && h->cubeDecisions.size() >= size_t(width) * size_t(height);
+            if (h->cubeDecisions.empty() || !fits)
+                return setHandleError(h, -220, QStringLiteral("zelk_SaveImage: Internal error"));
+            for (int y = 0; y < height; ++y)
+                std::memcpy(image->scanLine(y), h->cubeDecisions.data() + size_t(y) * size_t(width), size_t(width));
+        }
+        // A file that cannot be written is not reported.
+        image->save(QString::fromLatin1(fileName), "png", -1);
+        return 0;
+    });
+}
