@@ -17,11 +17,6 @@ namespace {
 // The largest class index that a record has a counter for.
 constexpr unsigned MaxClassIndex = ObjectClassSlots - 1;
 
-int nullHandle(const char* function)
-{
-    return setGlobalError(-101, QStringLiteral("%1: Passing NULL pointer.").arg(QLatin1String(function)));
-}
-
 QString text(const char* function, const char* what)
 {
     return QStringLiteral("%1: %2").arg(QLatin1String(function), QLatin1String(what));
@@ -71,9 +66,9 @@ int checkClassEntry(ZelkHandle* h, const char* function, int index, unsigned cla
 int checkClassifier(ZelkHandle* h, const char* function)
 {
     if (!h->project)
-        return setHandleError(h, -103, text(function, "Project not loaded."));
+        return noProject(h, function);
     if (!h->project->classifier)
-        return setHandleError(h, -104, text(function, "Classifier model not loaded."));
+        return noClassifier(h, function);
     return 0;
 }
 
@@ -211,7 +206,7 @@ extern "C" ZELK_API float* zelk_GetFrameRegOutputVar(ZelkHandle* h, int varIndex
             return nullptr;
         }
         if (!h->project) {
-            setHandleError(h, -103, text(function, "Project not loaded."));
+            noProject(h, function);
             return nullptr;
         }
         // Without a regressor there is no variable. An index must also lie in the
