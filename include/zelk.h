@@ -133,6 +133,20 @@ ZELK_API int zelk_GetRegVarCount(ZelkHandle* h);
  * NULL, with the code -302 in the process-wide pair. */
 ZELK_API const char* zelk_GetRegVarName(ZelkHandle* h, int index);
 
+/* Correction. */
+
+/* Loads white and dark references for the loaded model, so that frames are corrected
+ * to reflectance from the next zelk_StartAcquisition on; call it after zelk_LoadModel,
+ * which drops the correction. Both strings are Latin-1 and a NULL directory reads as
+ * the current one. Camera type 10 reads "whiteReference" and "darkReference" from
+ * `directory`, and `name` must be NULL; type 19 reads the references of the scan
+ * `name`; other types read those of the scan `name` in its capture folder. 0, or a
+ * negative code (-1, -103, -130 ... -137, -4302 ... -4306); after a failure the handle
+ * reads the report of the last failed reference load, and the correction loaded before
+ * stays in use. Line-scan frames take references of one line only: a correction of
+ * one spectrum or of a whole cube is refused with -133. */
+ZELK_API int zelk_LoadCorrection(ZelkHandle* h, const char* directory, const char* name);
+
 /* Writes the decision image (the ring of the last 500 lines, or the last cube) as an
  * indexed PNG with the decisions' colours; the file name is Latin-1. */
 ZELK_API int zelk_SaveImage(ZelkHandle* h, const char* fileName);

@@ -103,6 +103,12 @@ struct ZelkHandle {
     std::vector<quint16> swapMask;
     std::vector<float> swapFloat;
 
+    // The reference scans of the last load of a "whiteReference"/"darkReference" pair;
+    // they stay until the next such load or the release of the handle.
+    std::unique_ptr<ZelkSpectralCube> whiteScan, darkScan;
+
+    // The report of the last correction loader that failed, which zelk_LoadCorrection
+    // publishes on every failure.
     int correctionError = 0;
     QString correctionErrorMsg;
 };
