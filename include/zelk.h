@@ -100,6 +100,10 @@ ZELK_API int zelk_StopAcquisition(ZelkHandle* h);
  * input type and layout. Its decisions, values and finished objects stay readable
  * until the next frame. */
 ZELK_API int zelk_ProcessFrame(ZelkHandle* h, const void* frame);
+/* One cube of a snapshot camera: zelk_GetInputWidth by zelk_GetInputHeight pixels of
+ * zelk_GetInputBands bands, in the form of the project's camera. Its decisions and
+ * objects stay readable until the next cube. */
+ZELK_API int zelk_ProcessCube(ZelkHandle* h, const void* cube);
 /* Results of the last frame or cube. Pointers handed out stay the library's and stand
  * until the next frame or cube. */
 

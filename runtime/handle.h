@@ -50,6 +50,7 @@ struct ZelkHandle {
     bool roiEnabled = false;
     int roiCol = -1, roiRow = -1, roiWidth = -1, roiHeight = -1;
     quint8 roiFill = 0;
+    std::vector<float> roiSpectra; // the ROI's pixels of the last float cube, gathered
 
     bool segmentationEnabled = false;
     ZelkSegmenter* segmenter = nullptr; // the project's, borrowed while segmentation runs
