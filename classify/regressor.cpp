@@ -3,7 +3,25 @@
 #include "classify/device_copy.h"
 #include "model/data_set.h"
 
+#include <algorithm>
 #include <cblas.h>
+#include <mutex>
+#include <omp.h>
+
+namespace {
+
+// Frames from this many pixels on are shared between the cores.
+constexpr int ParallelPixels = 256;
+
+// Each core calls the BLAS on its own part of a frame; a BLAS that started threads of
+// its own inside would only fight them for the cores.
+void useSingleThreadedBlas()
+{
+    static std::once_flag once;
+    std::call_once(once, [] { openblas_set_num_threads(1); });
+}
+
+} // namespace
 
 ZelkRegressor::ZelkRegressor(QObject* parent)
     : QObject(parent)
@@ -145,6 +163,7 @@ bool ZelkRegressor::prepareFrames(int pixels, int bands, QString* why)
                 target[b] += k * double(column[b]);
         }
     }
+    useSingleThreadedBlas();
     frameWeights_.assign(folded.begin(), folded.end());
     frameOffset_.assign(offset.begin(), offset.end());
     frameScratch_.assign(size_t(pixels) * size_t(variables), 0.0f);
@@ -163,15 +182,25 @@ bool ZelkRegressor::predictFrame(const float* frame, int pixels, int bands, floa
     if (variables == 0)
         return true;
     // scratch (pixels by variables) = frame (pixels by bands) · weights (bands by
-    // variables); the variables of a pixel are then laid side by side, with the offset.
+    // variables), the pixels shared between the cores, each part one BLAS call; then
+    // the variables of a pixel are laid side by side, with the offset.
     float* scratch = frameScratch_.data();
-    cblas_sgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, pixels, variables, bands, 1.0f, frame, pixels,
-                frameWeights_.data(), bands, 0.0f, scratch, pixels);
-    for (int v = 0; v < variables; ++v) {
-        const float* column = scratch + qint64(v) * pixels;
-        const float o = frameOffset_[size_t(v)];
-        for (int p = 0; p < pixels; ++p)
-            output[qint64(p) * variables + v] = column[p] + o;
+    const float* weights = frameWeights_.data();
+    const int threads = pixels >= ParallelPixels ? std::max(1, omp_get_max_threads()) : 1;
+    const int part = (pixels + threads - 1) / threads;
+#pragma omp parallel for num_threads(threads) schedule(static) if (threads > 1)
+    for (int t = 0; t < threads; ++t) {
+        const int first = t * part, count = std::min(part, pixels - first);
+        if (count <= 0)
+            continue;
+        cblas_sgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, count, variables, bands, 1.0f, frame + first, pixels,
+                    weights, bands, 0.0f, scratch + first, pixels);
+        for (int v = 0; v < variables; ++v) {
+            const float* column = scratch + qint64(v) * pixels;
+            const float o = frameOffset_[size_t(v)];
+            for (int p = first; p < first + count; ++p)
+                output[qint64(p) * variables + v] = column[p] + o;
+        }
     }
     return true;
 }
