@@ -6,7 +6,13 @@ bool ClassifierKernel::classifySamples(const SampleBlock& block, quint8* decisio
 {
     if (!decisions || !stage_.fits(block, modelBands()))
         return false;
-    return block.pixels == 0 || classifyStaged(block, decisions);
+    if (block.pixels == 0)
+        return true;
+    // Float spectra of exactly the model's bands, uncorrected, are the kernel's own
+    // input: staging would only copy them.
+    if (block.type == SampleType::F32 && stage_.bands.isEmpty() && stage_.dark.isEmpty())
+        return classify(static_cast<const float*>(block.data), block.layout, block.pixels, decisions);
+    return classifyStaged(block, decisions);
 }
 
 bool ClassifierKernel::classifyStaged(const SampleBlock& block, quint8* decisions)

@@ -100,6 +100,10 @@ ZELK_API int zelk_StopAcquisition(ZelkHandle* h);
  * input type and layout. Its decisions, values and finished objects stay readable
  * until the next frame. */
 ZELK_API int zelk_ProcessFrame(ZelkHandle* h, const void* frame);
+/* One cube of a snapshot camera: zelk_GetInputWidth by zelk_GetInputHeight pixels of
+ * zelk_GetInputBands bands, in the form of the project's camera. Its decisions and
+ * objects stay readable until the next cube. */
+ZELK_API int zelk_ProcessCube(ZelkHandle* h, const void* cube);
 /* Results of the last frame or cube. Pointers handed out stay the library's and stand
  * until the next frame or cube. */
 
@@ -132,6 +136,20 @@ ZELK_API int zelk_GetRegVarCount(ZelkHandle* h);
 /* Name of a regression variable, kept in the handle's text buffer. Without a regressor
  * NULL, with the code -302 in the process-wide pair. */
 ZELK_API const char* zelk_GetRegVarName(ZelkHandle* h, int index);
+
+/* Correction. */
+
+/* Loads white and dark references for the loaded model, so that frames are corrected
+ * to reflectance from the next zelk_StartAcquisition on; call it after zelk_LoadModel,
+ * which drops the correction. Both strings are Latin-1 and a NULL directory reads as
+ * the current one. Camera type 10 reads "whiteReference" and "darkReference" from
+ * `directory`, and `name` must be NULL; type 19 reads the references of the scan
+ * `name`; other types read those of the scan `name` in its capture folder. 0, or a
+ * negative code (-1, -103, -130 ... -137, -4302 ... -4306); after a failure the handle
+ * reads the report of the last failed reference load, and the correction loaded before
+ * stays in use. Line-scan frames take references of one line only: a correction of
+ * one spectrum or of a whole cube is refused with -133. */
+ZELK_API int zelk_LoadCorrection(ZelkHandle* h, const char* directory, const char* name);
 
 /* Writes the decision image (the ring of the last 500 lines, or the last cube) as an
  * indexed PNG with the decisions' colours; the file name is Latin-1. */

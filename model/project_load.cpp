@@ -69,6 +69,9 @@ bool failed(QDataStream& in)
     return in.status() != QDataStream::Ok;
 }
 
+// More bands than any spectrometer delivers.
+constexpr int MaxBands = 1 << 16;
+
 } // namespace
 
 class ZelkProjectReader {
@@ -242,6 +245,10 @@ int ZelkProjectReader::readImages()
     image->device = p.device;
     if (const int r = image->load(in))
         return r;
+    // The band count sizes the band selection and the class statistics: a count that no
+    // camera has marks a damaged file, not one to allocate for.
+    if (image->bandCount < 0 || image->bandCount > MaxBands)
+        return -1;
     if (p.images.empty()) {
         p.bandCount = image->bandCount;
         p.bandSelection = QVector<bool>(qMax(0, p.bandCount), true);

@@ -100,6 +100,32 @@ QDataStream& read(QDataStream& in, QMap<K, V>& m)
     return in;
 }
 
+// Colours as QDataStream has them: a spec byte, then alpha, red, green, blue and a pad
+// word. Qt takes the spec byte as it stands, so a damaged one would put an enum value
+// outside its range into the colour; such an entry reads as an invalid colour.
+inline QDataStream& read(QDataStream& in, QVector<QColor>& v)
+{
+    v.clear();
+    if (!countFits<QColor>(in, 11))
+        return in;
+    quint32 n = 0;
+    in >> n;
+    for (quint32 i = 0; i < n && in.status() == QDataStream::Ok; ++i) {
+        QColor c;
+        const QByteArray spec = in.device() ? in.device()->peek(1) : QByteArray();
+        if (spec.size() == 1 && quint8(spec[0]) <= quint8(QColor::ExtendedRgb)) {
+            in >> c;
+        } else {
+            in.skipRawData(11);
+            c = QColor();
+        }
+        v.append(c);
+    }
+    if (in.status() != QDataStream::Ok)
+        v.clear();
+    return in;
+}
+
 // A plain value or string.
 template <typename T>
 T value(QDataStream& in)

@@ -8,8 +8,9 @@ class ZelkClassifier;
 // warm-up, and counts it.
 void accountTime(ZelkHandle* h, double milliseconds);
 
-// The kernel of a snapshot run: cubes of all bands, the classifier's bands picked in
-// the stage. -1 with the classifier's lastError set.
+// The kernel of a snapshot run, with room for a whole cube: a cube of all the camera's
+// bands has the classifier's bands picked in the stage, one of the selected band count
+// is taken as it is. -1 with the classifier's lastError set.
 int prepareCubeKernel(ZelkHandle* h, ZelkClassifier& c);
 
 // Copies the objects that the segmenter finished into the handle's records and, on the

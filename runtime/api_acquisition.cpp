@@ -200,14 +200,6 @@ int stop(ZelkHandle* h)
 
 } // namespace
 
-int prepareCubeKernel(ZelkHandle* h, ZelkClassifier& c)
-{
-    compute::InputStage stage;
-    stage.width = h->inputWidth;
-    stage.bands = c.bandIndex;
-    return prepareKernel(c, h->classRow, stage);
-}
-
 void accountTime(ZelkHandle* h, double milliseconds)
 {
     if (h->warmupFrames <= h->frameCount)

@@ -50,6 +50,7 @@ struct ZelkHandle {
     bool roiEnabled = false;
     int roiCol = -1, roiRow = -1, roiWidth = -1, roiHeight = -1;
     quint8 roiFill = 0;
+    std::vector<float> roiSpectra; // the ROI's pixels of the last float cube, gathered
 
     bool segmentationEnabled = false;
     ZelkSegmenter* segmenter = nullptr; // the project's, borrowed while segmentation runs
@@ -105,6 +106,12 @@ struct ZelkHandle {
     std::vector<quint16> swapMask;
     std::vector<float> swapFloat;
 
+    // The reference scans of the last load of a "whiteReference"/"darkReference" pair;
+    // they stay until the next such load or the release of the handle.
+    std::unique_ptr<ZelkSpectralCube> whiteScan, darkScan;
+
+    // The report of the last correction loader that failed, which zelk_LoadCorrection
+    // publishes on every failure.
     int correctionError = 0;
     QString correctionErrorMsg;
 };

@@ -2,7 +2,10 @@
 // gates, the steps between sections, the result codes, and damaged streams.
 
 #include "model/project.h"
+#include "modelwriter/classifier_writer.h"
 #include "modelwriter/project_writer.h"
+#include "modelwriter/regression_writer.h"
+#include "modelwriter/segmenter_writer.h"
 #include "spectral/image_family.h"
 
 #include <QBuffer>
@@ -263,4 +266,69 @@ TEST(ProjectLoad, EveryTruncationAndDamagedCountEndsInACode)
             load(damaged);
         }
     }
+}
+
+TEST(ProjectLoad, ModelsAreReadAndPreparedWithTheirProject)
+{
+    using namespace modelwriter;
+    auto classifierBytes = [](const ClassifierSpec& c) {
+        StreamBuilder out;
+        out.tag(QStringLiteral("ZelkClassifier:%1").arg(c.version)).add(c);
+        return out.bytes();
+    };
+    Project p = fullProject(17);
+    ClassifierSpec c;
+    c.inputBands = 2;
+    c.selectedBands = QVector<qint32>{1, 3};
+    p.classifier = classifierBytes(c);
+    p.preprocessing = std::make_tuple(true, 1, 5);
+    RegressorSpec r;
+    r.model->outputCount = 1;
+    StreamBuilder regressor;
+    regressor.add(r);
+    p.regressor = regressor.bytes();
+    Loaded l = load(p);
+    ASSERT_EQ(l.result, 0);
+    ASSERT_NE(l.project->classifier, nullptr);
+    EXPECT_EQ(l.project->classifier->selectedBands, (QVector<int>{1, 3}));
+    EXPECT_EQ(l.project->classifier->colourTable.size(), 256);
+    EXPECT_EQ(l.project->classifier->prepFilter, nullptr); // 2 bands cannot hold a window of 5
+    ASSERT_NE(l.project->segmenter, nullptr);              // a default one, as none was stored
+    EXPECT_EQ(l.project->segmenter->objMask, 1);
+    ASSERT_NE(l.project->regressor, nullptr);
+    EXPECT_EQ(l.project->regressor->regData, l.project->regData.get());
+    EXPECT_EQ(l.project->regressor->sampleCaches[0].size(), 4);
+    EXPECT_EQ(l.project->regressor->testSampleCaches[0].size(), 1);
+
+    // Version 1 classifiers take the project's bands, which must match their input.
+    c.version = 1;
+    c.inputBands = 6;
+    p.classifier = classifierBytes(c);
+    l = load(p);
+    ASSERT_EQ(l.result, 0);
+    EXPECT_EQ(l.project->classifier->selectedBands, (QVector<int>{0, 2, 3, 5, 6, 7}));
+    c.inputBands = 5;
+    p.classifier = classifierBytes(c);
+    EXPECT_EQ(load(p).result, -7);
+
+    // A classifier of an unknown version is no classifier, and a failure.
+    p.classifier = QByteArray(classifierBytes(c)).replace(QByteArray("\0:\0001", 4), QByteArray("\0:\0009", 4));
+    l = load(p);
+    EXPECT_EQ(l.result, -1);
+    EXPECT_EQ(l.project->classifier, nullptr);
+
+    // The regressor's own code comes through; a segmenter that fails gives -1004.
+    p = fullProject(17);
+    r.tagOverrides[1] = "ZelkRegModel4";
+    StreamBuilder wrong;
+    wrong.add(r);
+    p.regressor = wrong.bytes();
+    EXPECT_EQ(load(p).result, -1101);
+    p = fullProject(17);
+    SegmenterSpec s;
+    s.tagOverrides[6] = "objMasks";
+    StreamBuilder segmenter;
+    segmenter.add(s);
+    p.segmenter = segmenter.bytes();
+    EXPECT_EQ(load(p).result, -1004);
 }

@@ -1,8 +1,11 @@
-// Writes a seed corpus for the model loader: whole projects of every revision as bare
-// streams and in both envelopes, each behind the byte that picks its form.
-//   fuzz_seeds DIRECTORY
+// Writes the seed corpora of the fuzz targets, each input behind the byte that picks
+// its form: for the model loader, whole projects of every revision as bare streams and
+// in both envelopes; for the scan readers, ENVI scans, compressed cubes and masks.
+//   fuzz_seeds DIRECTORY   (makes DIRECTORY/model and DIRECTORY/spectral)
 
 #include "model_files.h"
+#include "modelwriter/compressed_cube_writer.h"
+#include "modelwriter/scan_writer.h"
 
 #include <QDir>
 #include <QFile>
@@ -14,14 +17,16 @@ int main(int argc, char** argv)
         std::fprintf(stderr, "usage: fuzz_seeds DIRECTORY\n");
         return 2;
     }
-    const QDir dir(QString::fromLocal8Bit(argv[1]));
-    dir.mkpath(QStringLiteral("."));
+    const QDir root(QString::fromLocal8Bit(argv[1]));
     int written = 0;
+    QString corpus;
     auto put = [&](char form, const QByteArray& bytes) {
-        QFile f(dir.filePath(QStringLiteral("seed-%1").arg(written++)));
+        root.mkpath(corpus);
+        QFile f(root.filePath(corpus + QStringLiteral("/seed-%1").arg(written++)));
         f.open(QIODevice::WriteOnly);
         f.write(QByteArray(1, form) + bytes);
     };
+    corpus = QStringLiteral("model");
     for (int revision = 1; revision <= 17; ++revision) {
         modelwriter::Project p = modelfiles::lineScanProject(4);
         p.revision = revision;
@@ -32,6 +37,28 @@ int main(int argc, char** argv)
             put(2, modelwriter::fileContents(modelwriter::FileKind::ZplSecondKey, stream));
         }
     }
+
+    corpus = QStringLiteral("spectral");
+    for (const char* interleave : {"bil", "bip", "bsq"})
+        for (int type : {1, 4, 12}) {
+            modelwriter::EnviScan scan;
+            scan.samples = 3, scan.lines = 2, scan.bands = 4;
+            scan.dataType = type;
+            scan.interleave = QLatin1String(interleave);
+            scan.data = QByteArray(3 * 2 * 4 * (type == 1 ? 1 : type == 4 ? 4 : 2), '\x11');
+            put(0, modelwriter::enviHeaderText(scan) + '\0' + scan.data);
+        }
+    modelwriter::CompressedCube cube;
+    cube.width = 3, cube.height = 2, cube.bands = 2;
+    cube.mask = {0, 1, 1, 0, 2, 0};
+    cube.samples = QVector<quint16>(3 * 2 * 2, 7);
+    put(1, modelwriter::writeCompressedCube(cube));
+    QByteArray mask;
+    {
+        QDataStream out(&mask, QIODevice::WriteOnly);
+        out << QStringLiteral("ZBA01") << qint32(3) << qint32(2) << quint8(0) << qint32(2) << quint8(5) << qint32(4);
+    }
+    put(2, mask);
     std::printf("%d seeds in %s\n", written, argv[1]);
     return 0;
 }

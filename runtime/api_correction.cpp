@@ -1,0 +1,348 @@
+// Loading white and dark references into the handle. What a load leaves is the dark
+// level `darkRef` and the gain `gainRef`, which turn the counts of a frame into
+// reflectance as (x - dark) * gain; both hold width by bands values with the pixel
+// index running fastest, the shape that the acquisition start reduces to the
+// classifier's bands. Three camera families keep their references in three ways, so
+// that the call has three loaders.
+//
+// A loader reports a failure in one of two ways: in the handle's correction pair
+// (correctionError, correctionErrorMsg), or straight in the handle. The call then
+// publishes the pair in any case, so that a report made straight in the handle is
+// replaced by the pair's older content: the caller reads the last reference failure
+// that was kept, while the returned code tells what went wrong now.
+//
+// The references are built completely before the handle's are replaced, so that a
+// failed load leaves the earlier correction in use.
+
+#include "runtime/boundary.h"
+#include "runtime/handle.h"
+#include "runtime/report.h"
+#include "spectral/envi_header.h"
+#include "spectral/image_family.h"
+#include "spectral/scan_correction.h"
+
+#include <QDir>
+#include <QFileInfo>
+#include <limits>
+
+namespace {
+
+// References that cannot correct line-scan frames: the frame path subtracts one value
+// per pixel and band, so only references of one line serve it.
+constexpr int NotForFrames = -133;
+
+// The largest reference that a float vector holds.
+constexpr qint64 MaxReferenceValues = std::numeric_limits<int>::max() / int(sizeof(float));
+
+using scancorrection::Reduction;
+
+int keep(ZelkHandle* h, int code, const QString& text)
+{
+    h->correctionError = code;
+    h->correctionErrorMsg = text;
+    return code;
+}
+
+QString coded(int code, const QString& text)
+{
+    return QStringLiteral("%1: %2").arg(code).arg(text);
+}
+
+// level / (white - dark), value by value.
+QVector<float> gainOf(const QVector<float>& white, const QVector<float>& dark, float level)
+{
+    QVector<float> gain(white.size());
+    for (int i = 0; i < gain.size(); ++i)
+        gain[i] = level / (white[i] - dark[i]);
+    return gain;
+}
+
+void install(ZelkHandle* h, QVector<float> dark, QVector<float> gain)
+{
+    h->darkRef = std::move(dark);
+    h->gainRef = std::move(gain);
+    h->correctionEnabled = true;
+}
+
+float sampleAt(const ZelkSpectralCube& cube, int column, int line, int band)
+{
+    const qint64 i = cube.indexOf(column, line, band);
+    return cube.dataType == DataUInt16 ? float(cube.samples<quint16>()[i]) : cube.samples<float>()[i];
+}
+
+bool holdsSamples(const ZelkSpectralCube& cube)
+{
+    const int size = sampleBytes(cube.dataType);
+    return size > 0 && cube.columns >= 0 && cube.lines >= 0 && cube.bands >= 0 && cube.indexOf(0, 0, 0) >= 0 &&
+           cube.dataBytes() >= cube.sampleCount() * size;
+}
+
+// ---------------------------------------------------------------------------------------
+// Camera type 10: "whiteReference" and "darkReference" in the directory, BIL. A uint16
+// reference is reduced over its lines to its brightest white and darkest dark; a float
+// one is taken as it stands. The gain carries no white level.
+
+int pairLevel(ZelkHandle* h, const ZelkSpectralCube& scan, Reduction how, QVector<float>* out)
+{
+    if (scan.dataType != DataUInt16 && scan.dataType != DataFloat)
+        return keep(h, -136, QStringLiteral("Unsupported data type for correction (%1)").arg(scan.dataType));
+    // A float reference is not reduced, so it must be one line already.
+    if (!scancorrection::level(scan, how, out))
+        return keep(h, NotForFrames,
+                    QStringLiteral("zelk_LoadCorrection: A reference of %1 lines cannot correct frames (float references must have "
+                                   "exactly one line)")
+                        .arg(scan.lines));
+    return 0;
+}
+
+int loadReferencePair(ZelkHandle* h, const QString& directory, const char* name)
+{
+    if (name)
+        return -1;
+    h->whiteScan.reset();
+    h->darkScan.reset();
+
+    struct Side {
+        const char* file;
+        const char* missing;
+        const char* failed;
+        std::unique_ptr<ZelkSpectralCube>& scan;
+    };
+    const Side sides[2] = {
+        {"whiteReference", "White reference file not present ('%1')", "Cannot load white reference file ('%1'). Details: %2", h->whiteScan},
+        {"darkReference", "Dark reference file not present ('%1')", "Cannot load dark reference file ('%1'). Details: %2", h->darkScan},
+    };
+    const QDir dir(directory);
+    for (const Side& side : sides) {
+        const QString path = dir.absoluteFilePath(QLatin1String(side.file));
+        if (!QFileInfo::exists(path + QStringLiteral(".hdr")))
+            return keep(h, -135, QString(QLatin1String(side.missing)).arg(path));
+        side.scan = std::make_unique<ZelkSpectralCube>();
+        if (side.scan->load(path, QStringLiteral(".hdr"), QStringLiteral(".bin"), false) != 0)
+            return keep(h, -131, QString(QLatin1String(side.failed)).arg(path, side.scan->loadMessage));
+    }
+    if (!h->whiteScan || !h->darkScan)
+        return keep(h, -134, QStringLiteral("Both white and dark references need to be loaded."));
+
+    const ZelkSpectralCube &white = *h->whiteScan, &dark = *h->darkScan;
+    int refused = 0;
+    if (white.layout != LayoutBIL || dark.layout != LayoutBIL)
+        refused = keep(h, -136, QStringLiteral("Unsupported data layout for correction (BIL)"));
+    else if (white.columns != dark.columns || white.bands != dark.bands)
+        refused = keep(h, -132, QStringLiteral("Correction scans must have identical width and band count."));
+    if (refused) {
+        h->whiteScan.reset();
+        h->darkScan.reset();
+        return refused;
+    }
+
+    QVector<float> w, d;
+    if (const int r = pairLevel(h, white, Reduction::Max, &w))
+        return r;
+    if (const int r = pairLevel(h, dark, Reduction::Min, &d))
+        return r;
+    QVector<float> gain = gainOf(w, d, 1.0f);
+    install(h, std::move(d), std::move(gain));
+    return 0;
+}
+
+// ---------------------------------------------------------------------------------------
+// The capture folder of a scan: "DARKREF_<name>" and "WHITEREF_<name>" beside the scan,
+// each reduced over its lines to its darkest dark and brightest white. The gain carries
+// no white level.
+
+// A reference read at the size that its own header gives; null when it cannot be read.
+std::unique_ptr<ZelkSpectralCube> captureReference(const ZelkImageSpecim& image, const QString& directory, const QString& prefix)
+{
+    const QString header = QDir(image.captureDirectory(directory)).filePath(prefix + image.cubeName + QStringLiteral(".hdr"));
+    const EnviHeader fields = EnviHeader::read(header);
+    if (fields.isNull())
+        return nullptr;
+    return image.loadReference(directory, prefix, fields.headerInt(QStringLiteral("samples")), fields.headerInt(QStringLiteral("bands")));
+}
+
+int loadCaptureReferences(ZelkHandle* h, const QString& directory, const QString& name)
+{
+    ZelkImageSpecim image(name);
+    if (image.readMetaData(directory) != 0)
+        return setHandleError(h, -130, QStringLiteral("zelk_LoadCorrection: Loading meta-data from the correction scan failed."));
+
+    const QString darkFailed = coded(-131, QStringLiteral("zelk_LoadCorrection: Error loading dark reference data"));
+    const QString whiteFailed = coded(-131, QStringLiteral("zelk_LoadCorrection: Error loading white reference data"));
+    const std::unique_ptr<ZelkSpectralCube> dark = captureReference(image, directory, QStringLiteral("DARKREF_"));
+    if (!dark)
+        return keep(h, -131, darkFailed);
+    const std::unique_ptr<ZelkSpectralCube> white = captureReference(image, directory, QStringLiteral("WHITEREF_"));
+    if (!white)
+        return keep(h, -131, whiteFailed);
+    if (white->bands != dark->bands)
+        return setHandleError(h, -132, QStringLiteral("zelk_LoadCorrection: Dark and White reference images have different band count."));
+    // References of two widths cannot be subtracted from each other.
+    if (white->columns != dark->columns)
+        return keep(h, -132, QStringLiteral("Correction scans must have identical width and band count."));
+
+    // A float reference can only be taken as it stands, that is with one line.
+    QVector<float> w, d;
+    if (!scancorrection::level(*dark, Reduction::Min, &d))
+        return keep(h, -131, darkFailed);
+    if (!scancorrection::level(*white, Reduction::Max, &w))
+        return keep(h, -131, whiteFailed);
+    QVector<float> gain = gainOf(w, d, 1.0f);
+
+    if (h->meanCorrection) {
+        // One level per band: the mean over the pixels of the line.
+        const int columns = white->columns, bands = white->bands;
+        QVector<float> whiteMean(bands, 0.0f), darkMean(bands, 0.0f);
+        for (int b = 0; b < bands; ++b) {
+            double ws = 0, ds = 0;
+            for (int c = 0; c < columns; ++c) {
+                ws += w[b * columns + c];
+                ds += d[b * columns + c];
+            }
+            whiteMean[b] = float(ws / columns);
+            darkMean[b] = float(ds / columns);
+        }
+        h->whiteMean = whiteMean;
+        h->darkMean = darkMean;
+    }
+    install(h, std::move(d), std::move(gain));
+    return 0;
+}
+
+// ---------------------------------------------------------------------------------------
+// Camera type 19: the references that a scan's image finds for it (spectra in the
+// scan's own header, files named after the scan, or files in its directory), with the
+// white level of the correction in the gain: (x - dark) * level / (white - dark).
+
+int scanReferenceType(ZelkHandle* h, const ZelkSpectralCube& white, const ZelkSpectralCube& dark)
+{
+    if (white.dataType != DataUInt16 && white.dataType != DataFloat)
+        return keep(h, -4306, coded(-4306, QStringLiteral("white cube reference should have float data type, got %1").arg(white.dataType)));
+    if (dark.dataType != DataUInt16 && dark.dataType != DataFloat)
+        return keep(h, -4306, coded(-4306, QStringLiteral("Dark cube reference should have float data type, got %1").arg(dark.dataType)));
+    return 0;
+}
+
+int loadCorrectionScan(ZelkHandle* h, const QString& directory, const QString& name)
+{
+    ZelkImageTessaron image(name);
+    const QDir dir(directory);
+    ZelkSpectralCube scan;
+    if (scan.load(dir.absoluteFilePath(name), QStringLiteral(".hdr"), QStringLiteral(".trf"), false) != 0 || !scan.loadMessage.isEmpty())
+        return setHandleError(h, -137, QStringLiteral("zelk_LoadCorrection: Cannot load correction scan %1: %2").arg(name, scan.loadMessage));
+
+    std::unique_ptr<ZelkCorrection> found = image.loadCorrection(dir, scan);
+    if (!found)
+        return setHandleError(h, -137, QStringLiteral("zelk_LoadCorrection: Error loading correction %1: %2:%3")
+                                           .arg(name, QString::number(image.imageError), image.imageErrorMsg));
+    image.setCorrection(std::move(found));
+    if (h->resamplingEnabled && (!h->resampler || image.resampleReferences(*h->resampler, h->device) != 0))
+        return -137;
+
+    ZelkCorrection& c = *image.correction();
+    if (c.state == ZelkCorrection::NotSet)
+        return setHandleError(h, -4304, QStringLiteral("Invalid correction information"));
+    if (c.state == ZelkCorrection::NoCorrection)
+        return 0;
+    if (c.isValid(1) != 0)
+        return setHandleError(h, -4302, QStringLiteral("Correction not valid (%1)").arg(1));
+    if (h->lineScan && c.state != ZelkCorrection::Frame)
+        return keep(h, NotForFrames,
+                    QStringLiteral("zelk_LoadCorrection: A %1 correction cannot correct line-scan frames (references of one line expected)")
+                        .arg(c.state == ZelkCorrection::Point ? QStringLiteral("point") : QStringLiteral("cube")));
+
+    const ZelkSpectralCube &white = *c.white, &dark = *c.dark;
+    if (c.state == ZelkCorrection::Cube)
+        for (const ZelkSpectralCube* ref : {&white, &dark})
+            if (ref->layout != LayoutBIP)
+                return keep(h, -4305, coded(-4305, QStringLiteral("BIP cube reference expected, got %1").arg(ref->layout)));
+    if (const int r = scanReferenceType(h, white, dark))
+        return r;
+    if (!holdsSamples(white) || !holdsSamples(dark))
+        return keep(h, -4304, QStringLiteral("Invalid correction information"));
+
+    const float level = c.whiteLevel;
+    const int bands = white.bands;
+    QVector<float> w, d;
+    switch (c.state) {
+    case ZelkCorrection::Frame: {
+        // One value per pixel and band, the pixel index fastest, whatever the layout of
+        // the references.
+        const int columns = white.columns;
+        if (qint64(columns) * bands > MaxReferenceValues)
+            return keep(h, -4304, QStringLiteral("Invalid correction information"));
+        w.resize(columns * bands);
+        d.resize(columns * bands);
+        for (int b = 0; b < bands; ++b)
+            for (int col = 0; col < columns; ++col) {
+                w[b * columns + col] = sampleAt(white, col, 0, b);
+                d[b * columns + col] = sampleAt(dark, col, 0, b);
+            }
+        break;
+    }
+    case ZelkCorrection::Point: {
+        // The spectrum repeated over every pixel of the scan, band fastest.
+        const qint64 n = qint64(scan.columns) * scan.lines * bands;
+        if (n > MaxReferenceValues)
+            return keep(h, -4304, QStringLiteral("Invalid correction information"));
+        w.resize(int(n));
+        d.resize(int(n));
+        for (qint64 i = 0; i < n; ++i) {
+            w[int(i)] = sampleAt(white, 0, 0, int(i % bands));
+            d[int(i)] = sampleAt(dark, 0, 0, int(i % bands));
+        }
+        break;
+    }
+    default: {
+        // A whole cube, band fastest, then columns, then lines.
+        const qint64 n = white.sampleCount();
+        if (n > MaxReferenceValues)
+            return keep(h, -4304, QStringLiteral("Invalid correction information"));
+        w.resize(int(n));
+        d.resize(int(n));
+        for (qint64 i = 0; i < n; ++i) {
+            w[int(i)] = white.dataType == DataUInt16 ? float(white.samples<quint16>()[i]) : white.samples<float>()[i];
+            d[int(i)] = dark.dataType == DataUInt16 ? float(dark.samples<quint16>()[i]) : dark.samples<float>()[i];
+        }
+    }
+    }
+    QVector<float> gain = gainOf(w, d, level);
+    install(h, std::move(d), std::move(gain));
+    return 0;
+}
+
+int loadCorrection(ZelkHandle* h, const char* directoryName, const char* name)
+{
+    if (!h->project)
+        return noProject(h, "zelk_LoadCorrection");
+    ZelkProject& p = *h->project;
+    const QString directory = QString::fromLatin1(directoryName);
+    int result = 0;
+    switch (p.projectType) {
+    case 10: result = loadReferencePair(h, directory, name); break;
+    case 19: result = loadCorrectionScan(h, directory, QString::fromLatin1(name)); break;
+    default: result = loadCaptureReferences(h, directory, QString::fromLatin1(name));
+    }
+    if (result != 0) {
+        setHandleError(h, h->correctionError, h->correctionErrorMsg);
+        return result;
+    }
+    if (!h->resamplingEnabled && h->correctionEnabled) {
+        if (p.classifier)
+            p.processingSetup = 1;
+        if (p.segmenter)
+            p.processingSetup = 2;
+        if (p.regressor)
+            p.processingSetup = 3;
+    }
+    return 0;
+}
+
+} // namespace
+
+extern "C" ZELK_API int zelk_LoadCorrection(ZelkHandle* h, const char* directory, const char* name)
+{
+    if (!h)
+        return nullHandle("zelk_LoadCorrection");
+    return guarded<int>(h, "zelk_LoadCorrection", InternalErrorCode, [&] { return loadCorrection(h, directory, name); });
+}

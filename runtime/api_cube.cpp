@@ -1,0 +1,283 @@
+// One snapshot cube per call: the whole image, or its region of interest, classified in
+// one kernel call, then labelled in one pass, with the records of every object in it.
+// The project's camera decides how the cube's memory is read; nothing is corrected.
+
+#include "runtime/acquisition.h"
+#include "runtime/boundary.h"
+#include "runtime/handle.h"
+#include "runtime/report.h"
+#include "spectral/image_family.h"
+
+#include <QElapsedTimer>
+#include <QtEndian>
+#include <algorithm>
+#include <cstring>
+
+namespace {
+
+// How the cameras of the snapshot project types hand in their cubes.
+enum class CubeForm {
+    Float,     // 32-bit float, pixel after pixel; a region of interest may be set
+    UInt16,    // unsigned 16-bit, pixel after pixel
+    BigEndian, // big-endian unsigned 16-bit, band after band, in the camera's band order
+    None,      // not a camera whose cubes this path reads
+};
+
+CubeForm cubeForm(const ZelkProject& p)
+{
+    switch (p.projectType) {
+    case 3: return CubeForm::Float;
+    case 9: case 11: return CubeForm::UInt16;
+    case 8: return CubeForm::BigEndian;
+    case 19:
+        if (p.acqType == 1)
+            return CubeForm::Float;
+        if (p.acqType == 0)
+            return CubeForm::UInt16;
+        return CubeForm::None;
+    default: return CubeForm::None;
+    }
+}
+
+// The band count of a cube that holds the selected bands already: the classifier's for
+// float cubes, the project's for the others. A cube of any other count carries all the
+// camera's bands, and the stage picks the classifier's.
+int selectedBandCount(const ZelkHandle* h, const ZelkClassifier& c)
+{
+    return cubeForm(*h->project) == CubeForm::Float ? c.selectedBandCount : h->project->selectedBandCount;
+}
+
+int cubeFailure(ZelkHandle* h, const QString& reason)
+{
+    return setHandleError(h, InternalErrorCode, QStringLiteral("zelk_ProcessCube: %1").arg(reason));
+}
+
+int unsupportedFormat(ZelkHandle* h)
+{
+    return setHandleError(h, -208, QStringLiteral("zelk_ProcessCube: Unsupported data type (%1) or data layout (%2)")
+                                       .arg(h->inputDataType).arg(h->inputDataLayout));
+}
+
+int roiRefused(ZelkHandle* h)
+{
+    return setHandleError(h, -221, QStringLiteral("zelk_ProcessCube: ROI processing unsupported for this project type"));
+}
+
+bool classify(ZelkHandle* h, const compute::SampleBlock& block, quint8* decisions)
+{
+    return h->project->classifier->kernel->classifySamples(block, decisions);
+}
+
+int misfit(ZelkHandle* h)
+{
+    return cubeFailure(h, QStringLiteral("Cube of %1 bands does not fit the classifier").arg(h->inputBands));
+}
+
+// The float form. With a region of interest its pixels are gathered row by row into one
+// block, classified in one call, and put back into a cube of `roiFill`.
+int classifyFloat(ZelkHandle* h, const void* cube)
+{
+    compute::SampleBlock block;
+    block.data = cube;
+    block.type = compute::SampleType::F32;
+    block.layout = compute::SpectraLayout::BandsByPixels;
+    block.bands = h->inputBands;
+    const int width = h->inputWidth, height = h->inputHeight;
+    if (!h->roiEnabled) {
+        block.pixels = width * height;
+        return classify(h, block, h->cubeDecisions.data()) ? 0 : misfit(h);
+    }
+
+    // The ROI was checked against the size of its time; the input size may have changed.
+    const int col = h->roiCol, row = h->roiRow, w = h->roiWidth, rows = h->roiHeight;
+    if (col < 0 || row < 0 || w < 1 || rows < 1 || w > width - col || rows > height - row)
+        return cubeFailure(h, QStringLiteral("ROI (col=%1,row=%2,width=%3,height=%4) lies outside the cube of %5 x %6 pixels")
+                                  .arg(col).arg(row).arg(w).arg(rows).arg(width).arg(height));
+    const size_t bands = size_t(qMax(0, h->inputBands)), rowValues = size_t(w) * bands;
+    if (h->roiSpectra.size() < rowValues * size_t(rows))
+        h->roiSpectra.resize(rowValues * size_t(rows));
+    const float* samples = static_cast<const float*>(cube);
+    for (int i = 0; i < rows; ++i)
+        std::memcpy(h->roiSpectra.data() + size_t(i) * rowValues,
+                    samples + (size_t(row + i) * size_t(width) + size_t(col)) * bands, rowValues * sizeof(float));
+    block.data = h->roiSpectra.data();
+    block.pixels = w * rows;
+    if (!classify(h, block, h->roiDecisions.data()))
+        return misfit(h);
+
+    std::fill(h->cubeDecisions.begin(), h->cubeDecisions.end(), h->roiFill);
+    for (int i = 0; i < rows; ++i)
+        std::memcpy(h->cubeDecisions.data() + size_t(row + i) * size_t(width) + size_t(col),
+                    h->roiDecisions.data() + size_t(i) * size_t(w), size_t(w));
+    return 0;
+}
+
+int classifyUInt16(ZelkHandle* h, const void* cube)
+{
+    compute::SampleBlock block;
+    block.data = cube;
+    block.type = compute::SampleType::U16;
+    block.layout = compute::SpectraLayout::BandsByPixels;
+    block.bands = h->inputBands;
+    block.pixels = h->inputWidth * h->inputHeight;
+    return classify(h, block, h->cubeDecisions.data()) ? 0 : misfit(h);
+}
+
+// The big-endian form of the camera that stores its bands in a sequence order of its
+// own, with a gain per band. The cube is swapped into host order, its bands are put in
+// the stored order and multiplied by their gains, as the camera's scan loader does, so
+// that the classifier sees the spectra it was trained on: an image without an order
+// keeps the file's band order, and one without a gain for each band keeps the counts.
+// The work buffers are made once and reused.
+int classifyBigEndian(ZelkHandle* h, const void* cube)
+{
+    const auto* image = dynamic_cast<const ZelkImageSENOP*>(h->project->images.empty() ? nullptr : h->project->images.front().get());
+    if (!image)
+        return cubeFailure(h, QStringLiteral("The project holds no image of its camera."));
+    const int bands = h->inputBands;
+    const qint64 plane = qint64(h->inputWidth) * h->inputHeight, n = plane * bands;
+    if (bands < 1)
+        return misfit(h);
+
+    if (!h->swapCube)
+        h->swapCube = std::make_unique<ZelkSpectralCube>(DataUInt16, LayoutBSQ);
+    ZelkSpectralCube& swapped = *h->swapCube;
+    swapped.columns = h->inputWidth;
+    swapped.lines = h->inputHeight;
+    swapped.bands = bands;
+    if (swapped.dataBytes() < n * qint64(sizeof(quint16)) && swapped.allocate(n) != 0)
+        return cubeFailure(h, QStringLiteral("No memory for a cube of %1 samples.").arg(n));
+    quint16* counts = swapped.samples<quint16>();
+    const uchar* raw = static_cast<const uchar*>(cube);
+    for (qint64 i = 0; i < n; ++i)
+        counts[i] = qFromBigEndian<quint16>(raw + 2 * i);
+
+    if (!image->sequenceOrder.isEmpty()) {
+        if (h->swapMask.size() < size_t(plane))
+            h->swapMask.resize(size_t(plane));
+        image->reorderBands(counts, plane, bands, h->swapMask.data());
+    }
+    if (h->swapFloat.size() < size_t(n))
+        h->swapFloat.resize(size_t(n));
+    if (!image->applyGains(counts, plane, bands, h->swapFloat.data()))
+        std::copy_n(counts, n, h->swapFloat.data());
+
+    compute::SampleBlock block;
+    block.data = h->swapFloat.data();
+    block.type = compute::SampleType::F32;
+    block.layout = compute::SpectraLayout::PixelsByBands;
+    block.bands = bands;
+    block.pixels = int(plane);
+    return classify(h, block, h->cubeDecisions.data()) ? 0 : misfit(h);
+}
+
+// Labels the decisions of the cube and copies the records of its objects, numbered from
+// 1 in each cube. The label images start from zero for every cube: labelling writes
+// only the foreground's labels.
+int labelObjects(ZelkHandle* h)
+{
+    ZelkSegmenter& s = *h->segmenter;
+    const int width = h->inputWidth, height = h->inputHeight;
+    int labelled = 0;
+    switch (s.objMask) {
+    case 1:
+        std::fill(h->objectMap.begin(), h->objectMap.end(), 0);
+        labelled = s.labelCube(h->cubeDecisions.data(), h->objectMap.data(), width, height);
+        break;
+    case 2:
+        std::fill(h->objectMap.begin(), h->objectMap.end(), 0);
+        std::fill(h->classObjectMap.begin(), h->classObjectMap.end(), 0);
+        labelled = s.labelCubeForeground(h->cubeDecisions.data(), h->objectMap.data(), h->classObjectMap.data(), width,
+                                         height);
+        break;
+    }
+    if (labelled != 0)
+        return setHandleError(h, ZelkSegmenter::labellingError, QStringLiteral("zelk_ProcessCube: Object segmentation error"));
+    h->objectSerial = 0;
+    // Beyond the records the segmenter is left as it is: the next cube continues from it.
+    if (const int reported = reportObjects(h, false, "zelk_ProcessCube: Max number of objects reached"))
+        return reported;
+    s.resetAfterCube();
+    return 0;
+}
+
+int processCube(ZelkHandle* h, const void* cube)
+{
+    QElapsedTimer timer;
+    timer.start();
+    const ZelkProject& p = *h->project;
+    const CubeForm form = cubeForm(p);
+    switch (form) {
+    case CubeForm::Float:
+        if (h->inputDataType != 2 || h->inputDataLayout != 1)
+            return unsupportedFormat(h);
+        break;
+    case CubeForm::UInt16:
+        if (h->roiEnabled)
+            return roiRefused(h);
+        if (h->inputDataType != 1 || h->inputDataLayout != 1)
+            return unsupportedFormat(h);
+        break;
+    case CubeForm::BigEndian:
+        if (h->roiEnabled)
+            return roiRefused(h);
+        break;
+    case CubeForm::None:
+        return setHandleError(h, -207, QStringLiteral("zelk_ProcessCube: Unsupported project type (%1)").arg(p.projectType));
+    }
+
+    // The buffers and the kernel were made at start for the size of that time; a width
+    // set since does not fit them.
+    const qint64 pixels = qint64(h->inputWidth) * h->inputHeight;
+    const ZelkClassifier* c = p.classifier.get();
+    if (!c || !c->kernel || h->inputWidth < 1 || h->inputHeight < 1 || qint64(h->cubeDecisions.size()) != pixels
+        || qint64(h->objectMap.size()) != pixels)
+        return cubeFailure(h, QStringLiteral("Cube size changed during acquisition."));
+
+    int classified = 0;
+    switch (form) {
+    case CubeForm::Float: classified = classifyFloat(h, cube); break;
+    case CubeForm::UInt16: classified = classifyUInt16(h, cube); break;
+    case CubeForm::BigEndian: classified = classifyBigEndian(h, cube); break;
+    case CubeForm::None: break;
+    }
+    if (classified != 0)
+        return classified;
+
+    h->objCount = 0;
+    if (h->segmentationEnabled && h->segmenter)
+        if (const int labelled = labelObjects(h))
+            return labelled;
+    accountTime(h, double(timer.nsecsElapsed()) / 1e6);
+    return 0;
+}
+
+} // namespace
+
+int prepareCubeKernel(ZelkHandle* h, ZelkClassifier& c)
+{
+    compute::InputStage stage;
+    stage.width = h->inputWidth;
+    if (h->fullBandFrames && h->inputBands != selectedBandCount(h, c))
+        stage.bands = c.bandIndex;
+    if (prepareKernel(c, h->classRow, std::move(stage)) != 0)
+        return -1;
+    const qint64 pixels = qint64(h->inputWidth) * h->inputHeight;
+    if (!c.kernel->reserve(int(pixels))) {
+        c.kernel.reset();
+        c.lastError = QStringLiteral("Classifier cannot run: the compute device has no room for cubes of %1 pixels").arg(pixels);
+        return -1;
+    }
+    return 0;
+}
+
+extern "C" ZELK_API int zelk_ProcessCube(ZelkHandle* h, const void* cube)
+{
+    if (!h || !cube)
+        return setGlobalError(-101, QStringLiteral("zelk_ProcessCube: Passing NULL pointer."));
+    if (h->lineScan)
+        return setHandleError(h, -201, QStringLiteral("zelk_ProcessCube: Line-scan project type cannot process cubes"));
+    if (!h->acquiring)
+        return setHandleError(h, -171, QStringLiteral("zelk_ProcessCube: Acquisition not running."));
+    return guarded<int>(h, "zelk_ProcessCube", InternalErrorCode, [&] { return processCube(h, cube); });
+}
