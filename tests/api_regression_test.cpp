@@ -10,6 +10,7 @@
 #include "modelwriter/regression_writer.h"
 #include "runtime/handle.h"
 #include "runtime/report.h"
+#include "spectral_fixtures.h"
 #include "test_handle.h"
 
 #include <QTextStream>
@@ -159,33 +160,33 @@ TEST(RegressionVariant, OutputsAndObjectMeansFollowTheChain)
 
 TEST(RegressionVariant, CorrectsAllBandsWithTheReferencesOfTheMoment)
 {
-    LoadedRun run(regressionProject());
+    // A reference pair of camera type 10: dark and white differ by pixel and band, and
+    // a pair loaded again during the run counts from the next frame on.
+    Project p = regressionProject();
+    p.type = p.images[0].imageType = 10;
+    LoadedRun run(p);
     ZelkHandle* h = run.h;
-    // What a loaded correction leaves: references per band and pixel, and set-up 3.
-    auto references = [h](float darkBase, float gain) {
-        h->darkRef.resize(Width * Bands);
-        h->gainRef.resize(Width * Bands);
-        for (int i = 0; i < Width * Bands; ++i) {
-            h->darkRef[i] = darkBase + float(i % 7);
-            h->gainRef[i] = gain * float(1 + i % 3);
-        }
+    auto loadPair = [&](int darkBase, int span) {
+        auto dark = [=](int c, int, int b) { return double(darkBase + 3 * c + b); };
+        auto white = [=](int c, int l, int b) { return dark(c, l, b) + span + 2 * c + 5 * b; };
+        ASSERT_TRUE(fixtures::writeUInt16Scan(run.dir.filePath("whiteReference"), ".bin", Width, 1, Bands, white));
+        ASSERT_TRUE(fixtures::writeUInt16Scan(run.dir.filePath("darkReference"), ".bin", Width, 1, Bands, dark));
+        ASSERT_EQ(zelk_LoadCorrection(h, run.dir.path().toLatin1(), nullptr), 0) << zelk_GetErrorMsg(h);
     };
-    h->correctionEnabled = true;
-    h->project->processingSetup = 3;
+    loadPair(100, 20);
+    ASSERT_EQ(h->project->processingSetup, 3);
     h->inputDataType = 1;
-    references(100, 0.25f);
     ASSERT_EQ(zelk_StartAcquisition(h), 0);
 
-    // A correction reloaded during the run counts from the next frame on.
-    for (float darkBase : {100.0f, 40.0f}) {
-        references(darkBase, darkBase == 100 ? 0.25f : 0.5f);
+    for (int pair = 0; pair < 2; ++pair) {
+        if (pair == 1)
+            loadPair(40, 7);
         std::vector<quint16> raw(Width * Bands);
         std::vector<double> z(raw.size());
         for (int i = 0; i < Width * Bands; ++i) {
-            const int b = i / Width, p = i % Width;
-            const double target = sample(0, p, b);
-            raw[size_t(i)] = quint16(std::lround(h->darkRef[i] + target / h->gainRef[i]));
-            z[size_t(i)] = (double(raw[size_t(i)]) - h->darkRef[i]) * h->gainRef[i];
+            const float dark = h->darkRef[i], gain = h->gainRef[i];
+            raw[size_t(i)] = quint16(std::lround(dark + sample(0, i % Width, i / Width) / gain));
+            z[size_t(i)] = (float(raw[size_t(i)]) - dark) * gain;
         }
         ASSERT_EQ(zelk_ProcessFrame(h, raw.data()), 0);
         expectFrame(h, z, 2);
