@@ -1,27 +1,10 @@
 #include "classify/regressor.h"
 #include "classify/apply_elements.h"
 #include "classify/device_copy.h"
+#include "compute/backend.h"
 #include "model/data_set.h"
 
-#include <algorithm>
-#include <cblas.h>
-#include <mutex>
-#include <omp.h>
-
-namespace {
-
-// Frames from this many pixels on are shared between the cores.
-constexpr int ParallelPixels = 256;
-
-// Each core calls the BLAS on its own part of a frame; a BLAS that started threads of
-// its own inside would only fight them for the cores.
-void useSingleThreadedBlas()
-{
-    static std::once_flag once;
-    std::call_once(once, [] { openblas_set_num_threads(1); });
-}
-
-} // namespace
+#include <vector>
 
 ZelkRegressor::ZelkRegressor(QObject* parent)
     : QObject(parent)
@@ -48,6 +31,7 @@ void ZelkRegressor::setRegTestData(ZelkDataSet* data)
 void ZelkRegressor::prepareDevice()
 {
     framePixels_ = frameBands_ = 0; // the folded chain was made from the old twins
+    frameKernel_.reset();
     deviceSelection.reset();
     if (regSelection) {
         auto indices = restaged(regSelection->indices, {regSelection->selectedCount, 1, 1, 1}, compute::ElementType::S32);
@@ -121,11 +105,14 @@ HostArray ZelkRegressor::predict(const HostArray& block) const
 bool ZelkRegressor::prepareFrames(int pixels, int bands, QString* why)
 {
     framePixels_ = frameBands_ = 0;
-    if (pixels <= 0 || bands <= 0) {
+    frameKernel_.reset();
+    auto fail = [why](const QString& text) {
         if (why)
-            *why = QStringLiteral("frames of %1 pixels and %2 bands").arg(pixels).arg(bands);
+            *why = text;
         return false;
-    }
+    };
+    if (pixels <= 0 || bands <= 0)
+        return fail(QStringLiteral("frames of %1 pixels and %2 bands").arg(pixels).arg(bands));
     if (!runnable(bands, why))
         return false;
 
@@ -136,6 +123,8 @@ bool ZelkRegressor::prepareFrames(int pixels, int bands, QString* why)
     const ZelkAFPipelineM9& scaling = *deviceScaling;
     const ZelkAFPipelineM1& model = *deviceModel;
     const int features = scaling.featureCount, variables = model.outputCount;
+    if (variables < 1)
+        return fail(QStringLiteral("the model has no outputs"));
     const float* mean = scaling.mean.f32().constData();
     const float* scale = scaling.scale.f32().constData();
     const float* weights = model.matrix.f32().constData();
@@ -163,10 +152,19 @@ bool ZelkRegressor::prepareFrames(int pixels, int bands, QString* why)
                 target[b] += k * double(column[b]);
         }
     }
-    useSingleThreadedBlas();
-    frameWeights_.assign(folded.begin(), folded.end());
-    frameOffset_.assign(offset.begin(), offset.end());
-    frameScratch_.assign(size_t(pixels) * size_t(variables), 0.0f);
+    compute::LinearMap map;
+    map.bands = bands;
+    map.variables = variables;
+    map.weights = QVector<float>(folded.begin(), folded.end());
+    map.offset = QVector<float>(offset.begin(), offset.end());
+    compute::Backend& backend = compute::activeBackend();
+    frameKernel_ = backend.prepareRegression(map);
+    if (!frameKernel_)
+        return fail(QStringLiteral("the compute device cannot take it: %1").arg(backend.lastError()));
+    if (!frameKernel_->reserve(pixels)) {
+        frameKernel_.reset();
+        return fail(QStringLiteral("the compute device has no room for frames of %1 pixels").arg(pixels));
+    }
     framePixels_ = pixels;
     frameBands_ = bands;
     return true;
@@ -176,31 +174,7 @@ bool ZelkRegressor::predictFrame(const float* frame, int pixels, int bands, floa
 {
     if (!frame || !output)
         return false;
-    if ((pixels != framePixels_ || bands != frameBands_) && !prepareFrames(pixels, bands))
+    if ((pixels != framePixels_ || bands != frameBands_ || !frameKernel_) && !prepareFrames(pixels, bands))
         return false;
-    const int variables = int(frameOffset_.size());
-    if (variables == 0)
-        return true;
-    // scratch (pixels by variables) = frame (pixels by bands) · weights (bands by
-    // variables), the pixels shared between the cores, each part one BLAS call; then
-    // the variables of a pixel are laid side by side, with the offset.
-    float* scratch = frameScratch_.data();
-    const float* weights = frameWeights_.data();
-    const int threads = pixels >= ParallelPixels ? std::max(1, omp_get_max_threads()) : 1;
-    const int part = (pixels + threads - 1) / threads;
-#pragma omp parallel for num_threads(threads) schedule(static) if (threads > 1)
-    for (int t = 0; t < threads; ++t) {
-        const int first = t * part, count = std::min(part, pixels - first);
-        if (count <= 0)
-            continue;
-        cblas_sgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, count, variables, bands, 1.0f, frame + first, pixels,
-                    weights, bands, 0.0f, scratch + first, pixels);
-        for (int v = 0; v < variables; ++v) {
-            const float* column = scratch + qint64(v) * pixels;
-            const float o = frameOffset_[size_t(v)];
-            for (int p = first; p < first + count; ++p)
-                output[qint64(p) * variables + v] = column[p] + o;
-        }
-    }
-    return true;
+    return frameKernel_->predict(frame, pixels, output);
 }

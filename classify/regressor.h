@@ -3,6 +3,7 @@
 // that turn each pixel's spectrum into its output variables.
 
 #include "classify/pipeline_elements.h"
+#include "compute/regression_kernel.h"
 
 #include <QDataStream>
 #include <QObject>
@@ -40,14 +41,16 @@ public:
     // Readies predictFrame for frames of `pixels` pixels and `bands` bands. The chain is
     // linear from end to end, so filter, selection, scaling and model are folded here,
     // in double precision, into one bands-by-variables matrix and one offset per
-    // variable; the scratch of the frame product is sized too. False, with the reason
-    // in `why`, when the chain cannot take such frames.
+    // variable, and the kernel of that map is made on the active backend. False, with
+    // the reason in `why`, when the chain or the device cannot take such frames.
     bool prepareFrames(int pixels, int bands, QString* why = nullptr);
     // A frame of `pixels` pixels with one band a column (pixels by bands, corrected,
     // all bands) into `output`: the variables of a pixel next to each other. One matrix
-    // product; nothing is allocated once prepareFrames has seen this shape (another
-    // shape is prepared first).
+    // product; nothing is allocated or compiled once prepareFrames has seen this shape
+    // (another shape is prepared first, on the active backend).
     bool predictFrame(const float* frame, int pixels, int bands, float* output);
+    // The kernel that prepareFrames made; null before.
+    const compute::RegressionKernel* frameKernel() const { return frameKernel_.get(); }
 
     ZelkDataSet* regData = nullptr;
     ZelkDataSet* regTestData = nullptr;
@@ -77,10 +80,8 @@ Q_SIGNALS:
     void setBatchProgress(QString text, int value);
 
 private:
-    // The folded chain of prepareFrames; a shape of 0 pixels means none.
+    // The kernel of prepareFrames, for frames of that shape; a shape of 0 pixels means none.
     int framePixels_ = 0;
     int frameBands_ = 0;
-    std::vector<float> frameWeights_; // frameBands_ by variables, column-major
-    std::vector<float> frameOffset_;  // one per variable
-    std::vector<float> frameScratch_; // frame product, framePixels_ by variables
+    std::unique_ptr<compute::RegressionKernel> frameKernel_;
 };

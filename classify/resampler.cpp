@@ -1,14 +1,8 @@
 #include "classify/resampler.h"
-#include "compute/cpu/vector_math.h"
+#include "compute/backend.h"
+#include "compute/cpu/cpu_resampler.h"
 
 #include <algorithm>
-#include <omp.h>
-
-namespace {
-
-constexpr qint64 ParallelSamples = 1 << 15;
-
-} // namespace
 
 int ZelkResampler::fail(int code, const QString& message)
 {
@@ -67,20 +61,36 @@ int ZelkResampler::init(int width_, const ZelkBandSet& source, const ZelkBandSet
     width = width_;
     sourceBands = sourceCount;
     destBands = destCount;
-    lowBand_ = std::move(low);
-    highBand_ = std::move(high);
-    fraction_ = std::move(fraction);
+    map_.width = width_;
+    map_.sourceBands = sourceCount;
+    map_.low = std::move(low);
+    map_.high = std::move(high);
+    map_.fraction = std::move(fraction);
+    frameKernel_.reset(); // made for the old map
     resamplerReady = true;
     return 0;
 }
 
 void ZelkResampler::resample(const quint16* frame, quint16* out) const
 {
-    // The destination bands are independent: a frame's bands are shared between the
-    // cores, a narrow frame stays on one.
-    const int threads = qint64(width) * destBands >= ParallelSamples ? std::max(1, omp_get_max_threads()) : 1;
-#pragma omp parallel for num_threads(threads) schedule(static) if (threads > 1)
-    for (int j = 0; j < destBands; ++j)
-        compute::cpu::interpolateSamples(frame + size_t(lowBand_[size_t(j)]) * width, frame + size_t(highBand_[size_t(j)]) * width,
-                                         fraction_[size_t(j)], out + size_t(j) * width, width);
+    compute::cpu::resampleFrame(map_, frame, out);
+}
+
+bool ZelkResampler::prepareFrames(QString* why)
+{
+    frameKernel_.reset();
+    if (!resamplerReady) {
+        *why = QStringLiteral("the resampler is not ready");
+        return false;
+    }
+    compute::Backend& backend = compute::activeBackend();
+    frameKernel_ = backend.prepareResampler(map_);
+    if (!frameKernel_)
+        *why = QStringLiteral("the compute device cannot take it: %1").arg(backend.lastError());
+    return frameKernel_ != nullptr;
+}
+
+bool ZelkResampler::resampleFrame(const quint16* frame, quint16* out)
+{
+    return frameKernel_ && frameKernel_->resample(frame, out);
 }

@@ -3,9 +3,11 @@
 // linear interpolation between the two neighbouring source bands. All searching happens
 // in init(); a frame then costs two look-ups, two products and a rounding per sample.
 
+#include "compute/resample_kernel.h"
+
 #include <QString>
 #include <QVector>
-#include <vector>
+#include <memory>
 
 // A list of wavelengths, or none.
 class ZelkBandSet {
@@ -39,15 +41,19 @@ public:
     int init(int width, const ZelkBandSet& source, const ZelkBandSet& destination);
 
     // `frame` holds `width` pixels of `sourceBands` bands, one band after another (BIL);
-    // `out` receives `width` by `destBands` samples in the same form.
+    // `out` receives `width` by `destBands` samples in the same form. On the host, for
+    // cubes and references.
     void resample(const quint16* frame, quint16* out) const;
+
+    // The kernel of an acquisition's frames on the active backend; false, with the
+    // reason in `why`, when the resampler is not ready or the device cannot take it.
+    bool prepareFrames(QString* why);
+    // One frame through that kernel; false when there is none or the device failed.
+    bool resampleFrame(const quint16* frame, quint16* out);
 
 private:
     int fail(int code, const QString& message);
 
-    // Per destination band: the source bands below and above (positions in the sorted
-    // source list) and the weight t of the upper one.
-    std::vector<int> lowBand_;
-    std::vector<int> highBand_;
-    std::vector<float> fraction_;
+    compute::ResampleMap map_; // positions in the sorted source list
+    std::unique_ptr<compute::ResampleKernel> frameKernel_;
 };

@@ -4,6 +4,8 @@
 // selection functions below.
 
 #include "compute/classifier_kernel.h"
+#include "compute/regression_kernel.h"
+#include "compute/resample_kernel.h"
 
 #include <QStringList>
 #include <memory>
@@ -27,6 +29,10 @@ public:
     // A kernel for a consistent model on the current device, ready for blocks of any
     // size; null when the device could not take the model (lastError says why).
     virtual std::unique_ptr<ClassifierKernel> prepareClassifier(const ClassifierModel& model) = 0;
+    // The same for the folded linear map of a regressor and for a resampling map;
+    // null when the device could not take them or they are not consistent.
+    virtual std::unique_ptr<RegressionKernel> prepareRegression(const LinearMap& map) = 0;
+    virtual std::unique_ptr<ResampleKernel> prepareResampler(const ResampleMap& map) = 0;
 
     // Why the last device selection or preparation failed, for the caller's report.
     virtual QString lastError() const { return {}; }

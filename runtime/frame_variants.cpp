@@ -153,14 +153,17 @@ int prepareFrameVariant(ZelkHandle* h)
     ZelkProject& p = *h->project;
     const int width = h->inputWidth;
     const bool resampling = p.processingSetup == 9;
+    QString why;
     if (resampling) {
-        const ZelkResampler* r = h->resampler.get();
+        ZelkResampler* r = h->resampler.get();
         if (!r || !r->resamplerReady || r->width != width || r->sourceBands != h->inputBands)
             return setHandleError(h, -404, QStringLiteral("zelk_StartAcquisition: Resampling does not fit the frames "
                                                           "(%1 pixels of %2 bands).").arg(width).arg(h->inputBands));
+        if (!r->prepareFrames(&why))
+            return setHandleError(h, -404, QStringLiteral("zelk_StartAcquisition: Resampling cannot run (%1).").arg(why));
     }
     const int bands = chainBands(h);
-    QString why = QStringLiteral("no regression model");
+    why = QStringLiteral("no regression model");
     if (!p.regressor || !p.regressor->prepareFrames(width, bands, &why))
         return setHandleError(h, -304, QStringLiteral("zelk_StartAcquisition: Regression model cannot run (%1).").arg(why));
     const qint64 samples = qint64(width) * bands;
@@ -200,14 +203,15 @@ int resampleFrame(ZelkHandle* h, const void* frame)
         return -1; // float frames are not resampled; nothing is written
     if (h->inputDataType != 1)
         return unsupportedType(h);
-    const ZelkResampler* r = h->resampler.get();
+    ZelkResampler* r = h->resampler.get();
     const int bands = chainBands(h);
     if (!r || !r->resamplerReady || r->width != h->inputWidth || r->sourceBands != h->inputBands
         || qint64(h->resampledFrame.size()) != qint64(h->inputWidth) * bands)
         return frameFailure(h, QStringLiteral("The resampler does not fit the frames."));
     if (const int refused = checkRun(h, bands))
         return refused;
-    r->resample(static_cast<const quint16*>(frame), h->resampledFrame.data());
+    if (!r->resampleFrame(static_cast<const quint16*>(frame), h->resampledFrame.data()))
+        return frameFailure(h, QStringLiteral("The compute device failed to resample the frame."));
     correctFrame(h, h->resampledFrame.data(), qint64(h->inputWidth) * bands, h->regFrame.data());
     return runChain(h, bands);
 }

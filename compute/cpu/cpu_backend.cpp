@@ -1,5 +1,7 @@
 #include "compute/cpu/cpu_backend.h"
 #include "compute/cpu/cpu_classifier.h"
+#include "compute/cpu/cpu_regression.h"
+#include "compute/cpu/cpu_resampler.h"
 
 #include <QFile>
 #include <QRegularExpression>
@@ -38,6 +40,20 @@ QStringList CpuBackend::deviceNames()
 std::unique_ptr<ClassifierKernel> CpuBackend::prepareClassifier(const ClassifierModel& model)
 {
     return std::make_unique<cpu::CpuClassifier>(model);
+}
+
+std::unique_ptr<RegressionKernel> CpuBackend::prepareRegression(const LinearMap& map)
+{
+    if (!map.consistent())
+        return nullptr;
+    return std::make_unique<cpu::CpuRegression>(map);
+}
+
+std::unique_ptr<ResampleKernel> CpuBackend::prepareResampler(const ResampleMap& map)
+{
+    if (!map.consistent())
+        return nullptr;
+    return std::make_unique<cpu::CpuResampler>(map);
 }
 
 } // namespace compute

@@ -12,6 +12,8 @@ public:
     bool setDevice(int index) override { return index == 0; }
     int device() const override { return 0; }
     std::unique_ptr<ClassifierKernel> prepareClassifier(const ClassifierModel& model) override;
+    std::unique_ptr<RegressionKernel> prepareRegression(const LinearMap& map) override;
+    std::unique_ptr<ResampleKernel> prepareResampler(const ResampleMap& map) override;
 };
 
 } // namespace compute

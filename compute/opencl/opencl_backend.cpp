@@ -1,9 +1,12 @@
 #include "compute/opencl/opencl_backend.h"
 #include "compute/opencl/cl_object.h"
 #include "compute/opencl/opencl_classifier.h"
+#include "compute/opencl/opencl_regression.h"
+#include "compute/opencl/opencl_resampler.h"
 
 #include <QByteArray>
 #include <algorithm>
+#include <iterator>
 #include <mutex>
 
 namespace compute {
@@ -47,7 +50,7 @@ struct OpenClBackend::Device {
     Context context;
     Program program;
 
-    // The context and the built classifier program; false with `failure` set.
+    // The context and the built program; false with `failure` set.
     bool prepare();
 };
 
@@ -66,8 +69,9 @@ bool OpenClBackend::Device::prepare()
     }
     if (program)
         return true;
-    const char* source = OpenClClassifier::programSource();
-    Program made(clCreateProgramWithSource(context.get(), 1, &source, nullptr, &code));
+    const char* sources[] = {OpenClClassifier::programSource(), OpenClRegression::programSource(),
+                             OpenClResampler::programSource()};
+    Program made(clCreateProgramWithSource(context.get(), cl_uint(std::size(sources)), sources, nullptr, &code));
     if (code != CL_SUCCESS) {
         failure = QStringLiteral("creating the program: %1").arg(errorText(code));
         return false;
@@ -148,24 +152,47 @@ int OpenClBackend::device() const
     return currentDevice;
 }
 
-std::unique_ptr<ClassifierKernel> OpenClBackend::prepareClassifier(const ClassifierModel& model)
+OpenClBackend::Device* OpenClBackend::preparedDevice()
 {
     if (currentDevice >= deviceCount()) {
         failure = QStringLiteral("no OpenCL device %1").arg(currentDevice);
         return nullptr;
     }
+    Device& d = *devices_[size_t(currentDevice)];
+    return d.prepare() ? &d : nullptr;
+}
+
+// Each kernel type copies its consistent model to the current device.
+template <typename Kernel, typename Model>
+std::unique_ptr<Kernel> OpenClBackend::make(const Model& model)
+{
     if (!model.consistent()) {
         failure = QStringLiteral("the model's arrays do not have the sizes its counts give");
         return nullptr;
     }
-    Device& d = *devices_[size_t(currentDevice)];
-    if (!d.prepare())
+    Device* d = preparedDevice();
+    if (!d)
         return nullptr;
     QString error;
-    std::unique_ptr<ClassifierKernel> kernel = OpenClClassifier::create(d.context.get(), d.id, d.program.get(), model, &error);
+    std::unique_ptr<Kernel> kernel = Kernel::create(d->context.get(), d->id, d->program.get(), model, &error);
     if (!kernel)
         failure = error;
     return kernel;
+}
+
+std::unique_ptr<ClassifierKernel> OpenClBackend::prepareClassifier(const ClassifierModel& model)
+{
+    return make<OpenClClassifier>(model);
+}
+
+std::unique_ptr<RegressionKernel> OpenClBackend::prepareRegression(const LinearMap& map)
+{
+    return make<OpenClRegression>(map);
+}
+
+std::unique_ptr<ResampleKernel> OpenClBackend::prepareResampler(const ResampleMap& map)
+{
+    return make<OpenClResampler>(map);
 }
 
 QString OpenClBackend::lastError() const

@@ -1,8 +1,9 @@
 #pragma once
 // The OpenCL backend: every device of every OpenCL platform that can compile
 // programs, platforms in the order of their names, devices in each platform's own
-// order. A device gets its context and the classifier program when the first model
-// is prepared on it; both are shared by all kernels on that device.
+// order. A device gets its context and the program of all the backend's device code
+// when the first model is prepared on it; both are shared by all kernels on that
+// device, so the driver compiles that code once per device.
 
 #include "compute/backend.h"
 
@@ -24,12 +25,18 @@ public:
     bool setDevice(int index) override;
     int device() const override;
     std::unique_ptr<ClassifierKernel> prepareClassifier(const ClassifierModel& model) override;
+    std::unique_ptr<RegressionKernel> prepareRegression(const LinearMap& map) override;
+    std::unique_ptr<ResampleKernel> prepareResampler(const ResampleMap& map) override;
     QString lastError() const override;
 
     int deviceCount() const { return int(devices_.size()); }
 
 private:
     struct Device;
+    // The current device with its context and program; null with the failure set.
+    Device* preparedDevice();
+    template <typename Kernel, typename Model>
+    std::unique_ptr<Kernel> make(const Model& model);
     std::vector<std::unique_ptr<Device>> devices_;
 };
 

@@ -1,7 +1,6 @@
 #include "compute/opencl/opencl_classifier.h"
 
 #include <algorithm>
-#include <clblast_c.h>
 #include <numeric>
 #include <vector>
 
@@ -104,36 +103,17 @@ OpenClClassifier::OpenClClassifier(const ClassifierModel& model)
 {
 }
 
-bool OpenClClassifier::check(cl_int code, const char* what)
-{
-    if (code == CL_SUCCESS)
-        return true;
-    error_ = QStringLiteral("%1: %2").arg(QLatin1String(what), errorText(code));
-    return false;
-}
-
 bool OpenClClassifier::init(cl_context context, cl_device_id device, cl_program program)
 {
-    if (!check(clRetainContext(context), "keeping the context"))
-        return false;
-    context_.reset(context);
-    if (!check(clRetainProgram(program), "keeping the program"))
-        return false;
-    program_.reset(program);
-
-    cl_int code = CL_SUCCESS;
-    queue_.reset(clCreateCommandQueue(context, device, 0, &code));
-    if (!check(code, "creating a command queue"))
+    if (!open(context, device, program))
         return false;
     const struct {
         Kernel* kernel;
         const char* name;
     } kernels[] = {{&stageU16_, "stage_u16"}, {&stageF32_, "stage_f32"}, {&features_, "features"}, {&units_, "units"}, {&decide_, "decide"}};
-    for (const auto& k : kernels) {
-        k.kernel->reset(clCreateKernel(program, k.name, &code));
-        if (!check(code, "creating a kernel"))
+    for (const auto& k : kernels)
+        if (!makeKernel(*k.kernel, k.name))
             return false;
-    }
 
     const size_t F = size_t(model_.features), K = size_t(model_.units), C = size_t(model_.classes);
     const ShiftedCentres shifted = shiftCentres(model_);
@@ -152,38 +132,6 @@ bool OpenClClassifier::init(cl_context context, cl_device_id device, cl_program 
                       makeArray(bands_, identity.size() * sizeof(cl_int), identity.data());
     rowReady_ = stageReady_ = made;
     return made;
-}
-
-bool OpenClClassifier::makeArray(DeviceArray& array, size_t bytes, const void* host)
-{
-    array.buffer.reset();
-    array.bytes = 0;
-    if (bytes == 0)
-        return true;
-    cl_int code = CL_SUCCESS;
-    // The host data is only read: the buffer takes a copy at creation.
-    const cl_mem_flags flags = CL_MEM_READ_WRITE | (host ? CL_MEM_COPY_HOST_PTR : 0);
-    array.buffer.reset(clCreateBuffer(context_.get(), flags, bytes, const_cast<void*>(host), &code));
-    if (!check(code, "allocating device memory"))
-        return false;
-    array.bytes = bytes;
-    return true;
-}
-
-bool OpenClClassifier::grow(DeviceArray& array, size_t bytes)
-{
-    return bytes <= array.bytes || makeArray(array, bytes);
-}
-
-bool OpenClClassifier::upload(const DeviceArray& array, const void* host, size_t bytes)
-{
-    if (bytes == 0)
-        return true;
-    if (!check(clEnqueueWriteBuffer(queue_.get(), array.get(), CL_TRUE, 0, bytes, host, 0, nullptr, nullptr),
-               "copying to the device"))
-        return false;
-    traffic_.toDevice += qint64(bytes);
-    return true;
 }
 
 void OpenClClassifier::setClassRow(const QVector<float>& row)
@@ -220,58 +168,16 @@ bool OpenClClassifier::fitBlock(int n, size_t rawBytes)
         return true;
 
     // Some shapes make the matrix products pad their operands in a temporary buffer;
-    // it is held here so that it is not allocated anew for every block.
-    size_t temp = 0;
-    cl_command_queue queue = queue_.get();
-    auto need = [&](bool transB, size_t m, size_t count, size_t k, size_t aOffset, size_t lda, size_t ldb, size_t ldc) {
-        size_t bytes = 0;
-        const CLBlastStatusCode status = CLBlastSGemmTempBufferSize(
-            CLBlastLayoutColMajor, CLBlastTransposeYes, transB ? CLBlastTransposeYes : CLBlastTransposeNo, m, count, k, aOffset,
-            lda, 0, ldb, 0, ldc, &queue, &bytes);
-        if (status != CLBlastSuccess) {
-            error_ = QStringLiteral("sizing the matrix products: CLBlast status %1").arg(int(status));
-            return false;
-        }
-        temp = std::max(temp, bytes);
-        return true;
-    };
+    // it is held so that it is not allocated anew for every block.
     for (const size_t count : {chunk, pixels % chunk}) {
         if (count == 0)
             continue;
-        if (!need(false, F, count, B, 0, B, B, F) || !need(true, F, count, B, 0, B, pixels, F) ||
-            !need(false, K, count, F, 0, F, F, K) || !need(false, C, count, K, 1, K + 1, K, C))
+        if (!makeRoomForGemm(false, F, count, B, 0, B, B, F) || !makeRoomForGemm(true, F, count, B, 0, B, pixels, F) ||
+            !makeRoomForGemm(false, K, count, F, 0, F, F, K) || !makeRoomForGemm(false, C, count, K, 1, K + 1, K, C))
             return false;
     }
-    if (!grow(gemmTemp_, temp))
-        return false;
     gemmTempCheckedFor_ = n;
     return true;
-}
-
-template <typename... Args>
-bool OpenClClassifier::launch(const Kernel& kernel, const char* name, size_t global0, size_t global1, const Args&... args)
-{
-    cl_uint index = 0;
-    cl_int code = CL_SUCCESS;
-    ((code = code != CL_SUCCESS ? code : clSetKernelArg(kernel.get(), index++, sizeof(Args), &args)), ...);
-    if (!check(code, name))
-        return false;
-    const size_t global[2] = {global0, global1};
-    return check(clEnqueueNDRangeKernel(queue_.get(), kernel.get(), global1 > 1 ? 2 : 1, nullptr, global, nullptr, 0, nullptr, nullptr),
-                 name);
-}
-
-bool OpenClClassifier::sgemm(bool transA, bool transB, size_t m, size_t n, size_t k, float alpha, cl_mem a, size_t aOffset,
-                             size_t lda, cl_mem b, size_t bOffset, size_t ldb, cl_mem c, size_t ldc)
-{
-    cl_command_queue queue = queue_.get();
-    const CLBlastStatusCode status = CLBlastSgemmWithTempBuffer(
-        CLBlastLayoutColMajor, transA ? CLBlastTransposeYes : CLBlastTransposeNo, transB ? CLBlastTransposeYes : CLBlastTransposeNo,
-        m, n, k, alpha, a, aOffset, lda, b, bOffset, ldb, 0.0f, c, 0, ldc, &queue, nullptr, gemmTemp_.get());
-    if (status == CLBlastSuccess)
-        return true;
-    error_ = QStringLiteral("matrix product: CLBlast status %1").arg(int(status));
-    return false;
 }
 
 bool OpenClClassifier::run(SpectraLayout layout, int n, quint8* decisions)
@@ -298,11 +204,7 @@ bool OpenClClassifier::run(SpectraLayout layout, int n, quint8* decisions)
                     thresholds_.get(), rejects, decisions_.get(), cl_int(first)))
             return false;
     }
-    if (!check(clEnqueueReadBuffer(queue_.get(), decisions_.get(), CL_TRUE, 0, size_t(n), decisions, 0, nullptr, nullptr),
-               "copying the decisions back"))
-        return false;
-    traffic_.toHost += n;
-    return true;
+    return download(decisions_, decisions, size_t(n));
 }
 
 bool OpenClClassifier::classify(const float* spectra, SpectraLayout layout, int n, quint8* decisions)

@@ -15,21 +15,15 @@
 // with μ the mean of the centres, as in the CPU kernel (shiftCentres).
 
 #include "compute/classifier_kernel.h"
-#include "compute/opencl/cl_object.h"
+#include "compute/opencl/device_work.h"
 
 #include <QString>
 #include <memory>
 
 namespace compute::opencl {
 
-class OpenClClassifier final : public ClassifierKernel {
+class OpenClClassifier final : public ClassifierKernel, public DeviceWork {
 public:
-    // Bytes moved between host and device by one call.
-    struct Traffic {
-        qint64 toDevice = 0;
-        qint64 toHost = 0;
-    };
-
     // The source of the program that `create` takes, built for the device.
     static const char* programSource();
 
@@ -45,11 +39,6 @@ public:
     // device code before the first frame.
     bool reserve(int pixels) override;
 
-    // The traffic of the last classify or classifySamples call.
-    Traffic lastTraffic() const { return traffic_; }
-    // What the last failed call ran into.
-    QString lastError() const { return error_; }
-
     // Intermediates are held for at most this many pixels; larger blocks go through in
     // chunks, so that a whole cube does not need K floats a pixel of device memory.
     static constexpr int ChunkPixels = 32768;
@@ -60,28 +49,11 @@ protected:
     int modelBands() const override { return model_.bands; }
 
 private:
-    // A device buffer with the bytes it holds room for.
-    struct DeviceArray {
-        Buffer buffer;
-        size_t bytes = 0;
-        cl_mem get() const { return buffer.get(); }
-    };
-
     explicit OpenClClassifier(const ClassifierModel& model);
     bool init(cl_context context, cl_device_id device, cl_program program);
 
-    // False, with the error text set, when `code` is not CL_SUCCESS.
-    bool check(cl_int code, const char* what);
-    bool makeArray(DeviceArray& array, size_t bytes, const void* host = nullptr);
-    // Replaces the array by a larger one when it holds fewer than `bytes`.
-    bool grow(DeviceArray& array, size_t bytes);
-    bool upload(const DeviceArray& array, const void* host, size_t bytes);
     // Room for an n-pixel block, and `rawBytes` of camera samples.
     bool fitBlock(int n, size_t rawBytes);
-    template <typename... Args>
-    bool launch(const Kernel& kernel, const char* name, size_t global0, size_t global1, const Args&... args);
-    bool sgemm(bool transA, bool transB, size_t m, size_t n, size_t k, float alpha, cl_mem a, size_t aOffset, size_t lda,
-               cl_mem b, size_t bOffset, size_t ldb, cl_mem c, size_t ldc);
     // Classifies the n spectra in `spectra_` and copies the decisions to the host.
     bool run(SpectraLayout layout, int n, quint8* decisions);
 
@@ -91,9 +63,6 @@ private:
     bool stageReady_ = false;
     int correction_ = 0; // 0 none, 1 dark subtracted, 2 dark subtracted and gain applied
 
-    Context context_;
-    Queue queue_;
-    Program program_;
     Kernel stageU16_, stageF32_, features_, units_, decide_;
 
     // The model, made once.
@@ -102,11 +71,8 @@ private:
     DeviceArray bands_, dark_, gain_;
     // Block buffers, grown to the largest block so far.
     DeviceArray raw_, spectra_, decisions_;
-    DeviceArray z_, zz_, a_, s_, gemmTemp_;
+    DeviceArray z_, zz_, a_, s_;
     int gemmTempCheckedFor_ = -1; // the block size the temporary buffer was sized for
-
-    Traffic traffic_;
-    QString error_;
 };
 
 } // namespace compute::opencl
