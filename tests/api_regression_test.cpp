@@ -2,12 +2,10 @@
 // pixel, masked outputs, object means, correction on all bands, frames resampled from
 // another camera grid, and the refusals of both variants.
 //
-// The regressor selects bands 3 and 1 of the four, standardises them with means (1, 2)
-// and scales (2, 0.5), and maps them onto "fat" = w0 and "water" = w0 - w1 + 100.
-// Bands 0 and 2 carry large values that would show in any output that read them.
+// The regressor of model_files.h: "fat" = w0 and "water" = w0 - w1 + 100 from bands 3
+// and 1. Bands 0 and 2 carry large values that would show in any output that read them.
 
 #include "model_files.h"
-#include "modelwriter/regression_writer.h"
 #include "runtime/handle.h"
 #include "runtime/report.h"
 #include "spectral_fixtures.h"
@@ -25,36 +23,11 @@ namespace {
 
 constexpr int Width = 8, Bands = 4;
 
-RegressorSpec twoBandRegressor(int variables)
-{
-    RegressorSpec r;
-    r.selection = SelectionElement{QStringLiteral("ZelkAFPipelineM10:1"), Bands, 2, TypedArray::ints({2, 1, 1, 1}, {3, 1})};
-    r.scaling = ScalingElement{QStringLiteral("ZelkAFPipelineM9:1"), 2, 0, TypedArray::floats({2, 1, 1, 1}, {1, 2}),
-                               TypedArray::floats({2, 1, 1, 1}, {2, 0.5f})};
-    LinearElement m;
-    m.inputCount = 2;
-    m.outputCount = variables;
-    m.matrix = variables == 1 ? TypedArray::floats({2, 1, 1, 1}, {1, 0}) : TypedArray::floats({2, 2, 1, 1}, {1, 0, 1, -1});
-    m.offset = variables == 1 ? TypedArray::floats({1, 1, 1, 1}, {0}) : TypedArray::floats({1, 2, 1, 1}, {0, 100});
-    r.model = m;
-    r.varNames = variables == 1 ? QStringList{"fat"} : QStringList{"fat", "water"};
-    return r;
-}
-
 // The outputs of one corrected spectrum of four bands.
 std::vector<double> expectedOutputs(const double* x, int variables)
 {
     const double w0 = (x[3] - 1) * 2, w1 = (x[1] - 2) * 0.5;
     return variables == 1 ? std::vector<double>{w0} : std::vector<double>{w0, w0 - w1 + 100};
-}
-
-Project regressionProject(int variables = 2)
-{
-    Project p = lineScanProject(Width);
-    StreamBuilder out;
-    out.add(twoBandRegressor(variables));
-    p.regressor = out.bytes();
-    return p;
 }
 
 // Project-band values of frame `f` at pixel `p`: band 1 is the leaf feature at columns 2
@@ -107,7 +80,7 @@ TEST(RegressionVariant, OutputsAndObjectMeansFollowTheChain)
     for (int variables : {1, 2}) {
         for (int type : {1, 2}) {
             SCOPED_TRACE(testing::Message() << variables << " variables, data type " << type);
-            LoadedRun run(regressionProject(variables));
+            LoadedRun run(regressionProject(Width, variables));
             ZelkHandle* h = run.h;
             ASSERT_EQ(h->project->processingSetup, 7);
             h->inputDataType = type;
@@ -162,7 +135,7 @@ TEST(RegressionVariant, CorrectsAllBandsWithTheReferencesOfTheMoment)
 {
     // A reference pair of camera type 10: dark and white differ by pixel and band, and
     // a pair loaded again during the run counts from the next frame on.
-    Project p = regressionProject();
+    Project p = regressionProject(Width);
     p.type = p.images[0].imageType = 10;
     LoadedRun run(p);
     ZelkHandle* h = run.h;
@@ -212,7 +185,7 @@ TEST(ResamplingVariant, CameraFramesAreInterpolatedOntoTheProjectBands)
         testing::internal::CaptureStdout();
         ASSERT_EQ(zelk_SetResampling(h, 1), 0);
         testing::internal::GetCapturedStdout();
-        ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, regressionProject()).toLatin1()), 0);
+        ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, regressionProject(Width)).toLatin1()), 0);
         ASSERT_EQ(h.h->project->processingSetup, 9);
         ASSERT_EQ(zelk_GetInputBands(h), 5);
         h.h->inputDataType = 1;
@@ -284,7 +257,7 @@ TEST(FrameVariants, RefuseWhatTheyCannotRun)
     const std::vector<float> frame(Width * Bands, 1);
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        LoadedRun run(regressionProject());
+        LoadedRun run(regressionProject(Width));
         ZelkHandle* h = run.h;
         ASSERT_EQ(zelk_StartAcquisition(h), 0);
         c.change(h);
@@ -300,7 +273,7 @@ TEST(FrameVariants, StartRefusesChainsThatCannotRun)
 {
     RegressorSpec unscaled = twoBandRegressor(2);
     unscaled.scaling.reset();
-    Project p = regressionProject();
+    Project p = regressionProject(Width);
     StreamBuilder out;
     out.add(unscaled);
     p.regressor = out.bytes();
@@ -310,7 +283,7 @@ TEST(FrameVariants, StartRefusesChainsThatCannotRun)
     EXPECT_FALSE(noScaling.h.h->acquiring);
 
     // A camera of another width than the frames.
-    LoadedRun resampled(regressionProject());
+    LoadedRun resampled(regressionProject(Width));
     ZelkHandle* h = resampled.h;
     h->project->processingSetup = 9;
     h->resampler = std::make_unique<ZelkResampler>();

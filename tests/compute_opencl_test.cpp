@@ -1,19 +1,25 @@
 // The OpenCL backend: its classifier kernel against the formula and the CPU kernel,
-// staging of camera samples on the device, the traffic of a block, failures, and the
-// device list through the exported calls. All kernels are made on the first OpenCL
+// staging of camera samples on the device, the traffic of a block, failures, the
+// regression and resampling kernels against the host ones, and the device list through
+// the exported calls. All kernels are made on the first OpenCL
 // device, which shares one context and one built program among them, so the driver
 // compiles each piece of device code once for the whole fixture.
 
 #include "classifier_models.h"
 #include "compute/backend.h"
 #include "compute/cpu/cpu_classifier.h"
+#include "compute/cpu/cpu_regression.h"
+#include "compute/cpu/cpu_resampler.h"
 #include "compute/device.h"
 #include "compute/opencl/opencl_classifier.h"
+#include "compute/opencl/opencl_regression.h"
+#include "compute/opencl/opencl_resampler.h"
 #include "runtime/handle.h"
 #include "test_handle.h"
 
 #include <QDir>
 #include <climits>
+#include <cmath>
 #include <gtest/gtest.h>
 #include <memory>
 #include <random>
@@ -27,21 +33,28 @@ namespace {
 
 class OpenCl : public ::testing::Test {
 protected:
-    static std::unique_ptr<OpenClClassifier> prepare(const ClassifierModel& m)
+    // The kernel of `model` on the first OpenCL device, as its OpenCL class.
+    template <typename OpenClKernel, typename Model, typename Make>
+    static std::unique_ptr<OpenClKernel> onDevice(const Model& model, Make make)
     {
         DeviceScope scope(makeDevice(BackendOpenCl, 0));
         if (!scope.ok()) {
             ADD_FAILURE() << "no OpenCL device to select";
             return nullptr;
         }
-        std::unique_ptr<ClassifierKernel> kernel = activeBackend().prepareClassifier(m);
-        auto* cl = dynamic_cast<OpenClClassifier*>(kernel.get());
+        auto kernel = (activeBackend().*make)(model);
+        auto* cl = dynamic_cast<OpenClKernel*>(kernel.get());
         if (!cl) {
             ADD_FAILURE() << "no OpenCL kernel: " << activeBackend().lastError().toStdString();
             return nullptr;
         }
         kernel.release();
-        return std::unique_ptr<OpenClClassifier>(cl);
+        return std::unique_ptr<OpenClKernel>(cl);
+    }
+
+    static std::unique_ptr<OpenClClassifier> prepare(const ClassifierModel& m)
+    {
+        return onDevice<OpenClClassifier>(m, &Backend::prepareClassifier);
     }
 
     // Pixels as (x, y) pairs, one spectrum a column.
@@ -283,6 +296,59 @@ TEST_F(OpenCl, FailuresComeBackAsFalseOrNullAndTheKernelKeepsWorking)
     const std::vector<float> spectra = testmodels::randomSpectra(16, B, rng);
     ASSERT_TRUE(cl->classify(spectra.data(), SpectraLayout::BandsByPixels, 16, out.data())) << cl->lastError().toStdString();
     expectFormula(wide, {1, 1, 1}, spectra, out, "after the failures");
+}
+
+TEST_F(OpenCl, RegressionAndResamplingGiveWhatTheHostKernelsGive)
+{
+    std::mt19937 rng(11);
+    LinearMap map;
+    map.bands = 30;
+    map.variables = 3;
+    testmodels::fillNormal(map.weights, map.bands * map.variables, 1.0f, 0.0f, rng);
+    testmodels::fillNormal(map.offset, map.variables, 10.0f, 50.0f, rng);
+    const auto regression = onDevice<opencl::OpenClRegression>(map, &Backend::prepareRegression);
+    ASSERT_TRUE(regression);
+    cpu::CpuRegression host(map);
+    // A frame of the prepared width, then one of another width, prepared when it comes.
+    ASSERT_TRUE(regression->reserve(200)) << regression->lastError().toStdString();
+    for (const int n : {200, 77}) {
+        QVector<float> frame; // n pixels by the bands
+        testmodels::fillNormal(frame, n * map.bands, 100.0f, 0.0f, rng);
+        std::vector<float> got(size_t(n) * map.variables, -1), want(got.size(), -2);
+        ASSERT_TRUE(regression->predict(frame.constData(), n, got.data())) << regression->lastError().toStdString();
+        ASSERT_TRUE(host.predict(frame.constData(), n, want.data()));
+        for (size_t i = 0; i < got.size(); ++i)
+            ASSERT_NEAR(got[i], want[i], 1e-4 * std::max(1.0f, std::fabs(want[i]))) << n << " pixels, output " << i;
+        // Only the frame goes up and only the outputs come back.
+        EXPECT_EQ(regression->lastTraffic().toDevice, qint64(n) * map.bands * 4);
+        EXPECT_EQ(regression->lastTraffic().toHost, qint64(n) * map.variables * 4);
+    }
+
+    // Samples whose interpolation lands on or next to one half, and beyond the 16-bit range.
+    ResampleMap resampling;
+    resampling.width = 64;
+    resampling.sourceBands = 6;
+    resampling.low = {0, 0, 1, 2, 4, 4};
+    resampling.high = {1, 1, 2, 3, 5, 5};
+    resampling.fraction = {0.0f, 0.5f, 0.25f, 0.49999997f, 1.0f, 1.5f};
+    const auto resampler = onDevice<opencl::OpenClResampler>(resampling, &Backend::prepareResampler);
+    ASSERT_TRUE(resampler);
+    std::vector<quint16> frame(size_t(resampling.width) * resampling.sourceBands);
+    for (size_t i = 0; i < frame.size(); ++i)
+        frame[i] = quint16(i % 7 == 0 ? 65535 - i % 3 : rng() % 4000);
+    std::vector<quint16> got(size_t(resampling.width) * resampling.destBands(), 1), want(got.size(), 2);
+    ASSERT_TRUE(resampler->resample(frame.data(), got.data())) << resampler->lastError().toStdString();
+    cpu::resampleFrame(resampling, frame.data(), want.data());
+    EXPECT_EQ(got, want);
+    EXPECT_EQ(resampler->lastTraffic().toDevice, qint64(frame.size()) * 2);
+    EXPECT_EQ(resampler->lastTraffic().toHost, qint64(got.size()) * 2);
+
+    // Maps that do not hold together get no kernel.
+    DeviceScope scope(makeDevice(BackendOpenCl, 0));
+    map.offset.removeLast();
+    EXPECT_EQ(activeBackend().prepareRegression(map), nullptr);
+    resampling.high.back() = resampling.sourceBands;
+    EXPECT_EQ(activeBackend().prepareResampler(resampling), nullptr);
 }
 
 TEST_F(OpenCl, DeviceListPutsOpenClEntriesAfterTheCpuOnes)

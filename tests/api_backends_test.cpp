@@ -1,0 +1,247 @@
+// Whole sessions through the C interface on each backend: the CPU and the first OpenCL
+// device run the same line-scan, snapshot and regression sessions and must agree on
+// every decision and object record, and on every regression output and object mean up
+// to float rounding. The models are those of model_files.h, on wider frames with three
+// leaf blobs passing by.
+
+#include "compute/backend.h"
+#include "compute/device.h"
+#include "model_files.h"
+#include "runtime/handle.h"
+#include "test_handle.h"
+
+#include <QTextStream>
+#include <algorithm>
+#include <cmath>
+#include <functional>
+#include <gtest/gtest.h>
+#include <vector>
+
+using namespace modelfiles;
+
+namespace {
+
+constexpr int Width = 96, Bands = 4, Lines = 64;
+
+// Leaf blobs: band 1 near 10 ("leaf") inside, near 0 ("bg") outside; band 3 small; bands
+// 0 and 2 large. All values are whole numbers, so 16-bit frames carry them exactly.
+bool leafAt(int line, int pixel)
+{
+    const int blobs[3][3] = {{20, 12, 9}, {70, 30, 14}, {45, 50, 7}}; // centre pixel, centre line, radius
+    for (const auto& b : blobs)
+        if ((pixel - b[0]) * (pixel - b[0]) + (line - b[1]) * (line - b[1]) <= b[2] * b[2])
+            return true;
+    return false;
+}
+
+double sample(int line, int pixel, int band)
+{
+    switch (band) {
+    case 1: return (leafAt(line, pixel) ? 9 : 0) + (pixel + line) % 3;
+    case 3: return (pixel * 7 + line * 3) % 3;
+    default: return 1000 + 10 * band + pixel % 17;
+    }
+}
+
+// What a session hands back: decisions and object records, compared exactly; outputs
+// and object means, compared up to rounding; and the backend that ran it.
+struct Session {
+    std::vector<quint8> decisions;
+    std::vector<qint32> records;
+    std::vector<float> values;
+    int backend = 0;
+};
+
+// A handle on list entry `device`, its model loaded and the acquisition started with
+// segmentation on. `beforeLoad` describes the camera, `beforeStart` changes the loaded run.
+struct Run {
+    QTemporaryDir dir;
+    TestHandle h;
+    Session s;
+    Run(int device, const Project& p, const std::function<void(ZelkHandle*)>& beforeLoad,
+        const std::function<void(ZelkHandle*)>& beforeStart)
+    {
+        EXPECT_EQ(zelk_RefreshDeviceList(h, 0, 1), 0);
+        EXPECT_EQ(zelk_SetDevice(h, device), 0);
+        if (beforeLoad)
+            beforeLoad(h);
+        EXPECT_EQ(zelk_LoadModel(h, writeModel(dir, p).toLatin1()), 0) << zelk_GetErrorMsg(h);
+        EXPECT_EQ(zelk_SetSegmentation(h, 1), 0);
+        if (beforeStart)
+            beforeStart(h);
+        EXPECT_EQ(zelk_StartAcquisition(h), 0) << zelk_GetErrorMsg(h);
+        // The selection of the start stays in force until the stop.
+        s.backend = compute::activeBackend().number();
+    }
+    ~Run() { zelk_StopAcquisition(h); }
+
+    void keepObjects()
+    {
+        for (int i = 0; i < zelk_GetObjCount(h); ++i) {
+            int* record = nullptr;
+            ASSERT_EQ(zelk_GetObjDataInt(h, i, &record), 0);
+            s.records.insert(s.records.end(), record, record + ObjectRecordInts);
+            float* means = nullptr;
+            if (h.h->regVarCount > 0) {
+                ASSERT_EQ(zelk_GetObjDataRegOutput(h, i, &means), 0);
+                s.values.insert(s.values.end(), means, means + h.h->regVarCount);
+            }
+        }
+    }
+};
+
+using Hook = std::function<void(ZelkHandle*)>;
+
+// Line-scan frames of 16 bits; `frame(line)` gives one in BIL.
+Session lineScan(int device, const Project& p, const std::function<std::vector<quint16>(int)>& frame, const Hook& beforeLoad = {},
+                 const Hook& beforeStart = {})
+{
+    Run run(device, p, beforeLoad, [&](ZelkHandle* h) {
+        h->inputDataType = 1;
+        if (beforeStart)
+            beforeStart(h);
+    });
+    ZelkHandle* h = run.h;
+    for (int line = 0; line < Lines; ++line) {
+        const std::vector<quint16> f = frame(line);
+        EXPECT_EQ(zelk_ProcessFrame(h, f.data()), 0) << zelk_GetErrorMsg(h);
+        const unsigned char* d = zelk_GetFrameDecisions(h);
+        run.s.decisions.insert(run.s.decisions.end(), d, d + Width);
+        for (int v = 0; v < h->regVarCount; ++v) {
+            const float* out = zelk_GetFrameRegOutputVar(h, v, 0, 0);
+            run.s.values.insert(run.s.values.end(), out, out + Width);
+        }
+        run.keepObjects();
+    }
+    return run.s;
+}
+
+std::vector<quint16> projectFrame(int line)
+{
+    std::vector<quint16> f(size_t(Width) * Bands);
+    for (int b = 0; b < Bands; ++b)
+        for (int p = 0; p < Width; ++p)
+            f[size_t(b * Width + p)] = quint16(sample(line, p, b));
+    return f;
+}
+
+// Five camera bands halfway between the project's: the resampled band b is the rounded
+// mean of camera bands b and b + 1, band 1 the leaf value itself.
+std::vector<quint16> cameraFrame(int line)
+{
+    std::vector<quint16> f(size_t(Width) * 5);
+    for (int p = 0; p < Width; ++p) {
+        const double leaf = sample(line, p, 1), small = sample(line, p, 3);
+        const double values[5] = {1000.0 + p, leaf, leaf, small, small + 1};
+        for (int b = 0; b < 5; ++b)
+            f[size_t(b * Width + p)] = quint16(values[b]);
+    }
+    return f;
+}
+
+void describeCamera(ZelkHandle* h)
+{
+    QTemporaryDir dir;
+    const QString header = dir.filePath("camera.hdr");
+    {
+        QFile f(header);
+        ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+        QTextStream(&f) << "ENVI\nsamples = " << Width << "\nbands = 5\nwavelength = {850, 950, 1050, 1150, 1250}\n";
+    }
+    ASSERT_EQ(zelk_SetDeviceWavelengthsFromENVIHeaderFile(h, header.toLatin1().constData()), 0);
+    ASSERT_EQ(zelk_SetResamplingWavelengthsGrid(h, 900, 100, 1200), 0);
+    testing::internal::CaptureStdout();
+    ASSERT_EQ(zelk_SetResampling(h, 1), 0) << zelk_GetErrorMsg(h);
+    testing::internal::GetCapturedStdout();
+}
+
+// References that differ from sample to sample; a leaf stays a leaf after correction.
+void correctEveryBand(ZelkHandle* h)
+{
+    h->correctionEnabled = true;
+    h->darkRef = h->gainRef = QVector<float>(Width * Bands);
+    for (int i = 0; i < Width * Bands; ++i) {
+        h->darkRef[i] = 0.25f * float(i % 3);
+        h->gainRef[i] = 1.0f + 0.01f * float(i % 5);
+    }
+}
+
+// One float cube in BIP of Lines rows; the project selects the classifier's bands.
+Session snapshot(int device)
+{
+    Project p = lineScanProject(Width);
+    p.type = 3;
+    p.images[0].height = Lines;
+    p.bandSelection = {false, true, false, true};
+    Run run(device, p, {}, [](ZelkHandle* h) { ASSERT_EQ(zelk_SetInputDataLayout(h, 1), 0); });
+    std::vector<float> cube(size_t(Width) * Lines * Bands);
+    for (int line = 0; line < Lines; ++line)
+        for (int pixel = 0; pixel < Width; ++pixel)
+            for (int b = 0; b < Bands; ++b)
+                cube[(size_t(line) * Width + pixel) * Bands + b] = float(sample(line, pixel, b));
+    EXPECT_EQ(zelk_ProcessCube(run.h, cube.data()), 0) << zelk_GetErrorMsg(run.h);
+    const unsigned char* d = zelk_GetCubeDecisions(run.h);
+    if (d)
+        run.s.decisions.assign(d, d + Width * Lines);
+    run.keepObjects();
+    return run.s;
+}
+
+struct SessionCase {
+    const char* name;
+    bool regression;
+    Session (*run)(int device);
+};
+
+const SessionCase sessions[] = {
+    {"LineScan", false, [](int d) { return lineScan(d, lineScanProject(Width), projectFrame); }},
+    {"Snapshot", false, snapshot},
+    {"Regression", true, [](int d) { return lineScan(d, regressionProject(Width), projectFrame); }},
+    {"CorrectedRegression", true, [](int d) { return lineScan(d, regressionProject(Width), projectFrame, {}, correctEveryBand); }},
+    {"ResampledRegression", true, [](int d) { return lineScan(d, regressionProject(Width), cameraFrame, describeCamera); }},
+};
+
+class BackendSessions : public ::testing::TestWithParam<SessionCase> {
+protected:
+    // List entry of the first OpenCL device, or -1 when the machine has none.
+    static int firstOpenClEntry()
+    {
+        TestHandle h;
+        EXPECT_EQ(zelk_RefreshDeviceList(h, 0, 1), 0);
+        for (int i = 0; i < zelk_GetDeviceCount(h); ++i)
+            if (h.h->devices[i].backend == compute::BackendOpenCl)
+                return i;
+        return -1;
+    }
+};
+
+} // namespace
+
+TEST_P(BackendSessions, EveryBackendGivesTheResultsOfTheCpu)
+{
+    const SessionCase& c = GetParam();
+    const Session cpu = c.run(0);
+    ASSERT_EQ(cpu.backend, compute::BackendCpu);
+    // The session is worth comparing: both classes, objects and, with a regressor,
+    // outputs of every frame.
+    ASSERT_EQ(cpu.decisions.size(), size_t(Width) * Lines);
+    EXPECT_NE(std::count(cpu.decisions.begin(), cpu.decisions.end(), 1), 0);
+    EXPECT_NE(std::count(cpu.decisions.begin(), cpu.decisions.end(), 0), 0);
+    ASSERT_GE(cpu.records.size(), size_t(2 * ObjectRecordInts));
+    if (c.regression)
+        ASSERT_GT(cpu.values.size(), size_t(Width) * Lines);
+
+    const int entry = firstOpenClEntry();
+    if (entry < 0)
+        return; // a machine without OpenCL has the CPU alone
+    const Session device = c.run(entry);
+    ASSERT_EQ(device.backend, compute::BackendOpenCl);
+    EXPECT_EQ(device.decisions, cpu.decisions);
+    EXPECT_EQ(device.records, cpu.records);
+    ASSERT_EQ(device.values.size(), cpu.values.size());
+    for (size_t i = 0; i < cpu.values.size(); ++i)
+        ASSERT_NEAR(device.values[i], cpu.values[i], 1e-4 * std::max(1.0f, std::fabs(cpu.values[i]))) << "value " << i;
+}
+
+INSTANTIATE_TEST_SUITE_P(Sessions, BackendSessions, ::testing::ValuesIn(sessions),
+                         [](const testing::TestParamInfo<SessionCase>& info) { return std::string(info.param.name); });
