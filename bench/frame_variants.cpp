@@ -8,9 +8,16 @@
 //
 // Frames come from a belt picture of ellipses in four foreground classes on a background
 // class; each class has its own spectrum, with noise. Times are wall-clock over the
-// frames after the library's 500 warm-up frames.
+// frames after the library's 500 warm-up frames. Where the build has the OpenCL backend,
+// the regression runs on the first OpenCL device too, with the bytes that one frame
+// moves between host and device.
 
 #include "classify/regressor.h"
+#ifdef ZELK_WITH_OPENCL
+#include "compute/device.h"
+#include "compute/opencl/opencl_classifier.h"
+#include "compute/opencl/opencl_regression.h"
+#endif
 #include "runtime/handle.h"
 #include "tests/model_files.h"
 #include "modelwriter/regression_writer.h"
@@ -30,6 +37,7 @@ namespace {
 constexpr int Width = 640, CameraBands = 224, ProjectBands = 200, Classes = 5;
 constexpr int PictureRows = 160; // the picture repeats along the belt
 constexpr int TimedFrames = 6000;
+constexpr int OpenClTimedFrames = 1000;
 
 double seconds()
 {
@@ -172,7 +180,7 @@ struct Timing {
 };
 
 // Runs the frames through a started acquisition: the warm-up, then the timed frames.
-Timing run(ZelkHandle* h, const std::vector<quint16>& data, int bands)
+Timing run(ZelkHandle* h, const std::vector<quint16>& data, int bands, int timedFrames = TimedFrames)
 {
     Timing t;
     const size_t frameSize = size_t(bands) * Width;
@@ -180,7 +188,7 @@ Timing run(ZelkHandle* h, const std::vector<quint16>& data, int bands)
     for (int i = 0; i < h->warmupFrames; ++i)
         zelk_ProcessFrame(h, frame(i));
     const double start = seconds();
-    for (int i = 0; i < TimedFrames; ++i) {
+    for (int i = 0; i < timedFrames; ++i) {
         const int r = zelk_ProcessFrame(h, frame(i));
         if (r != 0) {
             std::printf("frame %d failed: %d %s\n", i, r, zelk_GetErrorMsg(h));
@@ -188,7 +196,7 @@ Timing run(ZelkHandle* h, const std::vector<quint16>& data, int bands)
         }
         t.objects += zelk_GetObjCount(h);
     }
-    t.framesPerSecond = TimedFrames / (seconds() - start);
+    t.framesPerSecond = timedFrames / (seconds() - start);
     zelk_StopAcquisition(h);
     return t;
 }
@@ -209,6 +217,33 @@ void report(const char* name, const ZelkHandle* h, const Timing& t)
     std::printf("%-34s set-up %d  %8.0f frames/s  %7.1f us/frame  %d objects\n", name, h->project->processingSetup,
                 t.framesPerSecond, 1e6 / t.framesPerSecond, t.objects);
 }
+
+#ifdef ZELK_WITH_OPENCL
+// The regression project on the first OpenCL device of the list.
+void openClRegression(const QTemporaryDir& dir, const Project& p, const std::vector<quint16>& camera, double cpuRate)
+{
+    ZelkHandle* h = zelk_Init(nullptr);
+    zelk_RefreshDeviceList(h, 0, 1);
+    int entry = -1;
+    for (int i = 0; i < zelk_GetDeviceCount(h) && entry < 0; ++i)
+        if (h->devices[i].backend == compute::BackendOpenCl)
+            entry = i;
+    if (entry >= 0 && zelk_SetDevice(h, entry) == 0 && start(h, dir, p, "regress-opencl")) {
+        const Timing t = run(h, camera, CameraBands, OpenClTimedFrames);
+        report("W1 regression, OpenCL", h, t);
+        const auto* c = dynamic_cast<const compute::opencl::OpenClClassifier*>(h->project->classifier->kernel.get());
+        const auto* r = dynamic_cast<const compute::opencl::OpenClRegression*>(h->project->regressor->frameKernel());
+        if (c && r && t.framesPerSecond > 0)
+            std::printf("  (cpu %.1fx faster) %lld B in, %lld B out a frame: classifier %lld / %lld, regressor %lld / %lld\n",
+                        cpuRate / t.framesPerSecond, c->lastTraffic().toDevice + r->lastTraffic().toDevice,
+                        c->lastTraffic().toHost + r->lastTraffic().toHost, c->lastTraffic().toDevice, c->lastTraffic().toHost,
+                        r->lastTraffic().toDevice, r->lastTraffic().toHost);
+    } else {
+        std::printf("W1 regression, OpenCL: not run: %s\n", entry < 0 ? "no OpenCL device" : zelk_GetErrorMsg(h));
+    }
+    zelk_Release(h);
+}
+#endif
 
 } // namespace
 
@@ -266,6 +301,9 @@ int main()
     }
     if (classifyRate > 0 && regressRate > 0)
         std::printf("  regression adds %.1f%% to the frame time of classification\n", 100 * (classifyRate / regressRate - 1));
+#ifdef ZELK_WITH_OPENCL
+    openClRegression(dir, regressing, camera, regressRate);
+#endif
 
     // Resampling 224 -> 200 bands, beside frames on the 200 bands already.
     const Project small = project(ProjectBands, projectWavelength, true, rng);
