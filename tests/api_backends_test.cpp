@@ -193,6 +193,11 @@ struct SessionCase {
     Session (*run)(int device);
 };
 
+void PrintTo(const SessionCase& c, std::ostream* out)
+{
+    *out << c.name;
+}
+
 const SessionCase sessions[] = {
     {"LineScan", false, [](int d) { return lineScan(d, lineScanProject(Width), projectFrame); }},
     {"Snapshot", false, snapshot},
