@@ -79,14 +79,12 @@ void ZelkResampler::resample(const quint16* frame, quint16* out) const
 bool ZelkResampler::prepareFrames(QString* why)
 {
     frameKernel_.reset();
-    if (!resamplerReady) {
-        *why = QStringLiteral("the resampler is not ready");
-        return false;
-    }
     compute::Backend& backend = compute::activeBackend();
-    frameKernel_ = backend.prepareResampler(map_);
-    if (!frameKernel_)
-        *why = QStringLiteral("the compute device cannot take it: %1").arg(backend.lastError());
+    if (resamplerReady)
+        frameKernel_ = backend.prepareResampler(map_);
+    if (!frameKernel_ && why)
+        *why = resamplerReady ? QStringLiteral("the compute device cannot take it: %1").arg(backend.lastError())
+                              : QStringLiteral("the resampler is not ready");
     return frameKernel_ != nullptr;
 }
 

@@ -24,7 +24,7 @@ namespace compute::opencl {
 
 class OpenClClassifier final : public ClassifierKernel, public DeviceWork {
 public:
-    // The source of the program that `create` takes, built for the device.
+    // The source of the device code, part of the backend's program.
     static const char* programSource();
 
     // Copies a consistent model to the device of `context`; null, with `error` set, when
