@@ -238,6 +238,14 @@ void openClRegression(const QTemporaryDir& dir, const Project& p, const std::vec
                         cpuRate / t.framesPerSecond, c->lastTraffic().toDevice + r->lastTraffic().toDevice,
                         c->lastTraffic().toHost + r->lastTraffic().toHost, c->lastTraffic().toDevice, c->lastTraffic().toHost,
                         r->lastTraffic().toDevice, r->lastTraffic().toHost);
+        ZelkRegressor& regressor = *h->project->regressor;
+        std::vector<float> z(h->regFrame.size()), out(size_t(Width) * 3);
+        for (size_t i = 0; i < z.size(); ++i)
+            z[i] = float(camera[i]);
+        const double begin = seconds();
+        for (int i = 0; i < OpenClTimedFrames; ++i)
+            regressor.predictFrame(z.data(), Width, CameraBands, out.data());
+        std::printf("%-34s %17.1f us/frame\n", "  regressor alone", 1e6 * (seconds() - begin) / OpenClTimedFrames);
     } else {
         std::printf("W1 regression, OpenCL: not run: %s\n", entry < 0 ? "no OpenCL device" : zelk_GetErrorMsg(h));
     }
