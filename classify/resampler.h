@@ -48,6 +48,7 @@ public:
     // The kernel of an acquisition's frames on the active backend; false, with the
     // reason in `why`, when the resampler is not ready or the device cannot take it.
     bool prepareFrames(QString* why);
+    bool framesPrepared() const { return frameKernel_ != nullptr; }
     // One frame through that kernel; false when there is none or the device failed.
     bool resampleFrame(const quint16* frame, quint16* out);
 

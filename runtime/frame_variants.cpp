@@ -6,6 +6,7 @@
 
 #include "classify/classifier.h"
 #include "classify/regressor.h"
+#include "compute/backend.h"
 #include "runtime/acquisition.h"
 #include "runtime/boundary.h"
 #include "runtime/handle.h"
@@ -210,6 +211,11 @@ int resampleFrame(ZelkHandle* h, const void* frame)
         return frameFailure(h, QStringLiteral("The resampler does not fit the frames."));
     if (const int refused = checkRun(h, bands))
         return refused;
+    // A resampler set during the run gets its kernel with its first frame, on the run's
+    // device, which stays selected for the rest of the run.
+    QString why;
+    if (!r->framesPrepared() && !(compute::selectDevice(h->device) && r->prepareFrames(&why)))
+        return frameFailure(h, QStringLiteral("Resampling cannot run (%1).").arg(why));
     if (!r->resampleFrame(static_cast<const quint16*>(frame), h->resampledFrame.data()))
         return frameFailure(h, QStringLiteral("The compute device failed to resample the frame."));
     correctFrame(h, h->resampledFrame.data(), qint64(h->inputWidth) * bands, h->regFrame.data());

@@ -92,9 +92,10 @@ struct Run {
 
 using Hook = std::function<void(ZelkHandle*)>;
 
-// Line-scan frames of 16 bits; `frame(line)` gives one in BIL.
+// Line-scan frames of 16 bits; `frame(line)` gives one in BIL. `midway` changes the run
+// halfway through.
 Session lineScan(int device, const Project& p, const std::function<std::vector<quint16>(int)>& frame, const Hook& beforeLoad = {},
-                 const Hook& beforeStart = {})
+                 const Hook& beforeStart = {}, const Hook& midway = {})
 {
     Run run(device, p, beforeLoad, [&](ZelkHandle* h) {
         h->inputDataType = 1;
@@ -103,6 +104,8 @@ Session lineScan(int device, const Project& p, const std::function<std::vector<q
     });
     ZelkHandle* h = run.h;
     for (int line = 0; line < Lines; ++line) {
+        if (line == Lines / 2 && midway)
+            midway(h);
         const std::vector<quint16> f = frame(line);
         EXPECT_EQ(zelk_ProcessFrame(h, f.data()), 0) << zelk_GetErrorMsg(h);
         const unsigned char* d = zelk_GetFrameDecisions(h);
@@ -139,6 +142,13 @@ std::vector<quint16> cameraFrame(int line)
     return f;
 }
 
+void resampleAgain(ZelkHandle* h)
+{
+    testing::internal::CaptureStdout();
+    ASSERT_EQ(zelk_SetResampling(h, 1), 0) << zelk_GetErrorMsg(h);
+    testing::internal::GetCapturedStdout();
+}
+
 void describeCamera(ZelkHandle* h)
 {
     QTemporaryDir dir;
@@ -150,9 +160,7 @@ void describeCamera(ZelkHandle* h)
     }
     ASSERT_EQ(zelk_SetDeviceWavelengthsFromENVIHeaderFile(h, header.toLatin1().constData()), 0);
     ASSERT_EQ(zelk_SetResamplingWavelengthsGrid(h, 900, 100, 1200), 0);
-    testing::internal::CaptureStdout();
-    ASSERT_EQ(zelk_SetResampling(h, 1), 0) << zelk_GetErrorMsg(h);
-    testing::internal::GetCapturedStdout();
+    resampleAgain(h);
 }
 
 // References that differ from sample to sample; a leaf stays a leaf after correction.
@@ -203,7 +211,9 @@ const SessionCase sessions[] = {
     {"Snapshot", false, snapshot},
     {"Regression", true, [](int d) { return lineScan(d, regressionProject(Width), projectFrame); }},
     {"CorrectedRegression", true, [](int d) { return lineScan(d, regressionProject(Width), projectFrame, {}, correctEveryBand); }},
-    {"ResampledRegression", true, [](int d) { return lineScan(d, regressionProject(Width), cameraFrame, describeCamera); }},
+    // The resampler is made anew during the run, as a caller may.
+    {"ResampledRegression", true,
+     [](int d) { return lineScan(d, regressionProject(Width), cameraFrame, describeCamera, {}, resampleAgain); }},
 };
 
 class BackendSessions : public ::testing::TestWithParam<SessionCase> {
