@@ -33,6 +33,12 @@ CpuClassifier::CpuClassifier(const ClassifierModel& model)
     centreNorms_ = std::move(shifted.norms);
     const int F = model.features, K = model.units, C = model.classes;
     if (fused_) {
+        bandRows_.assign(size_t(model.bands) * FusedMaxFeatures, 0.0f);
+        for (int b = 0; b < model.bands; ++b)
+            for (int f = 0; f < F; ++f)
+                bandRows_[size_t(b) * FusedMaxFeatures + f] = model.matrix[f * model.bands + b];
+        paddedOffset_.assign(FusedMaxFeatures, 0.0f);
+        std::copy(shiftedOffset_.begin(), shiftedOffset_.end(), paddedOffset_.begin());
         outputs_.resize(size_t(K + 1) * C);
         for (int k = 0; k <= K; ++k)
             for (int c = 0; c < C; ++c)
@@ -107,7 +113,8 @@ void CpuClassifier::classifyTile(const float* x, SpectraLayout layout, qint64 ld
     FusedNetwork net;
     net.bands = model_.bands, net.features = model_.features, net.units = model_.units, net.classes = model_.classes;
     net.matrix = model_.matrix.constData();
-    net.offset = shiftedOffset_.data();
+    net.bandRows = bandRows_.data();
+    net.offset = paddedOffset_.data();
     net.centres = shiftedCentres_.data();
     net.gammas = model_.gammas.constData();
     net.outputs = outputs_.data();

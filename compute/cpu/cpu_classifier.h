@@ -61,7 +61,8 @@ private:
     std::vector<float> shiftedCentres_; // c_k − μ, F by K
     std::vector<float> centreNorms_;    // ‖c_k − μ‖²
     std::vector<float> classRow_;
-    std::vector<float> outputs_;        // W with the weights of a unit together, for the fused pass
+    // For the fused pass: M by band, o padded, W with the weights of a unit together.
+    std::vector<float> bandRows_, paddedOffset_, outputs_;
 
     // One workspace per thread, made once.
     std::vector<Workspace> workspaces_;

@@ -14,7 +14,8 @@ namespace compute::cpu {
 struct FusedNetwork {
     int bands = 0, features = 0, units = 0, classes = 0;
     const float* matrix = nullptr;     // B by F, one feature a column
-    const float* offset = nullptr;     // F
+    const float* bandRows = nullptr;   // FusedMaxFeatures by B: M's row b, then zeros
+    const float* offset = nullptr;     // FusedMaxFeatures: o, then zeros
     const float* centres = nullptr;    // F by K, one centre a column
     const float* gammas = nullptr;     // K
     const float* outputs = nullptr;    // C by K + 1: the biases, then the weights of each unit
@@ -24,15 +25,15 @@ struct FusedNetwork {
 
 // Pixels a block.
 constexpr int FusedBlockPixels = 32;
-// The largest network the pass takes: the features of a block stay in the first-level
-// cache and its class scores in registers.
+// The largest network the pass takes: a pixel's features fit one vector of the widest
+// instruction set and a block's class scores stay in registers.
 constexpr int FusedMaxFeatures = 16;
 constexpr int FusedMaxClasses = 8;
 
 // Floats of scratch memory that classifyFused needs for a model of `bands` bands.
 constexpr qint64 fusedScratchFloats(int bands)
 {
-    return qint64(bands) * FusedBlockPixels + 16;
+    return qint64(bands) * FusedBlockPixels;
 }
 
 // Writes the decisions of `count` pixels. `x` holds one spectrum a column with `ld`
