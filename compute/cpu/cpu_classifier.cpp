@@ -48,7 +48,7 @@ CpuClassifier::CpuClassifier(const ClassifierModel& model)
     for (Workspace& w : workspaces_) {
         w.spectra.resize(size_t(model.bands) * MaxTilePixels);
         if (fused_) {
-            w.block.resize(size_t(fusedScratchFloats(model.bands)));
+            w.scratch.resize(size_t(fusedScratchFloats(model.bands)));
             continue;
         }
         w.features.resize(size_t(F) * MaxTilePixels);
@@ -120,7 +120,7 @@ void CpuClassifier::classifyTile(const float* x, SpectraLayout layout, qint64 ld
     net.outputs = outputs_.data();
     net.classRow = classRow_.data();
     net.thresholds = model_.rejects() ? model_.thresholds.constData() : nullptr;
-    classifyFused(net, x, layout == SpectraLayout::BandsByPixels, ld, count, w.block.data(), decisions);
+    classifyFused(net, x, layout == SpectraLayout::BandsByPixels, ld, count, w.scratch.data(), decisions);
 }
 
 void CpuClassifier::multiplyTile(const float* x, SpectraLayout layout, qint64 ld, int count, quint8* decisions, Workspace& w)

@@ -38,11 +38,11 @@ public:
 
 private:
     struct Workspace {
-        std::vector<float> features; // F by tile
-        std::vector<float> units;    // K by tile
-        std::vector<float> scores;   // C by tile
         std::vector<float> spectra;  // B by tile, for staged blocks
-        std::vector<float> block;    // a block of the fused pass
+        std::vector<float> features; // F by tile, for matrix products
+        std::vector<float> units;    // K by tile, for matrix products
+        std::vector<float> scores;   // C by tile, for matrix products
+        std::vector<float> scratch;  // for the fused pass
     };
 
     // Splits n pixels into tiles across the threads; `tile(first, count, workspace)`
@@ -53,6 +53,7 @@ private:
     // `x` points at the tile's first pixel; `ld` is the distance between consecutive
     // columns of the block (B for one spectrum a column, the block's n otherwise).
     void classifyTile(const float* x, SpectraLayout layout, qint64 ld, int count, quint8* decisions, Workspace& w);
+    // The same by matrix products.
     void multiplyTile(const float* x, SpectraLayout layout, qint64 ld, int count, quint8* decisions, Workspace& w);
 
     ClassifierModel model_;
