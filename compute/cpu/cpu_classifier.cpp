@@ -1,4 +1,5 @@
 #include "compute/cpu/cpu_classifier.h"
+#include "compute/cpu/fused_network.h"
 #include "compute/cpu/vector_math.h"
 
 #include <algorithm>
@@ -22,6 +23,7 @@ void useSingleThreadedBlas()
 
 CpuClassifier::CpuClassifier(const ClassifierModel& model)
     : model_(model)
+    , fused_(fuses(model))
     , classRow_(size_t(model.classes), 1.0f)
 {
     useSingleThreadedBlas();
@@ -29,14 +31,35 @@ CpuClassifier::CpuClassifier(const ClassifierModel& model)
     shiftedOffset_ = std::move(shifted.offset);
     shiftedCentres_ = std::move(shifted.centres);
     centreNorms_ = std::move(shifted.norms);
-    const int F = model.features, K = model.units;
+    const int F = model.features, K = model.units, C = model.classes;
+    if (fused_) {
+        bandRows_.assign(size_t(model.bands) * FusedMaxFeatures, 0.0f);
+        for (int b = 0; b < model.bands; ++b)
+            for (int f = 0; f < F; ++f)
+                bandRows_[size_t(b) * FusedMaxFeatures + f] = model.matrix[f * model.bands + b];
+        paddedOffset_.assign(FusedMaxFeatures, 0.0f);
+        std::copy(shiftedOffset_.begin(), shiftedOffset_.end(), paddedOffset_.begin());
+        outputs_.resize(size_t(K + 1) * C);
+        for (int k = 0; k <= K; ++k)
+            for (int c = 0; c < C; ++c)
+                outputs_[size_t(k) * C + c] = model.weights[c * (K + 1) + k];
+    }
     workspaces_.resize(size_t(std::max(1, omp_get_max_threads())));
     for (Workspace& w : workspaces_) {
+        w.spectra.resize(size_t(model.bands) * MaxTilePixels);
+        if (fused_) {
+            w.scratch.resize(size_t(fusedScratchFloats(model.bands)));
+            continue;
+        }
         w.features.resize(size_t(F) * MaxTilePixels);
         w.units.resize(size_t(K) * MaxTilePixels);
-        w.scores.resize(size_t(model.classes) * MaxTilePixels);
-        w.spectra.resize(size_t(model.bands) * MaxTilePixels);
+        w.scores.resize(size_t(C) * MaxTilePixels);
     }
+}
+
+bool CpuClassifier::fuses(const ClassifierModel& model)
+{
+    return model.features <= FusedMaxFeatures && model.classes <= FusedMaxClasses;
 }
 
 void CpuClassifier::setClassRow(const QVector<float>& row)
@@ -82,6 +105,25 @@ bool CpuClassifier::classifyStaged(const SampleBlock& block, quint8* decisions)
 }
 
 void CpuClassifier::classifyTile(const float* x, SpectraLayout layout, qint64 ld, int count, quint8* decisions, Workspace& w)
+{
+    if (!fused_) {
+        multiplyTile(x, layout, ld, count, decisions, w);
+        return;
+    }
+    FusedNetwork net;
+    net.bands = model_.bands, net.features = model_.features, net.units = model_.units, net.classes = model_.classes;
+    net.matrix = model_.matrix.constData();
+    net.bandRows = bandRows_.data();
+    net.offset = paddedOffset_.data();
+    net.centres = shiftedCentres_.data();
+    net.gammas = model_.gammas.constData();
+    net.outputs = outputs_.data();
+    net.classRow = classRow_.data();
+    net.thresholds = model_.rejects() ? model_.thresholds.constData() : nullptr;
+    classifyFused(net, x, layout == SpectraLayout::BandsByPixels, ld, count, w.scratch.data(), decisions);
+}
+
+void CpuClassifier::multiplyTile(const float* x, SpectraLayout layout, qint64 ld, int count, quint8* decisions, Workspace& w)
 {
     const int B = model_.bands, F = model_.features, K = model_.units, C = model_.classes;
     float* z = w.features.data();

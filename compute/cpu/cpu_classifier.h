@@ -1,7 +1,8 @@
 #pragma once
-// The CPU classifier kernel. Pixels are taken in tiles that stay in cache; per tile
-// the projection, the products with the centres and the output layer are matrix
-// products, and the distances come from ‖z‖² − 2zᵀc + ‖c‖².
+// The CPU classifier kernel. Pixels are taken in tiles that stay in cache, spread over
+// the cores. Small networks go through each tile in one fused pass (fused_network.h).
+// For the others the projection, the products with the centres and the output layer
+// are matrix products, and the distances come from ‖z‖² − 2zᵀc + ‖c‖².
 //
 // To keep that form exact where a pixel lies close to a centre, the features and the
 // centres are shifted by the mean of the centres first (shiftCentres).
@@ -28,16 +29,20 @@ public:
 
     // Tiles of at most this many pixels keep a tile's units in the second-level cache.
     static constexpr int MaxTilePixels = 256;
+    // True when the model goes through the fused pass rather than matrix products.
+    static bool fuses(const ClassifierModel& model);
+
     // Below this many pixels a block runs on one thread: the hand-over would cost more
     // than the second core gives.
     static constexpr int ParallelPixels = 128;
 
 private:
     struct Workspace {
-        std::vector<float> features; // F by tile
-        std::vector<float> units;    // K by tile
-        std::vector<float> scores;   // C by tile
         std::vector<float> spectra;  // B by tile, for staged blocks
+        std::vector<float> features; // F by tile, for matrix products
+        std::vector<float> units;    // K by tile, for matrix products
+        std::vector<float> scores;   // C by tile, for matrix products
+        std::vector<float> scratch;  // for the fused pass
     };
 
     // Splits n pixels into tiles across the threads; `tile(first, count, workspace)`
@@ -48,12 +53,17 @@ private:
     // `x` points at the tile's first pixel; `ld` is the distance between consecutive
     // columns of the block (B for one spectrum a column, the block's n otherwise).
     void classifyTile(const float* x, SpectraLayout layout, qint64 ld, int count, quint8* decisions, Workspace& w);
+    // The same by matrix products.
+    void multiplyTile(const float* x, SpectraLayout layout, qint64 ld, int count, quint8* decisions, Workspace& w);
 
     ClassifierModel model_;
+    bool fused_;
     std::vector<float> shiftedOffset_;  // o − μ
     std::vector<float> shiftedCentres_; // c_k − μ, F by K
     std::vector<float> centreNorms_;    // ‖c_k − μ‖²
     std::vector<float> classRow_;
+    // For the fused pass: M by band, o padded, W with the weights of a unit together.
+    std::vector<float> bandRows_, paddedOffset_, outputs_;
 
     // One workspace per thread, made once.
     std::vector<Workspace> workspaces_;

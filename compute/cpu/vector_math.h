@@ -5,10 +5,14 @@
 
 #include <cstdint>
 
-namespace compute::cpu {
+// Sanitizer builds make the plain version only.
+#if defined(__x86_64__) && !defined(__SANITIZE_ADDRESS__)
+#define ZELK_VECTOR_CLONES __attribute__((target_clones("arch=x86-64-v4", "arch=x86-64-v3", "default")))
+#else
+#define ZELK_VECTOR_CLONES
+#endif
 
-// values[i] = exp(values[i]); relative error within a few units in the last place.
-void expInPlace(float* values, int n);
+namespace compute::cpu {
 
 // out[i] = exp(gamma[i] * max(0, dot[i] + norms[i] + zz)): the radial basis units of one
 // pixel from the products dot[i] = -2 zᵀc_i, the centre norms and the pixel norm zz.

@@ -1,0 +1,195 @@
+#include "compute/cpu/fused_network.h"
+#include "compute/cpu/fast_exp.h"
+#include "compute/cpu/vector_math.h"
+
+#include <algorithm>
+#include <cstdint>
+#include <cstring>
+
+namespace compute::cpu {
+namespace {
+
+// Vectors of the compiler's own: one clone keeps a vector in one 512-bit register, the
+// others split it.
+constexpr int LaneCount = 16;
+constexpr int Parts = FusedBlockPixels / LaneCount;
+typedef float Lanes __attribute__((vector_size(LaneCount * sizeof(float)), may_alias));
+typedef float UnalignedLanes __attribute__((vector_size(LaneCount * sizeof(float)), aligned(4), may_alias));
+typedef std::int32_t IntLanes __attribute__((vector_size(LaneCount * sizeof(std::int32_t)), may_alias));
+static_assert(FusedMaxFeatures == LaneCount, "a pixel's features fill one vector");
+
+// Entry c of the shuffles that swap the off-diagonal blocks of size k of 16 rows: the
+// first row of a pair keeps its own entries left of the block and takes the second's
+// within it, the second row the other way round.
+constexpr int swapIndex(int k, bool second, int c)
+{
+    if (second)
+        return (c & k) ? LaneCount + c : c + k;
+    return (c & k) ? LaneCount + c - k : c;
+}
+
+template <int K>
+inline void swapBlocks(Lanes* rows)
+{
+    constexpr IntLanes first = {swapIndex(K, false, 0),  swapIndex(K, false, 1),  swapIndex(K, false, 2),
+                                swapIndex(K, false, 3),  swapIndex(K, false, 4),  swapIndex(K, false, 5),
+                                swapIndex(K, false, 6),  swapIndex(K, false, 7),  swapIndex(K, false, 8),
+                                swapIndex(K, false, 9),  swapIndex(K, false, 10), swapIndex(K, false, 11),
+                                swapIndex(K, false, 12), swapIndex(K, false, 13), swapIndex(K, false, 14),
+                                swapIndex(K, false, 15)};
+    constexpr IntLanes second = {swapIndex(K, true, 0),  swapIndex(K, true, 1),  swapIndex(K, true, 2),
+                                 swapIndex(K, true, 3),  swapIndex(K, true, 4),  swapIndex(K, true, 5),
+                                 swapIndex(K, true, 6),  swapIndex(K, true, 7),  swapIndex(K, true, 8),
+                                 swapIndex(K, true, 9),  swapIndex(K, true, 10), swapIndex(K, true, 11),
+                                 swapIndex(K, true, 12), swapIndex(K, true, 13), swapIndex(K, true, 14),
+                                 swapIndex(K, true, 15)};
+    for (int r = 0; r < LaneCount; ++r)
+        if ((r & K) == 0) {
+            const Lanes a = rows[r], b = rows[r + K];
+            rows[r] = __builtin_shuffle(a, b, first);
+            rows[r + K] = __builtin_shuffle(a, b, second);
+        }
+}
+
+// Transposes 16 rows of 16 in registers: swapping the off-diagonal blocks at every
+// size swaps each entry with its mirror.
+inline void transpose(Lanes* rows)
+{
+    swapBlocks<1>(rows);
+    swapBlocks<2>(rows);
+    swapBlocks<4>(rows);
+    swapBlocks<8>(rows);
+}
+
+// The features of a block, z = Mᵀx + o, as rows[16 h + f]: feature f of pixels 16 h to
+// 16 h + 15. From one spectrum a column, each pixel's features are one vector, summed
+// over the bands and then transposed; rows past `count` repeat the last pixel.
+inline void projectPixels(const FusedNetwork& net, const float* x, qint64 ld, int count, Lanes* rows)
+{
+    const UnalignedLanes* weights = reinterpret_cast<const UnalignedLanes*>(net.bandRows);
+    const Lanes offset = *reinterpret_cast<const UnalignedLanes*>(net.offset);
+    constexpr int Together = 4; // pixels summed side by side, to hide the latency of a sum
+    for (int p = 0; p < FusedBlockPixels; p += Together) {
+        const float* spectrum[Together];
+        Lanes sum[Together];
+        for (int j = 0; j < Together; ++j) {
+            spectrum[j] = x + std::min(p + j, count - 1) * ld;
+            sum[j] = offset;
+        }
+        for (int b = 0; b < net.bands; ++b) {
+            const Lanes w = weights[b];
+            for (int j = 0; j < Together; ++j)
+                sum[j] += spectrum[j][b] * w;
+        }
+        for (int j = 0; j < Together; ++j)
+            rows[p + j] = sum[j];
+    }
+    for (int h = 0; h < Parts; ++h)
+        transpose(rows + h * LaneCount);
+}
+
+// The same from one band a column, whose bands are rows of pixels already. A last block
+// that is not whole is copied into `scratch` first, padded with zeros.
+inline void projectBands(const FusedNetwork& net, const float* x, qint64 ld, int count, float* scratch, Lanes* rows)
+{
+    const int B = net.bands;
+    if (count < FusedBlockPixels) {
+        std::fill(scratch, scratch + qint64(B) * FusedBlockPixels, 0.0f);
+        for (int b = 0; b < B; ++b)
+            std::copy_n(x + b * ld, count, scratch + qint64(b) * FusedBlockPixels);
+        x = scratch;
+        ld = FusedBlockPixels;
+    }
+    for (int f = 0; f < net.features; ++f) {
+        const float* m = net.matrix + qint64(f) * B;
+        Lanes sum[Parts];
+        for (int h = 0; h < Parts; ++h)
+            sum[h] = Lanes{} + net.offset[f];
+        for (int b = 0; b < B; ++b)
+            for (int h = 0; h < Parts; ++h)
+                sum[h] += m[b] * *reinterpret_cast<const UnalignedLanes*>(x + b * ld + h * LaneCount);
+        for (int h = 0; h < Parts; ++h)
+            rows[h * LaneCount + f] = sum[h];
+    }
+}
+
+// The decisions of a block from its features as the projections leave them. C is a
+// constant so that the class scores stay in registers.
+template <int C>
+__attribute__((always_inline)) inline void classifyBlock(const FusedNetwork& net, const Lanes* rows, int count,
+                                                         quint8* decisions)
+{
+    const int F = net.features, K = net.units;
+
+    // s_c = W(0,c) + Σ_k exp(g_k ‖z − c_k‖²) W(k+1,c). The difference form keeps
+    // distances exact near a centre, whatever the magnitude of z.
+    Lanes s[C][Parts];
+    for (int c = 0; c < C; ++c)
+        for (int h = 0; h < Parts; ++h)
+            s[c][h] = Lanes{} + net.outputs[c];
+    for (int k = 0; k < K; ++k) {
+        const float* centre = net.centres + qint64(k) * F;
+        const float* w = net.outputs + qint64(k + 1) * C;
+        Lanes d[Parts] = {};
+        for (int f = 0; f < F; ++f)
+            for (int h = 0; h < Parts; ++h) {
+                const Lanes t = rows[h * LaneCount + f] - centre[f];
+                d[h] += t * t;
+            }
+        for (int h = 0; h < Parts; ++h) {
+            Lanes a = net.gammas[k] * d[h];
+            expInPlace<Lanes, IntLanes>(a);
+            for (int c = 0; c < C; ++c)
+                s[c][h] += a * w[c];
+        }
+    }
+
+    // The weighted maximum, the first class on ties, then the winner's own threshold.
+    float top[FusedBlockPixels];
+    std::int32_t best[FusedBlockPixels];
+    for (int h = 0; h < Parts; ++h) {
+        Lanes t = s[0][h] * net.classRow[0];
+        IntLanes i = {};
+        for (int c = 1; c < C; ++c) {
+            const Lanes v = s[c][h] * net.classRow[c];
+            const IntLanes better = v > t;
+            t = better ? v : t;
+            i = better ? IntLanes{} + c : i;
+        }
+        std::memcpy(top + h * LaneCount, &t, sizeof t);
+        std::memcpy(best + h * LaneCount, &i, sizeof i);
+    }
+    for (int p = 0; p < count; ++p) {
+        const int d = best[p];
+        decisions[p] = quint8(net.thresholds && top[p] < net.thresholds[d] ? C : d);
+    }
+}
+
+} // namespace
+
+ZELK_VECTOR_CLONES void classifyFused(const FusedNetwork& net, const float* x, bool pixelMajor, qint64 ld, int count,
+                                      float* scratch, quint8* decisions)
+{
+    Lanes features[FusedBlockPixels];
+    for (int first = 0; first < count; first += FusedBlockPixels) {
+        const int n = std::min(FusedBlockPixels, count - first);
+        if (pixelMajor)
+            projectPixels(net, x + first * ld, ld, n, features);
+        else
+            projectBands(net, x + first, ld, n, scratch, features);
+        quint8* out = decisions + first;
+        static_assert(FusedMaxClasses == 8, "one case a class count");
+        switch (net.classes) {
+        case 1: classifyBlock<1>(net, features, n, out); break;
+        case 2: classifyBlock<2>(net, features, n, out); break;
+        case 3: classifyBlock<3>(net, features, n, out); break;
+        case 4: classifyBlock<4>(net, features, n, out); break;
+        case 5: classifyBlock<5>(net, features, n, out); break;
+        case 6: classifyBlock<6>(net, features, n, out); break;
+        case 7: classifyBlock<7>(net, features, n, out); break;
+        default: classifyBlock<8>(net, features, n, out); break;
+        }
+    }
+}
+
+} // namespace compute::cpu

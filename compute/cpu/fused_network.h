@@ -1,0 +1,45 @@
+#pragma once
+// The classifier network of small models in one pass. Pixels go through in blocks with
+// one pixel a vector lane: per block the features, each centre's squared distance
+// (z − c)·(z − c), its unit and its share of the class scores, then the weighted
+// maximum and the rejection, all without leaving the registers and the first-level
+// cache. For few features and classes this beats matrix products, whose operands of
+// 4 to 16 rows leave most of a vector unit idle.
+
+#include <QtGlobal>
+
+namespace compute::cpu {
+
+// The network as the fused pass reads it.
+struct FusedNetwork {
+    int bands = 0, features = 0, units = 0, classes = 0;
+    const float* matrix = nullptr;     // B by F, one feature a column
+    const float* bandRows = nullptr;   // FusedMaxFeatures by B: M's row b, then zeros
+    const float* offset = nullptr;     // FusedMaxFeatures: o, then zeros
+    const float* centres = nullptr;    // F by K, one centre a column
+    const float* gammas = nullptr;     // K
+    const float* outputs = nullptr;    // C by K + 1: the biases, then the weights of each unit
+    const float* classRow = nullptr;   // C
+    const float* thresholds = nullptr; // C, or null when the classifier does not reject
+};
+
+// Pixels a block.
+constexpr int FusedBlockPixels = 32;
+// The largest network the pass takes: a pixel's features fit one vector of the widest
+// instruction set and a block's class scores stay in registers.
+constexpr int FusedMaxFeatures = 16;
+constexpr int FusedMaxClasses = 8;
+
+// Floats of scratch memory that classifyFused needs for a model of `bands` bands.
+constexpr qint64 fusedScratchFloats(int bands)
+{
+    return qint64(bands) * FusedBlockPixels;
+}
+
+// Writes the decisions of `count` pixels. `x` holds one spectrum a column with `ld`
+// between pixels when `pixelMajor`, one band a column with `ld` between bands
+// otherwise.
+void classifyFused(const FusedNetwork& net, const float* x, bool pixelMajor, qint64 ld, int count, float* scratch,
+                   quint8* decisions);
+
+} // namespace compute::cpu
