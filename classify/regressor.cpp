@@ -3,7 +3,25 @@
 #include "classify/device_copy.h"
 #include "model/data_set.h"
 
-#include <cstring>
+#include <algorithm>
+#include <cblas.h>
+#include <mutex>
+#include <omp.h>
+
+namespace {
+
+// Frames from this many pixels on are shared between the cores.
+constexpr int ParallelPixels = 256;
+
+// Each core calls the BLAS on its own part of a frame; a BLAS that started threads of
+// its own inside would only fight them for the cores.
+void useSingleThreadedBlas()
+{
+    static std::once_flag once;
+    std::call_once(once, [] { openblas_set_num_threads(1); });
+}
+
+} // namespace
 
 ZelkRegressor::ZelkRegressor(QObject* parent)
     : QObject(parent)
@@ -29,6 +47,7 @@ void ZelkRegressor::setRegTestData(ZelkDataSet* data)
 
 void ZelkRegressor::prepareDevice()
 {
+    framePixels_ = frameBands_ = 0; // the folded chain was made from the old twins
     deviceSelection.reset();
     if (regSelection) {
         auto indices = restaged(regSelection->indices, {regSelection->selectedCount, 1, 1, 1}, compute::ElementType::S32);
@@ -99,17 +118,89 @@ HostArray ZelkRegressor::predict(const HostArray& block) const
     return x.isEmpty() ? x : applyLinear(*deviceModel, x);
 }
 
-bool ZelkRegressor::predictFrame(const float* frame, int pixels, int bands, float* output) const
+bool ZelkRegressor::prepareFrames(int pixels, int bands, QString* why)
 {
-    if (!frame || !output || pixels <= 0 || bands <= 0)
+    framePixels_ = frameBands_ = 0;
+    if (pixels <= 0 || bands <= 0) {
+        if (why)
+            *why = QStringLiteral("frames of %1 pixels and %2 bands").arg(pixels).arg(bands);
         return false;
-    QVector<float> transposed(pixels * bands);
-    for (int b = 0; b < bands; ++b)
-        for (int p = 0; p < pixels; ++p)
-            transposed[p * bands + b] = frame[qint64(b) * pixels + p];
-    const HostArray result = predict(HostArray({bands, pixels, 1, 1}, transposed));
-    if (result.isEmpty() || result.dim(1) != pixels)
+    }
+    if (!runnable(bands, why))
         return false;
-    std::memcpy(output, result.f32().constData(), size_t(result.elements()) * sizeof(float));
+
+    // Row r of the standardised features is (filter column or band `source`, plus its
+    // constant, minus mean r) times scale r; the model weighs it with row r of its
+    // matrix. Summing over r gives each band's weight per variable, and the constants
+    // gather in the offset.
+    const ZelkAFPipelineM9& scaling = *deviceScaling;
+    const ZelkAFPipelineM1& model = *deviceModel;
+    const int features = scaling.featureCount, variables = model.outputCount;
+    const float* mean = scaling.mean.f32().constData();
+    const float* scale = scaling.scale.f32().constData();
+    const float* weights = model.matrix.f32().constData();
+    const qint32* chosen = deviceSelection ? deviceSelection->indices.s32().constData() : nullptr;
+    const float* filter = deviceFilter ? deviceFilter->matrix.f32().constData() : nullptr;
+    const QVector<float>& filterOffset = deviceFilter ? deviceFilter->offset.f32() : QVector<float>();
+
+    std::vector<double> folded(size_t(bands) * size_t(variables), 0.0);
+    std::vector<double> offset(size_t(variables), 0.0);
+    for (int v = 0; v < variables; ++v)
+        offset[size_t(v)] = double(model.offset.f32()[v]);
+    for (int r = 0; r < features; ++r) {
+        const int source = chosen ? chosen[r] : r;
+        const double constant = filter && source < filterOffset.size() ? double(filterOffset[source]) : 0.0;
+        const float* column = filter ? filter + qint64(source) * bands : nullptr;
+        for (int v = 0; v < variables; ++v) {
+            const double k = double(scale[r]) * double(weights[qint64(v) * features + r]);
+            offset[size_t(v)] += k * (constant - double(mean[r]));
+            double* target = folded.data() + size_t(v) * size_t(bands);
+            if (!column) {
+                target[source] += k;
+                continue;
+            }
+            for (int b = 0; b < bands; ++b)
+                target[b] += k * double(column[b]);
+        }
+    }
+    useSingleThreadedBlas();
+    frameWeights_.assign(folded.begin(), folded.end());
+    frameOffset_.assign(offset.begin(), offset.end());
+    frameScratch_.assign(size_t(pixels) * size_t(variables), 0.0f);
+    framePixels_ = pixels;
+    frameBands_ = bands;
+    return true;
+}
+
+bool ZelkRegressor::predictFrame(const float* frame, int pixels, int bands, float* output)
+{
+    if (!frame || !output)
+        return false;
+    if ((pixels != framePixels_ || bands != frameBands_) && !prepareFrames(pixels, bands))
+        return false;
+    const int variables = int(frameOffset_.size());
+    if (variables == 0)
+        return true;
+    // scratch (pixels by variables) = frame (pixels by bands) · weights (bands by
+    // variables), the pixels shared between the cores, each part one BLAS call; then
+    // the variables of a pixel are laid side by side, with the offset.
+    float* scratch = frameScratch_.data();
+    const float* weights = frameWeights_.data();
+    const int threads = pixels >= ParallelPixels ? std::max(1, omp_get_max_threads()) : 1;
+    const int part = (pixels + threads - 1) / threads;
+#pragma omp parallel for num_threads(threads) schedule(static) if (threads > 1)
+    for (int t = 0; t < threads; ++t) {
+        const int first = t * part, count = std::min(part, pixels - first);
+        if (count <= 0)
+            continue;
+        cblas_sgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, count, variables, bands, 1.0f, frame + first, pixels,
+                    weights, bands, 0.0f, scratch + first, pixels);
+        for (int v = 0; v < variables; ++v) {
+            const float* column = scratch + qint64(v) * pixels;
+            const float o = frameOffset_[size_t(v)];
+            for (int p = first; p < first + count; ++p)
+                output[qint64(p) * variables + v] = column[p] + o;
+        }
+    }
     return true;
 }

@@ -9,6 +9,7 @@
 #include <QStringList>
 #include <QVector>
 #include <memory>
+#include <vector>
 
 class ZelkDataSet;
 
@@ -36,9 +37,17 @@ public:
     // Spectra one a column (bands by pixels) to variables by pixels; empty when the
     // block does not fit the chain.
     HostArray predict(const HostArray& block) const;
+    // Readies predictFrame for frames of `pixels` pixels and `bands` bands. The chain is
+    // linear from end to end, so filter, selection, scaling and model are folded here,
+    // in double precision, into one bands-by-variables matrix and one offset per
+    // variable; the scratch of the frame product is sized too. False, with the reason
+    // in `why`, when the chain cannot take such frames.
+    bool prepareFrames(int pixels, int bands, QString* why = nullptr);
     // A frame of `pixels` pixels with one band a column (pixels by bands, corrected,
-    // all bands) into `output`: the variables of a pixel next to each other.
-    bool predictFrame(const float* frame, int pixels, int bands, float* output) const;
+    // all bands) into `output`: the variables of a pixel next to each other. One matrix
+    // product; nothing is allocated once prepareFrames has seen this shape (another
+    // shape is prepared first).
+    bool predictFrame(const float* frame, int pixels, int bands, float* output);
 
     ZelkDataSet* regData = nullptr;
     ZelkDataSet* regTestData = nullptr;
@@ -66,4 +75,12 @@ public:
 Q_SIGNALS:
     void displayMessage(QString text);
     void setBatchProgress(QString text, int value);
+
+private:
+    // The folded chain of prepareFrames; a shape of 0 pixels means none.
+    int framePixels_ = 0;
+    int frameBands_ = 0;
+    std::vector<float> frameWeights_; // frameBands_ by variables, column-major
+    std::vector<float> frameOffset_;  // one per variable
+    std::vector<float> frameScratch_; // frame product, framePixels_ by variables
 };

@@ -1,7 +1,14 @@
 #include "classify/resampler.h"
+#include "compute/cpu/vector_math.h"
 
 #include <algorithm>
-#include <cmath>
+#include <omp.h>
+
+namespace {
+
+constexpr qint64 ParallelSamples = 1 << 15;
+
+} // namespace
 
 int ZelkResampler::fail(int code, const QString& message)
 {
@@ -69,14 +76,11 @@ int ZelkResampler::init(int width_, const ZelkBandSet& source, const ZelkBandSet
 
 void ZelkResampler::resample(const quint16* frame, quint16* out) const
 {
-    for (int j = 0; j < destBands; ++j) {
-        const quint16* lo = frame + size_t(lowBand_[size_t(j)]) * width;
-        const quint16* hi = frame + size_t(highBand_[size_t(j)]) * width;
-        const float t = fraction_[size_t(j)], tMinusOne = t - 1.0f;
-        quint16* row = out + size_t(j) * width;
-        for (int i = 0; i < width; ++i) {
-            const float y = float(hi[i]) * t - float(lo[i]) * tMinusOne;
-            row[i] = quint16(std::clamp(std::round(y), 0.0f, 65535.0f));
-        }
-    }
+    // The destination bands are independent: a frame's bands are shared between the
+    // cores, a narrow frame stays on one.
+    const int threads = qint64(width) * destBands >= ParallelSamples ? std::max(1, omp_get_max_threads()) : 1;
+#pragma omp parallel for num_threads(threads) schedule(static) if (threads > 1)
+    for (int j = 0; j < destBands; ++j)
+        compute::cpu::interpolateSamples(frame + size_t(lowBand_[size_t(j)]) * width, frame + size_t(highBand_[size_t(j)]) * width,
+                                         fraction_[size_t(j)], out + size_t(j) * width, width);
 }

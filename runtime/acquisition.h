@@ -17,3 +17,13 @@ int prepareCubeKernel(ZelkHandle* h, ZelkClassifier& c);
 // frame path, marks them in the ring. 0, or -160 with `overflowText` once the records
 // are full.
 int reportObjects(ZelkHandle* h, bool markInRing, const char* overflowText);
+
+// The regression and resampling variants of the frame path (set-ups 3, 7 and 9 of a
+// line-scan project), in frame_variants.cpp. Their frames are corrected on all bands
+// before the classifier picks its bands, so its kernel then corrects nothing itself.
+bool regressionFrames(const ZelkHandle* h);
+// What the variants need at acquisition start: the regressor's folded chain for the
+// frame shape and the frame buffers. 0, or a negative code with the handle's text.
+int prepareFrameVariant(ZelkHandle* h);
+int regressFrame(ZelkHandle* h, const void* frame);
+int resampleFrame(ZelkHandle* h, const void* frame);

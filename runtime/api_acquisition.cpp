@@ -57,7 +57,8 @@ bool selectCorrection(ZelkHandle* h, const ZelkClassifier& c)
 }
 
 // The kernel of a line-scan run: frames of all bands or of the classifier's bands,
-// corrected in the stage or, for mean references, in the projection.
+// corrected in the stage or, for mean references, in the projection. The regression
+// variants hand it frames that they have corrected on all bands already.
 int prepareLineScanKernel(ZelkHandle* h, ZelkClassifier& c)
 {
     compute::InputStage stage;
@@ -71,7 +72,7 @@ int prepareLineScanKernel(ZelkHandle* h, ZelkClassifier& c)
     }
     if (h->fullBandFrames)
         stage.bands = c.bandIndex;
-    if (h->correctionEnabled) {
+    if (h->correctionEnabled && !regressionFrames(h)) {
         stage.dark = h->darkSel;
         stage.gain = h->gainSel;
     }
@@ -163,6 +164,8 @@ int start(ZelkHandle* h)
     const int prepared = h->lineScan ? prepareLineScanKernel(h, c) : prepareCubeKernel(h, c);
     if (prepared != 0)
         return setHandleError(h, -104, QStringLiteral("zelk_StartAcquisition: %1").arg(c.lastError));
+    if (const int refused = prepareFrameVariant(h))
+        return refused;
     h->acquiring = true;
     return 0;
 }

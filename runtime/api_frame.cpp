@@ -120,11 +120,15 @@ extern "C" ZELK_API int zelk_ProcessFrame(ZelkHandle* h, const void* frame)
         return setHandleError(h, -171, QStringLiteral("zelk_ProcessFrame: Acquisition not running."));
     QElapsedTimer timer;
     timer.start();
-    const int setup = h->project->processingSetup;
-    if (setup != 1 && setup != 2 && setup != 5 && setup != 6)
-        return setHandleError(h, -171, QStringLiteral("zelk_ProcessFrame: Unsupported processing setup."));
+    int (*variant)(ZelkHandle*, const void*) = nullptr;
+    switch (h->project->processingSetup) {
+    case 1: case 2: case 5: case 6: variant = classifyFrame; break;
+    case 3: case 7: variant = regressFrame; break;
+    case 9: variant = resampleFrame; break;
+    default: return setHandleError(h, -171, QStringLiteral("zelk_ProcessFrame: Unsupported processing setup."));
+    }
 
-    const int result = guarded<int>(h, "zelk_ProcessFrame", InternalErrorCode, [&] { return classifyFrame(h, frame); });
+    const int result = guarded<int>(h, "zelk_ProcessFrame", InternalErrorCode, [&] { return variant(h, frame); });
     h->ringLast = h->ringNext;
     if (++h->ringNext == h->ringRows)
         h->ringNext = 0;

@@ -84,6 +84,8 @@ struct ZelkHandle {
     int regVarCount = 0;
     std::vector<float> regOutput;  // inputWidth x regVarCount, pixel-major
     std::vector<float> regVarLine; // one variable of the last frame
+    std::vector<float> regFrame;         // the corrected frame of all bands that the regressor reads
+    std::vector<quint16> resampledFrame; // the frame on the project's bands, when resampling
 
     bool rawKernel = false;
     bool fusedKernel = true;

@@ -131,7 +131,7 @@ TEST(FramePath, DecisionsFillTheRingAndObjectsAreReportedWithCrosses)
     EXPECT_EQ(h->ringLast, 499);
 
     // An unknown set-up is refused before the ring moves.
-    h->project->processingSetup = 7;
+    h->project->processingSetup = 8;
     EXPECT_EQ(zelk_ProcessFrame(h, empty.data()), -171);
     EXPECT_EQ(h->ringNext, 0);
     EXPECT_EQ(h->frameCount, 500);

@@ -31,6 +31,11 @@ TEST(Resampler, InterpolatesBetweenNeighboursAndRoundsHalfAway)
     // 450 is halfway: (100 + 201) / 2 = 150.5 -> 151; 475 at t 0.75 -> 175.75 -> 176.
     // 400 takes band 0 with t 0, 600 the last band with t 1.
     EXPECT_EQ(run(r, frame), (std::vector<quint16>{100, 7, 151, 8, 176, 9, 301, 11}));
+
+    // Just below one half: 0.49999997 and 1.4999999 round down, where adding 0.5 and
+    // truncating would round up.
+    const ZelkResampler below = made(2, {0, 1}, {double(0.49999997f)});
+    EXPECT_EQ(run(below, {0, 0, 1, 3}), (std::vector<quint16>{0, 1}));
 }
 
 TEST(Resampler, SameGridLeavesTheFrameUnchanged)

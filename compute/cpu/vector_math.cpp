@@ -59,4 +59,22 @@ ZELK_VECTOR_CLONES float sumOfSquares(const float* values, int n)
     return sum;
 }
 
+// Both products are rounded before the difference, on every instruction set, so that a
+// sample rounds the same way whichever clone runs: a fused multiply-subtract could tip
+// a value that lies next to one half.
+__attribute__((optimize("fp-contract=off"))) ZELK_VECTOR_CLONES void interpolateSamples(
+    const std::uint16_t* lo, const std::uint16_t* hi, float t, std::uint16_t* out, int n)
+{
+    const float tMinusOne = t - 1.0f;
+    for (int i = 0; i < n; ++i) {
+        float y = float(hi[i]) * t - float(lo[i]) * tMinusOne;
+        // Clamped first, which rounding then cannot leave. The conversion truncates and y
+        // minus its integer part is exact, so a fraction of one half or more rounds up.
+        y = y < 0.0f ? 0.0f : y;
+        y = y > 65535.0f ? 65535.0f : y;
+        const std::int32_t r = std::int32_t(y);
+        out[i] = std::uint16_t(r + (y - float(r) >= 0.5f ? 1 : 0));
+    }
+}
+
 } // namespace compute::cpu

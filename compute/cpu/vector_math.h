@@ -3,6 +3,8 @@
 // instruction sets and the best one the processor has is picked when the library
 // loads.
 
+#include <cstdint>
+
 namespace compute::cpu {
 
 // values[i] = exp(values[i]); relative error within a few units in the last place.
@@ -14,5 +16,10 @@ void radialUnits(const float* dot, const float* norms, const float* gamma, float
 
 // Sum of squares of n values.
 float sumOfSquares(const float* values, int n);
+
+// out[i] = hi[i]·t − lo[i]·(t − 1), the interpolation between two samples written as a
+// resampler computes it, rounded half away from zero as roundf does and clamped to the
+// 16-bit range.
+void interpolateSamples(const std::uint16_t* lo, const std::uint16_t* hi, float t, std::uint16_t* out, int n);
 
 } // namespace compute::cpu

@@ -1,0 +1,213 @@
+// The frame path of projects with a regressor. The frame is converted to float and
+// corrected on all of its bands, the classifier takes its bands from that corrected
+// frame, the regressor maps every pixel's full spectrum onto its output variables, and
+// the tracker averages those per object. With resampling, the camera's frame is first
+// interpolated onto the project's bands.
+
+#include "classify/classifier.h"
+#include "classify/regressor.h"
+#include "runtime/acquisition.h"
+#include "runtime/boundary.h"
+#include "runtime/handle.h"
+#include "runtime/report.h"
+#include "segment/segmenter.h"
+
+#include <omp.h>
+
+namespace {
+
+const char* const overflowText = "zelk_ProcessFrame: Max number of objects per frame reached";
+
+// Below this many samples a frame is corrected on one core: waking the second costs
+// more than it saves.
+constexpr qint64 ParallelSamples = 1 << 15;
+
+int frameFailure(ZelkHandle* h, const QString& reason)
+{
+    return setHandleError(h, InternalErrorCode, QStringLiteral("zelk_ProcessFrame: %1").arg(reason));
+}
+
+int unsupportedType(ZelkHandle* h)
+{
+    return setHandleError(h, -208, QStringLiteral("zelk_ProcessFrame: Unsupported data type."));
+}
+
+// The checks of a BIP frame, which the regressor cannot take: it needs the pixels of a
+// band side by side, as BIL frames hold them.
+int refuseBip(ZelkHandle* h)
+{
+    if (h->inputDataType != 2)
+        return unsupportedType(h);
+    if (h->correctionEnabled)
+        return setHandleError(h, -209, QStringLiteral("zelk_ProcessFrame: Correction not supported for the BIP frame layout type"));
+    return setHandleError(h, -208, QStringLiteral("zelk_ProcessFrame: Regression needs frames in the BIL layout."));
+}
+
+int refuseLayout(ZelkHandle* h)
+{
+    return setHandleError(h, -208, QStringLiteral("zelk_ProcessFrame: Unsupported data layout (%1).").arg(h->inputDataLayout));
+}
+
+bool perPixelCorrection(const ZelkHandle* h)
+{
+    return h->correctionEnabled && !h->meanCorrection;
+}
+
+// The bands of the frames that reach the classifier and the regressor: the project's
+// after resampling, else the camera's.
+int chainBands(const ZelkHandle* h)
+{
+    if (h->project->processingSetup == 9)
+        return h->resampler ? h->resampler->destBands : -1;
+    return h->inputBands;
+}
+
+// Everything the frame will touch, checked before anything is written: the run may
+// have been changed under it (input width, references, resampler, segmentation are
+// all settable during an acquisition).
+int checkRun(ZelkHandle* h, int bands)
+{
+    const ZelkProject& p = *h->project;
+    const ZelkClassifier* c = p.classifier.get();
+    const ZelkRegressor* r = p.regressor.get();
+    const qint64 width = h->inputWidth, samples = width * bands;
+    if (!c || !c->kernel || !r || width <= 0 || bands <= 0 || c->frameWidth != width || !h->labelImage
+        || h->labelImage->width() != width)
+        return frameFailure(h, QStringLiteral("Frame width changed during acquisition."));
+    if (h->ringNext < 0 || h->ringNext >= h->labelImage->height())
+        return frameFailure(h, QStringLiteral("The decision image holds no ring of rows."));
+    if (qint64(h->regFrame.size()) != samples || h->regVarCount != r->regVarNames.size()
+        || qint64(h->regOutput.size()) != width * h->regVarCount)
+        return frameFailure(h, QStringLiteral("Frames of %1 pixels and %2 bands were not prepared at the start.").arg(width).arg(bands));
+    if (perPixelCorrection(h) && (h->darkRef.size() != samples || h->gainRef.size() != samples))
+        return setHandleError(h, -4304, QStringLiteral("zelk_ProcessFrame: Invalid correction information"));
+    ZelkSegmenter* s = h->segmentationEnabled ? h->segmenter : nullptr;
+    if (s && (s->width() != width || s->valuesPerPixel() != h->regVarCount))
+        return frameFailure(h, QStringLiteral("Segmentation was not prepared for the regression outputs."));
+    return 0;
+}
+
+// out = in as float, or (in - dark) * gain, sample by sample: the frame and both
+// references hold the pixels of one band after another.
+template <typename T>
+void correctFrame(const ZelkHandle* h, const T* __restrict in, qint64 n, float* __restrict out)
+{
+    const int threads = n >= ParallelSamples ? omp_get_max_threads() : 1;
+    if (!perPixelCorrection(h)) {
+#pragma omp parallel for simd num_threads(threads) schedule(static) if (threads > 1)
+        for (qint64 i = 0; i < n; ++i)
+            out[i] = float(in[i]);
+        return;
+    }
+    const float* __restrict dark = h->darkRef.constData();
+    const float* __restrict gain = h->gainRef.constData();
+#pragma omp parallel for simd num_threads(threads) schedule(static) if (threads > 1)
+    for (qint64 i = 0; i < n; ++i)
+        out[i] = (float(in[i]) - dark[i]) * gain[i];
+}
+
+// The corrected frame in regFrame through classifier, regressor and tracker.
+int runChain(ZelkHandle* h, int bands)
+{
+    ZelkProject& p = *h->project;
+    ZelkClassifier& c = *p.classifier;
+    compute::SampleBlock block;
+    block.data = h->regFrame.data();
+    block.type = compute::SampleType::F32;
+    block.layout = compute::SpectraLayout::PixelsByBands;
+    block.pixels = h->inputWidth;
+    block.bands = bands;
+    if (!c.kernel->classifySamples(block, h->labelImage->scanLine(h->ringNext)))
+        return frameFailure(h, QStringLiteral("Frame does not fit the classifier (%1 bands)").arg(bands));
+
+    h->objCount = 0;
+    if (!p.regressor->predictFrame(h->regFrame.data(), h->inputWidth, bands, h->regOutput.data()))
+        return frameFailure(h, QStringLiteral("Frame does not fit the regressor (%1 bands)").arg(bands));
+    if (!h->segmentationEnabled || !h->segmenter)
+        return 0;
+    const quint8* row = h->labelImage->constScanLine(h->ringNext);
+    const int tracked = h->regVarCount == 1 ? h->segmenter->trackValue(row, h->regOutput.data())
+                                            : h->segmenter->trackValues(row, h->regOutput.data());
+    if (tracked != 0)
+        return tracked;
+    return reportObjects(h, true, overflowText);
+}
+
+} // namespace
+
+bool regressionFrames(const ZelkHandle* h)
+{
+    if (!h->lineScan || !h->project)
+        return false;
+    const int setup = h->project->processingSetup;
+    return setup == 3 || setup == 7 || setup == 9;
+}
+
+int prepareFrameVariant(ZelkHandle* h)
+{
+    if (!regressionFrames(h)) {
+        h->regFrame = {};
+        h->resampledFrame = {};
+        return 0;
+    }
+    ZelkProject& p = *h->project;
+    const int width = h->inputWidth;
+    const bool resampling = p.processingSetup == 9;
+    if (resampling) {
+        const ZelkResampler* r = h->resampler.get();
+        if (!r || !r->resamplerReady || r->width != width || r->sourceBands != h->inputBands)
+            return setHandleError(h, -404, QStringLiteral("zelk_StartAcquisition: Resampling does not fit the frames "
+                                                          "(%1 pixels of %2 bands).").arg(width).arg(h->inputBands));
+    }
+    const int bands = chainBands(h);
+    QString why = QStringLiteral("no regression model");
+    if (!p.regressor || !p.regressor->prepareFrames(width, bands, &why))
+        return setHandleError(h, -304, QStringLiteral("zelk_StartAcquisition: Regression model cannot run (%1).").arg(why));
+    const qint64 samples = qint64(width) * bands;
+    if (perPixelCorrection(h) && (h->darkRef.size() != samples || h->gainRef.size() != samples))
+        return setHandleError(h, -4304, QStringLiteral("Invalid correction information"));
+    h->regFrame.assign(size_t(samples), 0.0f);
+    h->resampledFrame.assign(resampling ? size_t(samples) : 0, 0);
+    return 0;
+}
+
+int regressFrame(ZelkHandle* h, const void* frame)
+{
+    if (h->inputDataLayout == 1)
+        return refuseBip(h);
+    if (h->inputDataLayout != 2)
+        return refuseLayout(h);
+    if (h->inputDataType != 1 && h->inputDataType != 2)
+        return unsupportedType(h);
+    const int bands = chainBands(h);
+    if (const int refused = checkRun(h, bands))
+        return refused;
+    const qint64 n = qint64(h->inputWidth) * bands;
+    if (h->inputDataType == 1)
+        correctFrame(h, static_cast<const quint16*>(frame), n, h->regFrame.data());
+    else
+        correctFrame(h, static_cast<const float*>(frame), n, h->regFrame.data());
+    return runChain(h, bands);
+}
+
+int resampleFrame(ZelkHandle* h, const void* frame)
+{
+    if (h->inputDataLayout == 1)
+        return refuseBip(h);
+    if (h->inputDataLayout != 2)
+        return refuseLayout(h);
+    if (h->inputDataType == 2)
+        return -1; // float frames are not resampled; nothing is written
+    if (h->inputDataType != 1)
+        return unsupportedType(h);
+    const ZelkResampler* r = h->resampler.get();
+    const int bands = chainBands(h);
+    if (!r || !r->resamplerReady || r->width != h->inputWidth || r->sourceBands != h->inputBands
+        || qint64(h->resampledFrame.size()) != qint64(h->inputWidth) * bands)
+        return frameFailure(h, QStringLiteral("The resampler does not fit the frames."));
+    if (const int refused = checkRun(h, bands))
+        return refused;
+    r->resample(static_cast<const quint16*>(frame), h->resampledFrame.data());
+    correctFrame(h, h->resampledFrame.data(), qint64(h->inputWidth) * bands, h->regFrame.data());
+    return runChain(h, bands);
+}
