@@ -62,20 +62,7 @@ public:
     // One line of the white or the dark reference scan.
     void renderReference(bool white, int line, quint16* counts) const;
 
-    // The effective references as the library takes them from the reference scans: the
-    // brightest white and the darkest dark line, per pixel and band (band-major).
-    const std::vector<float>& whiteLevel() const { return white_; }
-    const std::vector<float>& darkLevel() const { return dark_; }
-
-    // Corrected spectra of the trained materials over `bands`, `perClass` of each, labelled
-    // by the class index of classNames().
-    trainer::Samples spectra(const QVector<int>& bands, int perClass, quint32 seed) const;
-    QStringList classNames() const;
-    // The bands the classifier takes: all but a few at each end of the range, where the
-    // lamp is weak.
-    QVector<int> selectedBands() const;
-
-    // The project of a model trained for this scene.
+    // A model trained for the scene (in scene_model.cpp).
     modelwriter::Project project(const trainer::Model& model) const;
     trainer::Model train(const trainer::Options& options = {}) const;
 
@@ -85,6 +72,13 @@ public:
     bool write(const QString& directory, QString* error) const;
 
 private:
+    // Corrected spectra of the trained materials over `bands`, `perClass` of each, labelled
+    // by the class index of classNames().
+    trainer::Samples spectra(const QVector<int>& bands, int perClass, quint32 seed) const;
+    QStringList classNames() const;
+    // The bands the classifier takes: all but a few at each end of the range, where the
+    // lamp is weak.
+    QVector<int> selectedBands() const;
     double illumination(int column, int band) const;
     double darkCount(int column, int band) const;
     void place();
@@ -93,6 +87,8 @@ private:
     QVector<double> wavelengths_;
     QVector<Material> materials_;
     std::vector<SceneObject> objects_;
+    // The references as the library takes them from the reference scans: the brightest
+    // white and the darkest dark line, per pixel and band (band-major).
     std::vector<float> white_, dark_;
 };
 

@@ -46,16 +46,10 @@ struct Model {
     // The class scores of one spectrum, as the library's kernels compute them with an
     // operating point of all ones.
     std::vector<float> scores(const float* spectrum) const;
-    // The decision: the best class, or `classes` when its score is below its threshold.
-    int decide(const float* spectrum) const;
 };
 
 // Trains on `training` and takes the thresholds from `heldOut`. Every class from 0 to
 // `classes` - 1 needs at least `centresPerClass` training spectra.
 Model train(const Samples& training, const Samples& heldOut, int classes, const Options& options = {});
-
-// Eigenvalues (descending) and eigenvectors (columns, n x n, column-major) of a
-// symmetric n x n matrix, by cyclic Jacobi rotations.
-void symmetricEigen(std::vector<double> matrix, int n, std::vector<double>* values, std::vector<double>* vectors);
 
 } // namespace trainer
