@@ -2,6 +2,7 @@
 // the objects the scene holds, where they lie and what they are made of, its outputs
 // agree with each other, and bad input fails with a message and a non-zero status.
 
+#include "cli_process.h"
 #include "scene/scene.h"
 #include "spectral_fixtures.h"
 
@@ -11,49 +12,16 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QMap>
-#include <QProcess>
 #include <QTemporaryDir>
-#include <QTextStream>
 #include <cmath>
 #include <gtest/gtest.h>
 #include <memory>
 
 namespace {
 
-struct Outcome {
-    int status = -1;
-    QString out, err;
-};
-
-Outcome zelk(const QStringList& args)
-{
-    QProcess p;
-    p.start(QStringLiteral(ZELK_CLI), args);
-    p.waitForFinished(600000);
-    Outcome o;
-    o.status = p.exitStatus() == QProcess::NormalExit ? p.exitCode() : -1;
-    o.out = QString::fromLocal8Bit(p.readAllStandardOutput());
-    o.err = QString::fromLocal8Bit(p.readAllStandardError());
-    return o;
-}
-
-std::vector<QMap<QString, QString>> readCsv(const QString& path)
-{
-    QFile file(path);
-    std::vector<QMap<QString, QString>> rows;
-    if (!file.open(QIODevice::ReadOnly | QIODevice::Text))
-        return rows;
-    QTextStream in(&file);
-    const QStringList header = in.readLine().split(QLatin1Char(','));
-    while (!in.atEnd()) {
-        const QStringList fields = in.readLine().split(QLatin1Char(','));
-        QMap<QString, QString> row;
-        for (int i = 0; i < header.size() && i < fields.size(); ++i)
-            row[header[i]] = fields[i];
-        rows.push_back(row);
-    }
-    return rows;
-}
+using cliprocess::Outcome;
+using cliprocess::readCsv;
+using cliprocess::zelk;
 
 class BeltScene : public ::testing::Test {
 protected:
@@ -101,6 +69,7 @@ TEST_F(BeltScene, ReportsEachObjectAtItsPlaceWithItsMaterial)
 
     const Outcome run = zelk(runArguments());
     ASSERT_EQ(run.status, 0) << qPrintable(run.err);
+    EXPECT_TRUE(run.err.isEmpty()) << "no progress bar off a terminal: " << qPrintable(run.err);
     EXPECT_TRUE(run.out.contains(QStringLiteral("objects: %1 (").arg(s.objects().size()))) << qPrintable(run.out);
 
     const auto found = readCsv(path("out/scene_objects.csv"));
@@ -168,7 +137,7 @@ TEST_F(BeltScene, InfoAndBenchDescribeAndRunTheModel)
     ASSERT_EQ(info.status, 0) << qPrintable(info.err);
     for (const char* line : {"revision 17", "type 10, line-scan", "200 x 1 pixels, 64 bands", "F 6 features, K 12 centres, C 4 classes; 60 of 64 bands (2-61)",
                              "1  hazelnut", "4  Unseen in training    #ffaa00", "900.00 - 1700.00 nm",
-                             "foreground: hazelnut, shell, stone, Unknown; background: belt", "smallest object 40 px"})
+                             "foreground: hazelnut, shell, stone, Unseen in training; background: belt", "smallest object 40 px"})
         EXPECT_TRUE(info.out.contains(QLatin1String(line))) << line << "\n" << qPrintable(info.out);
 
     const Outcome bench = zelk({"bench", path("model.zelk"), "--frames", "20"});
@@ -185,6 +154,16 @@ TEST_F(BeltScene, BadInputFailsWithAMessage)
     ASSERT_TRUE(writeFloatScan(path("floats"), ".bin", 8, 2, 64, value));
     ASSERT_TRUE(writeUInt16Scan(path("headless"), ".bin", 8, 2, 64, value));
     ASSERT_TRUE(QFile::remove(path("headless.bin")));
+    // A model whose envelope fails its integrity check: the library loads nothing and
+    // answers -1 without a text.
+    ASSERT_TRUE(QFile::copy(path("model.zelk"), path("damaged.zelk")));
+    {
+        QFile damaged(path("damaged.zelk"));
+        ASSERT_TRUE(damaged.open(QIODevice::ReadWrite));
+        ASSERT_TRUE(damaged.seek(damaged.size() - 1));
+        const char last = damaged.peek(1).at(0);
+        ASSERT_TRUE(damaged.putChar(char(last ^ 0x5A)));
+    }
 
     const QString model = path("model.zelk"), cube = path("scene.hdr");
     const QStringList references{"--white", path("whiteReference.hdr"), "--dark", path("darkReference.hdr")};
@@ -194,21 +173,27 @@ TEST_F(BeltScene, BadInputFailsWithAMessage)
         const char* message;
     };
     const Case cases[] = {
-        {{"run", path("missing.zelk"), cube}, 1, "(-113)"},
+        // The library's own text and code.
+        {{"run", path("missing.zelk"), cube}, 1, "zelk_LoadModel: File cannot be opened (-113)"},
+        {{"info", cube}, 1, "zelk_LoadModel: Wrong file format (-111)"},
+        {{"info", path("damaged.zelk")}, 1, "is not a usable model"},
+        {{"run", model, cube, "--white", path("narrow.hdr"), "--dark", path("darkReference.hdr")}, 1, "references were refused: Correction scans must have identical width and band count. (-132)"},
+        // The cube against the model.
         {{"run", model, path("narrow.hdr")}, 1, "the model takes 64 bands"},
         {{"run", model, path("headless.hdr")}, 1, "no raw file of 2048 bytes"},
         {QStringList{"run", model, path("floats.hdr")} + references, 1, "takes 16-bit counts with its references"},
-        {{"run", model, cube, "--white", path("whiteReference.hdr")}, 1, "--white and --dark go together"},
-        {{"run", model, cube, "--white", path("narrow.hdr"), "--dark", path("darkReference.hdr")}, 1, "references were refused"},
+        // The command line.
+        {{"run", model, cube, "--white", path("whiteReference.hdr")}, 2, "--white and --dark go together"},
         {{"run", model, cube, "--min-size", "0"}, 2, "--min-size takes a whole number"},
         {{"run", model, cube, "--colour", "red"}, 2, "unknown option --colour"},
-        {{"info", cube}, 1, "is not a usable model"},
+        {{"run", model}, 2, "needs a model and a cube"},
         {{"frobnicate"}, 2, "usage: zelk COMMAND"},
     };
     for (const Case& c : cases) {
         const Outcome o = zelk(c.args);
         EXPECT_EQ(o.status, c.status) << qPrintable(c.args.join(' '));
         EXPECT_TRUE(o.err.contains(QLatin1String(c.message))) << qPrintable(c.args.join(' ')) << "\n" << qPrintable(o.err);
+        EXPECT_TRUE(o.out.isEmpty()) << qPrintable(o.out);
     }
 }
 

@@ -32,7 +32,7 @@ int bench(int argc, char** argv)
     Session s;
     if (!s.chooseDevice(Command, device) || !s.loadModel(Command, args.positional[0]))
         return Failed;
-    const bool snapshot = QString::fromLocal8Bit(zelk_GetErrorMsg(s.h)).contains(QLatin1String("(snapshot API)"));
+    const bool snapshot = s.snapshot;
     if (width > 0 && !snapshot)
         if (const int r = zelk_SetInputWidth(s.h, width); r < 0)
             return fail(Command, QStringLiteral("cannot set the frame width: %1").arg(s.failure(r)));

@@ -16,7 +16,6 @@ bool refuse(const char* command, const QString& text)
     return false;
 }
 
-
 QString Session::failure(int code) const
 {
     const char* text = zelk_GetErrorMsg(h);
@@ -45,8 +44,11 @@ bool Session::loadModel(const char* command, const QString& path)
     if (!h)
         return refuse(command, QStringLiteral("no handle: %1").arg(QString::fromLocal8Bit(zelk_GetErrorMsg(nullptr))));
     const int r = zelk_LoadModel(h, path.toLatin1().constData());
-    if (r == 0)
+    if (r == 0) {
+        // The load's own line in the handle names the kind: "... (snapshot API)".
+        snapshot = QString::fromLocal8Bit(zelk_GetErrorMsg(h)).endsWith(QLatin1String("(snapshot API)"));
         return true;
+    }
     if (r == -1)
         return refuse(command, QStringLiteral("%1 is not a usable model: it holds no image to take the input geometry from, or its "
                                      "integrity check failed (-1)").arg(path));

@@ -27,10 +27,11 @@ public:
     // Chooses device `index` of the full list (GPU families included); false after a
     // report on stderr.
     bool chooseDevice(const char* command, int index);
-    // Loads the model: false after a report on stderr.
+    // Loads the model and notes its kind; false after a report on stderr.
     bool loadModel(const char* command, const QString& path);
 
     ZelkHandle* const h;
+    bool snapshot = false; // the model takes whole cubes, not lines
 };
 
 // Print "zelk COMMAND: TEXT" on stderr; fail() returns Failed, refuse() false.

@@ -68,8 +68,12 @@ bool EnviCube::open(const QString& path, QString* error)
     const int order = header.headerInt(QStringLiteral("byte order"));
     bigEndian = order == 1;
     offset = qMax(0, header.headerInt(QStringLiteral("header offset")));
-    wavelengths = header.headerDoubles(QStringLiteral("wavelength"), bands).value_or(QVector<double>());
 
+    // Sizes from a header are checked before they are multiplied in 64 bits.
+    if (double(samples) * double(bands) * sampleBytes() > double(1 << 30) || double(samples) * lines * bands > 1e15) {
+        *error = QStringLiteral("%1: %2 x %3 x %4 samples are more than this reader takes").arg(path).arg(samples).arg(lines).arg(bands);
+        return false;
+    }
     const qint64 size = offset + qint64(samples) * lines * bands * sampleBytes();
     int matches = 0;
     dataPath = rawfile::findCubeFile(path, size, &matches);

@@ -5,7 +5,6 @@
 
 #include <QFile>
 #include <QString>
-#include <QVector>
 #include <vector>
 
 namespace cli {
@@ -21,7 +20,6 @@ public:
     int interleave = 0; // 1 BIP, 2 BIL, 3 BSQ
     bool bigEndian = false;
     qint64 offset = 0;
-    QVector<double> wavelengths; // empty when the header has none
 
     // Whether the samples are whole numbers that unsigned 16 bits carry (negative ones
     // read as 0).

@@ -84,7 +84,7 @@ QString ruleText(const ZelkSegmentRule& r)
     }
 }
 
-void describeSegmenter(const ZelkProject& p)
+void describeSegmenter(const ZelkProject& p, const Decisions& d)
 {
     const ZelkSegmenter* s = p.segmenter.get();
     if (!s) {
@@ -95,7 +95,7 @@ void describeSegmenter(const ZelkProject& p)
     const QVector<quint8>* flags = s->foregroundVec();
     for (int i = 0; flags && i < flags->size(); ++i)
         if ((*flags)[i])
-            foreground << (i < s->classNames().size() ? s->classNames()[i] : QStringLiteral("Unknown"));
+            foreground << d.name(i);
     row("segmenter", s->objMask == 2   ? QStringLiteral("objects of all foreground decisions together (mask 2)")
                      : s->objMask == 1 ? QStringLiteral("objects of each decision apart (mask 1)")
                                        : QStringLiteral("mask %1, which forms no objects").arg(s->objMask));
@@ -174,8 +174,7 @@ int info(int argc, char** argv)
     Session s;
     if (!s.loadModel(Command, args.positional[0]))
         return Failed;
-    const QString loaded = QString::fromLocal8Bit(zelk_GetErrorMsg(s.h));
-    const bool snapshot = loaded.contains(QLatin1String("(snapshot API)"));
+    const bool snapshot = s.snapshot;
     const ZelkProject& p = *s.h->project;
 
     row("model", args.positional[0]);
@@ -195,14 +194,14 @@ int info(int argc, char** argv)
     row("wavelengths", image && image->wavelengths ? wavelengthText(*image->wavelengths) : QStringLiteral("none stored"));
 
     Decisions d;
-    if (d.read(s.h)) {
+    if (d.read(s.h) && !d.names.isEmpty()) {
         for (int i = 0; i < d.names.size(); ++i)
             row(i == 0 ? "decisions" : "", QStringLiteral("%1  %2  #%3").arg(i, 3).arg(d.names[i], -20).arg(d.colours[i], 6, 16, QLatin1Char('0')));
     } else {
         row("decisions", QStringLiteral("none (no classifier)"));
     }
     describeClassifier(p, bands);
-    describeSegmenter(p);
+    describeSegmenter(p, d);
     describeRegression(p, s.h);
     return 0;
 }
