@@ -3,6 +3,7 @@
 // agree with each other, and bad input fails with a message and a non-zero status.
 
 #include "cli_process.h"
+#include "modelwriter/envelope_writer.h"
 #include "scene/scene.h"
 #include "spectral_fixtures.h"
 
@@ -154,6 +155,9 @@ TEST_F(BeltScene, BadInputFailsWithAMessage)
     ASSERT_TRUE(writeFloatScan(path("floats"), ".bin", 8, 2, 64, value));
     ASSERT_TRUE(writeUInt16Scan(path("headless"), ".bin", 8, 2, 64, value));
     ASSERT_TRUE(QFile::remove(path("headless.bin")));
+    // Sizes whose product overflows 64 bits.
+    ASSERT_TRUE(modelwriter::writeFile(path("huge.hdr"), "ENVI\nsamples = 2000000000\nlines = 2000000000\nbands = 64\n"
+                                                       "data type = 12\ninterleave = bil\n"));
     // A model whose envelope fails its integrity check: the library loads nothing and
     // answers -1 without a text.
     ASSERT_TRUE(QFile::copy(path("model.zelk"), path("damaged.zelk")));
@@ -181,6 +185,7 @@ TEST_F(BeltScene, BadInputFailsWithAMessage)
         // The cube against the model.
         {{"run", model, path("narrow.hdr")}, 1, "the model takes 64 bands"},
         {{"run", model, path("headless.hdr")}, 1, "no raw file of 2048 bytes"},
+        {{"run", model, path("huge.hdr")}, 1, "are more than this reader takes"},
         {QStringList{"run", model, path("floats.hdr")} + references, 1, "takes 16-bit counts with its references"},
         // The command line.
         {{"run", model, cube, "--white", path("whiteReference.hdr")}, 2, "--white and --dark go together"},
