@@ -45,6 +45,7 @@ public:
     // is one whose statistics are wanted; otherwise they are dropped.
     void updateClassStats(const QString& className);
 
+    int revision = 0; // of the stream, from its magic; 0 before a load
     int projectType = 0;
     int acqType = -1;
     QString projectFile;

@@ -101,7 +101,7 @@ private:
 
 int ZelkProject::load(QDataStream& in)
 {
-    const int revision = revisionOf(value<QString>(in));
+    revision = revisionOf(value<QString>(in));
     if (revision == 0) {
         loadStatus = 2;
         return -1;

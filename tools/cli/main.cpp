@@ -1,6 +1,6 @@
 // zelk: the library's command-line program.
 
-#include "zelk.h"
+#include "cli.h"
 
 #include <cstdio>
 #include <cstring>
@@ -10,30 +10,17 @@ namespace {
 int usage()
 {
     std::fprintf(stderr,
-                 "usage: zelk COMMAND\n"
-                 "  version   print the library version\n"
-                 "  devices   list the compute devices\n");
-    return 2;
-}
-
-int listDevices()
-{
-    ZelkHandle* h = zelk_Init(nullptr);
-    if (!h) {
-        std::fprintf(stderr, "zelk: %d: %s\n", zelk_GetErrorCode(nullptr), zelk_GetErrorMsg(nullptr));
-        return 1;
-    }
-    int status = 0;
-    const int refreshed = zelk_RefreshDeviceList(h, 1, 1);
-    if (refreshed < 0) {
-        std::fprintf(stderr, "zelk: %d: %s\n", zelk_GetErrorCode(h), zelk_GetErrorMsg(h));
-        status = 1;
-    }
-    const int count = zelk_GetDeviceCount(h);
-    for (int i = 0; i < count; ++i)
-        std::printf("%d  %s\n", i, zelk_GetDeviceName(h, i));
-    zelk_Release(h);
-    return status;
+                 "usage: zelk COMMAND ...\n"
+                 "  version                print the library version\n"
+                 "  devices                list the compute devices\n"
+                 "  info MODEL             describe a model file\n"
+                 "  run MODEL CUBE.hdr [--white W.hdr --dark D.hdr] [--out DIR] [--device N] [--min-size N]\n"
+                 "                         classify an ENVI cube: line by line for a line-scan model, whole\n"
+                 "                         for a snapshot model; writes CUBE_decisions.png, CUBE_objects.csv\n"
+                 "                         and .json, and CUBE_regression.hdr/.bin into DIR (default .)\n"
+                 "  bench MODEL [--frames N] [--device N] [--width N]\n"
+                 "                         frames (or cubes) per second on synthetic input\n");
+    return cli::BadUsage;
 }
 
 } // namespace
@@ -42,11 +29,18 @@ int main(int argc, char** argv)
 {
     if (argc < 2)
         return usage();
-    if (!std::strcmp(argv[1], "version")) {
+    const char* command = argv[1];
+    if (!std::strcmp(command, "version")) {
         std::printf("%s\n", zelk_GetVersion());
         return 0;
     }
-    if (!std::strcmp(argv[1], "devices"))
-        return listDevices();
+    if (!std::strcmp(command, "devices"))
+        return cli::devices();
+    if (!std::strcmp(command, "info"))
+        return cli::info(argc, argv);
+    if (!std::strcmp(command, "run"))
+        return cli::run(argc, argv);
+    if (!std::strcmp(command, "bench"))
+        return cli::bench(argc, argv);
     return usage();
 }
