@@ -7,7 +7,6 @@
 // Bands 0 and 2 carry large values that would show in any output that read them.
 
 #include "model_files.h"
-#include "modelwriter/regression_writer.h"
 #include "runtime/handle.h"
 #include "runtime/report.h"
 #include "spectral_fixtures.h"
@@ -25,36 +24,11 @@ namespace {
 
 constexpr int Width = 8, Bands = 4;
 
-RegressorSpec twoBandRegressor(int variables)
-{
-    RegressorSpec r;
-    r.selection = SelectionElement{QStringLiteral("ZelkAFPipelineM10:1"), Bands, 2, TypedArray::ints({2, 1, 1, 1}, {3, 1})};
-    r.scaling = ScalingElement{QStringLiteral("ZelkAFPipelineM9:1"), 2, 0, TypedArray::floats({2, 1, 1, 1}, {1, 2}),
-                               TypedArray::floats({2, 1, 1, 1}, {2, 0.5f})};
-    LinearElement m;
-    m.inputCount = 2;
-    m.outputCount = variables;
-    m.matrix = variables == 1 ? TypedArray::floats({2, 1, 1, 1}, {1, 0}) : TypedArray::floats({2, 2, 1, 1}, {1, 0, 1, -1});
-    m.offset = variables == 1 ? TypedArray::floats({1, 1, 1, 1}, {0}) : TypedArray::floats({1, 2, 1, 1}, {0, 100});
-    r.model = m;
-    r.varNames = variables == 1 ? QStringList{"fat"} : QStringList{"fat", "water"};
-    return r;
-}
-
 // The outputs of one corrected spectrum of four bands.
 std::vector<double> expectedOutputs(const double* x, int variables)
 {
     const double w0 = (x[3] - 1) * 2, w1 = (x[1] - 2) * 0.5;
     return variables == 1 ? std::vector<double>{w0} : std::vector<double>{w0, w0 - w1 + 100};
-}
-
-Project regressionProject(int variables = 2)
-{
-    Project p = lineScanProject(Width);
-    StreamBuilder out;
-    out.add(twoBandRegressor(variables));
-    p.regressor = out.bytes();
-    return p;
 }
 
 // Project-band values of frame `f` at pixel `p`: band 1 is the leaf feature at columns 2

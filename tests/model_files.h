@@ -9,6 +9,7 @@
 #include "modelwriter/classifier_writer.h"
 #include "modelwriter/envelope_writer.h"
 #include "modelwriter/project_writer.h"
+#include "modelwriter/regression_writer.h"
 #include "modelwriter/segmenter_writer.h"
 
 #include <QTemporaryDir>
@@ -99,6 +100,48 @@ inline Project lineScanProject(int width = 8)
     p.classifier = classifierBytes(twoCentreClassifier());
     p.classForeground = QVector<bool>{false, false, true};
     p.segmenter = segmenterBytes(leafObjects(1));
+    return p;
+}
+
+// A regressor of the project bands 3 and 1, scaled to w0 = (x3 - 1) * 2 and
+// w1 = (x1 - 2) * 0.5: one variable "fat" = w0, or two, "fat" = w0 and
+// "water" = w0 - w1 + 100.
+inline RegressorSpec twoBandRegressor(int variables)
+{
+    RegressorSpec r;
+    r.selection = SelectionElement{QStringLiteral("ZelkAFPipelineM10:1"), 4, 2, TypedArray::ints({2, 1, 1, 1}, {3, 1})};
+    r.scaling = ScalingElement{QStringLiteral("ZelkAFPipelineM9:1"), 2, 0, TypedArray::floats({2, 1, 1, 1}, {1, 2}),
+                               TypedArray::floats({2, 1, 1, 1}, {2, 0.5f})};
+    LinearElement m;
+    m.inputCount = 2;
+    m.outputCount = variables;
+    m.matrix = variables == 1 ? TypedArray::floats({2, 1, 1, 1}, {1, 0}) : TypedArray::floats({2, 2, 1, 1}, {1, 0, 1, -1});
+    m.offset = variables == 1 ? TypedArray::floats({1, 1, 1, 1}, {0}) : TypedArray::floats({1, 2, 1, 1}, {0, 100});
+    r.model = m;
+    r.varNames = variables == 1 ? QStringList{"fat"} : QStringList{"fat", "water"};
+    return r;
+}
+
+// The line-scan project with that regressor.
+inline Project regressionProject(int variables = 2, int width = 8)
+{
+    Project p = lineScanProject(width);
+    StreamBuilder out;
+    out.add(twoBandRegressor(variables));
+    p.regressor = out.bytes();
+    return p;
+}
+
+// A snapshot project of camera `type` (3: float cubes, 9 and 11: unsigned 16-bit) whose
+// cubes are `width` by `height` pixels, with the classifier's bands selected.
+inline Project snapshotProject(int type, int acqType = 0, int objMask = 1, int width = 8, int height = 6)
+{
+    Project p = lineScanProject(width);
+    p.type = type;
+    p.acqType = acqType;
+    p.images[0].height = height;
+    p.bandSelection = {false, true, false, true};
+    p.segmenter = segmenterBytes(leafObjects(objMask));
     return p;
 }
 

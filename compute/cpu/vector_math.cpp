@@ -13,9 +13,14 @@ namespace compute::cpu {
 namespace {
 
 // exp(x) = 2^n · exp(r) with n = round(x / ln 2) and |r| <= ln 2 / 2; exp(r) by a
-// degree-6 polynomial. Branch-free so that the loops around it vectorise.
+// degree-6 polynomial. Branch-free so that the loops around it vectorise. A NaN (a
+// spectrum with one) is worked as 0 and given back as it came: converting it to an
+// integer would be undefined.
 inline float expScalar(float x)
 {
+    const float in = x;
+    const bool nan = x != x;
+    x = nan ? 0.0f : x;
     x = x < -87.0f ? -87.0f : x;
     x = x > 88.0f ? 88.0f : x;
     const float n = __builtin_floorf(x * 1.44269504088896341f + 0.5f);
@@ -31,7 +36,7 @@ inline float expScalar(float x)
     const std::int32_t bits = (std::int32_t(n) + 127) << 23;
     float scale;
     std::memcpy(&scale, &bits, sizeof scale);
-    return p * scale;
+    return nan ? in : p * scale;
 }
 
 } // namespace
