@@ -7,6 +7,7 @@
 #include "spectral/mask_stream.h"
 #include "spectral/spectral_cube.h"
 
+#include <QDir>
 #include <QFile>
 #include <QTemporaryDir>
 #include <algorithm>
@@ -16,16 +17,21 @@ namespace {
 
 constexpr qint64 MaxSamples = qint64(1) << 20;
 
+// The files of each run are new ones: a disk file system writes a file that is cut
+// short and written again through to the disk when it is closed.
 void write(const QString& path, const QByteArray& bytes)
 {
+    QFile::remove(path);
     QFile f(path);
-    f.open(QIODevice::WriteOnly | QIODevice::Truncate);
+    f.open(QIODevice::WriteOnly);
     f.write(bytes);
 }
 
 void readEnvi(const QByteArray& bytes)
 {
-    static QTemporaryDir dir;
+    // In memory where the system has a file system there.
+    static QTemporaryDir dir((QDir(QStringLiteral("/dev/shm")).exists() ? QStringLiteral("/dev/shm") : QDir::tempPath())
+                             + QStringLiteral("/zelk-fuzz-XXXXXX"));
     const int split = bytes.indexOf('\0');
     const QString base = dir.filePath(QStringLiteral("scan"));
     write(base + QStringLiteral(".hdr"), split < 0 ? bytes : bytes.left(split));
