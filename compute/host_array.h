@@ -25,8 +25,15 @@ public:
     ElementType type() const { return type_; }
     const Dims& dims() const { return dims_; }
     qint64 dim(int i) const { return dims_[i]; }
-    // Product of the dimensions; 0 for the empty array.
-    qint64 elements() const { return dims_[0] * dims_[1] * dims_[2] * dims_[3]; }
+    // Product of the dimensions; 0 for the empty array, whose other dimensions may be
+    // as large as a file had them, too large to multiply.
+    qint64 elements() const
+    {
+        for (qint64 d : dims_)
+            if (d == 0)
+                return 0;
+        return dims_[0] * dims_[1] * dims_[2] * dims_[3];
+    }
     bool isEmpty() const { return elements() == 0; }
 
     const QVector<float>& f32() const { return f32_; }

@@ -268,7 +268,8 @@ void ZelkProjectReader::readDataSets()
             key = sourceImageKey(key, p.images);
         auto set = std::make_unique<ZelkDataSet>();
         set->load(in);
-        p.totalSampleCount += set->sampleCount;
+        // Counts from a damaged file may pass the range of the sum: it wraps, defined.
+        p.totalSampleCount = int(quint32(p.totalSampleCount) + quint32(set->sampleCount));
         p.dataSets[key] = std::move(set);
         if (startedFailed)
             break;

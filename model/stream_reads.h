@@ -12,6 +12,7 @@
 #include <QStringList>
 #include <QVariant>
 #include <QVector>
+#include <type_traits>
 
 namespace streamreads {
 
@@ -81,12 +82,57 @@ QDataStream& read(QDataStream& in, QList<T>& v)
     return in;
 }
 
+// Qt reads a string or byte array in blocks of a megabyte, each allocated before it is
+// read, so that a damaged length costs megabytes before the read fails. True when the
+// length ahead fits into what is left (or is the null marker, or an odd byte count of
+// a string, which Qt refuses before allocating); otherwise the stream is exhausted, as
+// Qt's own failed read leaves it.
+template <typename T>
+bool lengthFits(QDataStream& in)
+{
+    QIODevice* d = in.device();
+    const QByteArray head = d ? d->peek(4) : QByteArray();
+    if (head.size() < 4)
+        return true;
+    const quint32 n = (quint32(quint8(head[0])) << 24) | (quint32(quint8(head[1])) << 16) | (quint32(quint8(head[2])) << 8) |
+                      quint32(quint8(head[3]));
+    if (n == 0xFFFFFFFFu || (std::is_same_v<T, QString> && (n & 1)) || qint64(n) <= remaining(in) - 4)
+        return true;
+    exhaust(in);
+    return false;
+}
+
+// A plain value or string.
+template <typename T>
+T value(QDataStream& in)
+{
+    T v{};
+    if constexpr (std::is_same_v<T, QString> || std::is_same_v<T, QByteArray>)
+        if (!lengthFits<T>(in))
+            return v;
+    in >> v;
+    return v;
+}
+
+// As Qt reads a list: even from a stream that has failed already, whose status it
+// restores afterwards; a list whose read fails is empty.
 inline QDataStream& read(QDataStream& in, QStringList& v)
 {
-    if (countFits<QString>(in))
-        in >> v;
-    else
+    v.clear();
+    if (!countFits<QString>(in))
+        return in;
+    const QDataStream::Status before = in.status();
+    in.resetStatus();
+    quint32 n = 0;
+    in >> n;
+    for (quint32 i = 0; i < n && in.status() == QDataStream::Ok; ++i)
+        v.append(value<QString>(in));
+    if (in.status() != QDataStream::Ok)
         v.clear();
+    if (before != QDataStream::Ok) {
+        in.resetStatus();
+        in.setStatus(before);
+    }
     return in;
 }
 
@@ -124,15 +170,6 @@ inline QDataStream& read(QDataStream& in, QVector<QColor>& v)
     if (in.status() != QDataStream::Ok)
         v.clear();
     return in;
-}
-
-// A plain value or string.
-template <typename T>
-T value(QDataStream& in)
-{
-    T v{};
-    in >> v;
-    return v;
 }
 
 } // namespace streamreads

@@ -22,8 +22,7 @@ const Tags UcharTags{QLatin1String("UcharArray:1"), QLatin1String("UcharArray=NU
 // Reads the tag and, behind the present one, the vector. See the header for results.
 template <class T> int readTagged(QDataStream& in, const Tags& tags, QVector<T>* out, bool* present)
 {
-    QString tag;
-    in >> tag;
+    const QString tag = streamreads::value<QString>(in);
     if (tag == tags.absent) {
         out->clear();
         if (present)
@@ -135,8 +134,7 @@ int readUcharArray(QDataStream& in, unsigned char** out, int* count)
 
 HostArray readAFArray(QDataStream& in, bool* ok)
 {
-    QString tag;
-    in >> tag;
+    const QString tag = streamreads::value<QString>(in);
     if (tag != QLatin1String("AFArray:1")) {
         if (ok)
             *ok = false;

@@ -275,16 +275,16 @@ int ZelkSegmenter::prepareSegmenter(bool streaming, int width, int valuesPerPixe
         valuesPerPixel_ = valuesPerPixel;
 
         // Fresh tables, so that nothing of an earlier acquisition survives.
-        openObjects_ = std::vector<OpenObject>(labels);
-        labelMap_ = std::vector<qint32>(labels, 0);
-        valueSums_ = std::vector<float>(labels * size_t(valuesPerPixel));
-        objectNumberMap_ = std::vector<qint32>(labels, 0);
-        objectList_ = std::vector<qint32>(listed * ObjectRecordInts, 0);
-        objectMeans_ = std::vector<float>(listed * size_t(valuesPerPixel), 0.0f);
+        openObjects_ = ZeroedTable<OpenObject>(labels);
+        labelMap_ = ZeroedTable<qint32>(labels);
+        valueSums_ = ZeroedTable<float>(labels * size_t(valuesPerPixel));
+        objectNumberMap_ = ZeroedTable<qint32>(labels);
+        objectList_ = ZeroedTable<qint32>(listed * ObjectRecordInts);
+        objectMeans_ = ZeroedTable<float>(listed * size_t(valuesPerPixel));
         // Whole images keep the members of every root, so that a merge relabels only
         // those (see scanRow).
-        memberNext_ = std::vector<qint32>(streaming ? 0 : labels, 0);
-        memberTail_ = std::vector<qint32>(streaming ? 0 : labels, 0);
+        memberNext_ = ZeroedTable<qint32>(streaming ? 0 : labels);
+        memberTail_ = ZeroedTable<qint32>(streaming ? 0 : labels);
     } catch (const std::bad_alloc&) {
         // Tables that large for this many values per pixel can't be had; the segmenter
         // stays unprepared and its kernels refuse to run.

@@ -8,6 +8,7 @@
 #include "segment/object_record.h"
 #include "segment/object_rule.h"
 #include "segment/open_object.h"
+#include "segment/zeroed_table.h"
 
 #include <QDataStream>
 #include <QObject>
@@ -198,12 +199,12 @@ private:
     qint32* previousFlagRow_ = nullptr;
     const quint8* decisionRow_ = nullptr;
     const quint8* previousDecisionRow_ = nullptr; // null on the first line
-    std::vector<OpenObject> openObjects_;
-    std::vector<qint32> labelMap_;      // root label of each label; 0 once its object closed
-    std::vector<float> valueSums_;      // labelCapacity rows of valuesPerPixel
-    std::vector<qint32> objectNumberMap_;
-    std::vector<qint32> objectList_;    // objectListCapacity records
-    std::vector<float> objectMeans_;    // objectListCapacity rows of valuesPerPixel
+    ZeroedTable<OpenObject> openObjects_;
+    ZeroedTable<qint32> labelMap_;      // root label of each label; 0 once its object closed
+    ZeroedTable<float> valueSums_;      // labelCapacity rows of valuesPerPixel
+    ZeroedTable<qint32> objectNumberMap_;
+    ZeroedTable<qint32> objectList_;    // objectListCapacity records
+    ZeroedTable<float> objectMeans_;    // objectListCapacity rows of valuesPerPixel
     int currentLine_ = 0;
     int nextLabel_ = 1;
     int lastIssuedLabel_ = -1;
@@ -218,7 +219,7 @@ private:
     // Image mode: the labels that resolve to each root, as a list through memberNext_
     // (0 ends it) from the root itself to memberTail_[root]. Only labels issued in the
     // current image are linked.
-    std::vector<qint32> memberNext_;
-    std::vector<qint32> memberTail_;
+    ZeroedTable<qint32> memberNext_;
+    ZeroedTable<qint32> memberTail_;
     bool plainRelabel_ = false;
 };

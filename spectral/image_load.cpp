@@ -97,7 +97,7 @@ int ZelkImage::load(QDataStream& in)
     QVector<double> bands;
     read(in, bands);
     wavelengths = bands;
-    in >> imageBlob;
+    imageBlob = value<QByteArray>(in);
 
     cropped = false;
     imageInt3 = 0;
@@ -156,7 +156,7 @@ int ZelkImage::load(QDataStream& in)
         }
     }
     if (version >= 8)
-        in >> imageBlob2;
+        imageBlob2 = value<QByteArray>(in);
 
     labelsTaken = false;
     labelReads = 0;

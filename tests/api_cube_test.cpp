@@ -66,17 +66,12 @@ std::vector<quint16> bigEndianCube(bool gained)
     return cube;
 }
 
-Project snapshotProject(int type, int acqType = 0, int objMask = 1)
+// The project of a camera type, with the stored band order and gains of type 8.
+Project cameraProject(int type, int acqType = 0, int objMask = 1)
 {
-    Project p = lineScanProject(Width);
-    p.type = type;
-    p.acqType = acqType;
-    p.images[0].height = Height;
-    p.bandSelection = {false, true, false, true}; // the project selects the classifier's bands
-    p.segmenter = segmenterBytes(leafObjects(objMask));
-    if (type == 8) {
+    Project p = snapshotProject(type, acqType, objMask, Width, Height);
+    if (type == 8)
         p.images[0].tailVectors = {QVector<double>{1000, 900, 1200, 1100}, FileOrder, Gains};
-    }
     return p;
 }
 
@@ -136,7 +131,7 @@ TEST(CubePath, EachFormGivesTheDecisions)
         for (const auto& f : forms) {
             SCOPED_TRACE(f.name);
             SCOPED_TRACE(zelk_GetDeviceName(probe, device));
-            Project p = snapshotProject(f.type, f.acqType);
+            Project p = cameraProject(f.type, f.acqType);
             if (!f.gains) {
                 p.images[0].tailVectors.removeLast();
                 p.images[0].tailText = QStringLiteral("no gain");
@@ -157,7 +152,7 @@ TEST(CubePath, EachFormGivesTheDecisions)
     }
 
     // A cube that holds only the classifier's two bands is taken as it is.
-    CubeRun run(snapshotProject(3));
+    CubeRun run(cameraProject(3));
     run->inputBands = 2;
     ASSERT_EQ(zelk_StartAcquisition(run), 0);
     std::vector<float> selected(Width * Height * 2, 0);
@@ -169,7 +164,7 @@ TEST(CubePath, EachFormGivesTheDecisions)
 
 TEST(CubePath, RegionOfInterestIsClassifiedAndTheRestFilled)
 {
-    CubeRun run(snapshotProject(3));
+    CubeRun run(cameraProject(3));
     ASSERT_EQ(zelk_SetSegmentation(run, 1), 0);
     ASSERT_EQ(zelk_StartAcquisition(run), 0);
     const auto cube = bipCube<float>();
@@ -206,7 +201,7 @@ TEST(CubePath, ObjectsOfBothMasksAreNumberedInEachCube)
 {
     for (int mask : {1, 2}) {
         SCOPED_TRACE(mask);
-        CubeRun run(snapshotProject(3, 0, mask));
+        CubeRun run(cameraProject(3, 0, mask));
         ASSERT_EQ(zelk_SetSegmentation(run, 1), 0);
         ASSERT_EQ(zelk_StartAcquisition(run), 0);
         const auto cube = bipCube<float>();
@@ -231,7 +226,7 @@ TEST(CubePath, ObjectsOfBothMasksAreNumberedInEachCube)
 
 TEST(CubePath, MoreObjectsThanRecordsAreCountedAndRefused)
 {
-    CubeRun run(snapshotProject(3));
+    CubeRun run(cameraProject(3));
     ASSERT_EQ(zelk_SetSegmentation(run, 1), 0);
     ASSERT_EQ(zelk_StartAcquisition(run), 0);
     run->maxObjects = 2;
@@ -259,14 +254,14 @@ TEST(CubePath, RefusalsAndTheirTexts)
         const char* text;
     } cases[] = {
         {"line-scan", lineScanProject(Width), 0, false, true, -201, "zelk_ProcessCube: Line-scan project type cannot process cubes"},
-        {"not acquiring", snapshotProject(3), 0, false, false, -171, "zelk_ProcessCube: Acquisition not running."},
-        {"snapshot camera of no cube form", snapshotProject(4), 1, false, true, -207, "zelk_ProcessCube: Unsupported project type (4)"},
-        {"type 19 of acquisition type 7", snapshotProject(19, 7), 0, false, true, -207, "zelk_ProcessCube: Unsupported project type (19)"},
-        {"float in band order", snapshotProject(3), 3, false, true, -208, "zelk_ProcessCube: Unsupported data type (2) or data layout (3)"},
-        {"uint16 line by line", snapshotProject(11), 2, false, true, -208, "zelk_ProcessCube: Unsupported data type (1) or data layout (2)"},
-        {"ROI of uint16", snapshotProject(11), 0, true, true, -221, "zelk_ProcessCube: ROI processing unsupported for this project type"},
-        {"ROI of type 19", snapshotProject(19, 0), 0, true, true, -221, "zelk_ProcessCube: ROI processing unsupported for this project type"},
-        {"ROI of big-endian", snapshotProject(8), 0, true, true, -221, "zelk_ProcessCube: ROI processing unsupported for this project type"},
+        {"not acquiring", cameraProject(3), 0, false, false, -171, "zelk_ProcessCube: Acquisition not running."},
+        {"snapshot camera of no cube form", cameraProject(4), 1, false, true, -207, "zelk_ProcessCube: Unsupported project type (4)"},
+        {"type 19 of acquisition type 7", cameraProject(19, 7), 0, false, true, -207, "zelk_ProcessCube: Unsupported project type (19)"},
+        {"float in band order", cameraProject(3), 3, false, true, -208, "zelk_ProcessCube: Unsupported data type (2) or data layout (3)"},
+        {"uint16 line by line", cameraProject(11), 2, false, true, -208, "zelk_ProcessCube: Unsupported data type (1) or data layout (2)"},
+        {"ROI of uint16", cameraProject(11), 0, true, true, -221, "zelk_ProcessCube: ROI processing unsupported for this project type"},
+        {"ROI of type 19", cameraProject(19, 0), 0, true, true, -221, "zelk_ProcessCube: ROI processing unsupported for this project type"},
+        {"ROI of big-endian", cameraProject(8), 0, true, true, -221, "zelk_ProcessCube: ROI processing unsupported for this project type"},
     };
     for (const auto& c : cases) {
         SCOPED_TRACE(c.name);
@@ -298,7 +293,7 @@ TEST(CubePath, FullLabelTablesAreASegmentationError)
     // Leaf on every other pixel of every other row: 52000 single-pixel objects, more
     // than the segmenter can finish in one image.
     constexpr int W = 400, H = 520;
-    Project p = snapshotProject(3);
+    Project p = cameraProject(3);
     p.images[0].width = W;
     p.images[0].height = H;
     QTemporaryDir dir;

@@ -3,10 +3,14 @@
 
 #include "compute/backend.h"
 #include "compute/cpu/cpu_classifier.h"
+#include "compute/cpu/fast_exp.h"
 #include "compute/cpu/reference_classifier.h"
+#include "compute/cpu/vector_math.h"
 #include "classifier_models.h"
 
+#include <cmath>
 #include <gtest/gtest.h>
+#include <limits>
 #include <memory>
 #include <random>
 
@@ -117,4 +121,19 @@ TEST(ClassifierKernel, AgreesWithTheFormulaInDoublePrecisionOnRandomModels)
         }
         EXPECT_GT(compared, n * 9 / 10);
     }
+}
+
+TEST(VectorMath, ExpOfSpectraWithNaNOrExtremes)
+{
+    const float inf = std::numeric_limits<float>::infinity();
+    float v[] = {std::nanf(""), -inf, -1000.0f, 0.0f, 1.0f, 1000.0f, inf};
+    for (float& x : v)
+        cpu::expInPlace<float, std::int32_t>(x);
+    EXPECT_TRUE(std::isnan(v[0]));
+    EXPECT_LT(v[1], 1e-37f);
+    EXPECT_LT(v[2], 1e-37f);
+    EXPECT_FLOAT_EQ(v[3], 1.0f);
+    EXPECT_NEAR(v[4], 2.7182818f, 1e-6f);
+    EXPECT_GT(v[5], 1e38f);
+    EXPECT_GT(v[6], 1e38f);
 }

@@ -132,6 +132,19 @@ inline Project regressionProject(int width, int variables = 2)
     return p;
 }
 
+// A snapshot project of camera `type` (3: float cubes, 9 and 11: unsigned 16-bit) whose
+// cubes are `width` by `height` pixels, with the classifier's bands selected.
+inline Project snapshotProject(int type, int acqType = 0, int objMask = 1, int width = 8, int height = 6)
+{
+    Project p = lineScanProject(width);
+    p.type = type;
+    p.acqType = acqType;
+    p.images[0].height = height;
+    p.bandSelection = {false, true, false, true};
+    p.segmenter = segmenterBytes(leafObjects(objMask));
+    return p;
+}
+
 // Writes the project as a model file of `kind` into `dir` and returns its path.
 inline QString writeModel(const QTemporaryDir& dir, const Project& p, FileKind kind = FileKind::Zelk,
                           const QString& name = QStringLiteral("model"))

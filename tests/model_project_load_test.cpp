@@ -332,3 +332,14 @@ TEST(ProjectLoad, ModelsAreReadAndPreparedWithTheirProject)
     p.segmenter = segmenter.bytes();
     EXPECT_EQ(load(p).result, -1004);
 }
+
+TEST(ProjectLoad, SampleCountsBeyondTheRangeOfTheirSumWrap)
+{
+    Project p = fullProject(17);
+    modelwriter::DataSet big;
+    big.samples = 2000000000;
+    big.dataFlag = false;
+    p.dataSets = {{"x", big}, {"y", big}};
+    const Loaded l = load(p);
+    EXPECT_EQ(l.project->totalSampleCount, int(quint32(4000000000u)));
+}

@@ -239,6 +239,7 @@ TEST(TypedArrays, DeviceArrayValuesMustCoverTheDimensions)
         {TypedArray::floats({2, 3, 1, 1}, {1, 2, 3, 4, 5}), false, 0},
         {TypedArray::floats({2, 3, 1, 1}, {1, 2, 3, 4, 5, 6, 7}), true, 6}, // the surplus is dropped
         {TypedArray::ints({0, 3, 1, 1}, {1, 2}), true, 0},
+        {TypedArray::ints({2000000000, 2000000000, 2000000000, 0}, {}), true, 0}, // empty, whatever the rest
         {TypedArray::bytes({-1, -1, 1, 1}, {1}), false, 0},
         {TypedArray::bytes({65536, 65536, 65536, 65536}, {1, 2, 3}), false, 0},
         {TypedArray::ints({1, 1, 1, 1}, {}), false, 0},

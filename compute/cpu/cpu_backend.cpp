@@ -16,7 +16,7 @@ QString processorName()
 {
     QFile f(QStringLiteral("/proc/cpuinfo"));
     if (f.open(QIODevice::ReadOnly)) {
-        const QString text = QString::fromLatin1(f.read(1 << 20));
+        const QString text = QString::fromLatin1(f.readAll()); // grown as it reads: a fixed buffer would be a megabyte
         const QRegularExpression re(QStringLiteral("^(model name|Hardware|Processor)\\s*:\\s*(.+)$"),
                                     QRegularExpression::MultilineOption);
         const auto m = re.match(text);

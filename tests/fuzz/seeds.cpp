@@ -1,9 +1,10 @@
 // Writes the seed corpora of the fuzz targets, each input behind the byte that picks
 // its form: for the model loader, whole projects of every revision as bare streams and
-// in both envelopes; for the scan readers, ENVI scans, compressed cubes and masks.
-//   fuzz_seeds DIRECTORY   (makes DIRECTORY/model and DIRECTORY/spectral)
+// in both envelopes; for the scan readers, ENVI scans, compressed cubes and masks; for
+// the frame paths, runs of each model that find objects.
+//   fuzz_seeds DIRECTORY   (makes DIRECTORY/model, DIRECTORY/spectral, DIRECTORY/frames)
 
-#include "model_files.h"
+#include "frame_program.h"
 #include "modelwriter/compressed_cube_writer.h"
 #include "modelwriter/scan_writer.h"
 
@@ -59,6 +60,38 @@ int main(int argc, char** argv)
         out << QStringLiteral("ZBA01") << qint32(3) << qint32(2) << quint8(0) << qint32(2) << quint8(5) << qint32(4);
     }
     put(2, mask);
+
+    // One byte per sample, BIL frames of 8 pixels and 4 bands and BIP cubes of 8 by 6:
+    // band 1 at 10 is a leaf.
+    using namespace frameprogram;
+    corpus = QStringLiteral("frames");
+    const auto frame = [](bool leaf) {
+        QByteArray f = QByteArray(1, char(Frame)) + char(0) + QByteArray(32, '\0');
+        if (leaf)
+            f[2 + 8 + 3] = f[2 + 8 + 4] = 10;
+        return f;
+    };
+    const auto bytes = [](std::initializer_list<int> values) {
+        QByteArray b;
+        for (int v : values)
+            b.append(char(v));
+        return b;
+    };
+    const QByteArray results = bytes({Results, 0, 1, -7}), start = bytes({Segmentation, 1, Start});
+    for (char model : {0, 1, 2, 3}) {
+        QByteArray run = start;
+        for (int i = 0; i < 25; ++i)
+            run += frame(i < 5) + (i % 5 == 0 ? results : QByteArray());
+        put(model, run + results + char(Stop) + results);
+        // A frame of another width during the run.
+        put(model, start + frame(true) + frame(true) + char(InputWidth) + char(5) + frame(true) + results);
+    }
+    put(3, bytes({Resampling, 0, LoadModel, 2}) + start + frame(true) + results);
+    QByteArray snapshot = QByteArray(1, char(Cube)) + char(0) + QByteArray(8 * 6 * 4, '\0');
+    for (int pixel : {9, 10, 17, 18, 22, 30})
+        snapshot[2 + pixel * 4 + 1] = 10;
+    for (char model : {4, 5, 6, 7})
+        put(model, start + snapshot + results + bytes({Roi, 1, 1, 4, 3, 2}) + snapshot + results + char(Stop) + char(SaveImage));
     std::printf("%d seeds in %s\n", written, argv[1]);
     return 0;
 }

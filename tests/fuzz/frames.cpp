@@ -1,0 +1,155 @@
+// The frame and cube paths on arbitrary programs (frame_program.h): a handle with one of
+// a few small models gets frames, cubes and configuration calls in any order, and every
+// result it hands out is read to its documented length.
+
+#include "frame_program.h"
+#include "modelwriter/scan_writer.h"
+#include "runtime/handle.h"
+
+#include <QTemporaryDir>
+#include <cstring>
+
+using namespace frameprogram;
+
+namespace {
+
+// Written once per process: the model files and two camera descriptions (one that fits
+// the models' 8 pixels, one that does not).
+struct Files {
+    QTemporaryDir dir;
+    QList<QByteArray> models;
+    QByteArray cameras[2];
+    QByteArray image;
+    Files()
+    {
+        qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
+        const std::vector<modelwriter::Project> projects = frameprogram::models();
+        for (size_t i = 0; i < projects.size(); ++i)
+            models.append(modelfiles::writeModel(dir, projects[i], modelwriter::FileKind::Zelk, QString::number(i)).toLocal8Bit());
+        for (int i = 0; i < 2; ++i) {
+            modelwriter::EnviScan camera;
+            camera.samples = i == 0 ? 8 : 5;
+            camera.lines = 1;
+            camera.bands = 6;
+            camera.extraFields = QStringLiteral("wavelength = {880, 950, 1010, 1080, 1150, 1230}\n");
+            const QString path = dir.filePath(QStringLiteral("camera%1.hdr").arg(i));
+            modelwriter::writeFile(path, modelwriter::enviHeaderText(camera));
+            cameras[i] = path.toLocal8Bit();
+        }
+        image = dir.filePath(QStringLiteral("decisions.png")).toLocal8Bit();
+    }
+};
+
+volatile unsigned sink;
+
+void touch(const void* p, size_t bytes)
+{
+    unsigned sum = 0;
+    for (size_t i = 0; i < bytes; ++i)
+        sum += static_cast<const quint8*>(p)[i];
+    sink = sink + sum;
+}
+
+// A frame or cube of the size the handle expects now, as the caller must hand it in.
+std::vector<char> samples(ZelkHandle* h, Reader& in, bool cube)
+{
+    const qint64 height = cube ? qMax(0, zelk_GetInputHeight(h)) : 1;
+    const qint64 count = qMax(0, zelk_GetInputWidth(h)) * height * qMax(0, zelk_GetInputBands(h));
+    const int bytesPerSample = h->inputDataType == 1 ? 2 : 4;
+    std::vector<char> buffer(size_t(count * bytesPerSample + 1), 0); // never empty: null is another case
+    if (in.byte() & 1) {
+        const QByteArray raw = in.take(size_t(count * bytesPerSample));
+        std::memcpy(buffer.data(), raw.constData(), size_t(raw.size()));
+        return buffer;
+    }
+    const QByteArray values = in.take(size_t(count));
+    for (int i = 0; i < values.size(); ++i) {
+        const quint8 v = quint8(values[i]);
+        if (bytesPerSample == 2)
+            reinterpret_cast<quint16*>(buffer.data())[i] = v;
+        else
+            reinterpret_cast<float*>(buffer.data())[i] = v;
+    }
+    return buffer;
+}
+
+void readResults(ZelkHandle* h, Reader& in)
+{
+    const int width = qMax(0, zelk_GetInputWidth(h)), height = qMax(0, zelk_GetInputHeight(h));
+    const int variable = in.small(), mask = in.byte() % 3;
+    const float maskValue = in.small();
+    if (const unsigned char* row = zelk_GetFrameDecisions(h))
+        touch(row, size_t(width));
+    if (const unsigned char* cube = zelk_GetCubeDecisions(h))
+        touch(cube, size_t(width) * size_t(height));
+    if (const float* values = zelk_GetFrameRegOutputVar(h, variable, mask, maskValue))
+        touch(values, size_t(width) * sizeof(float));
+    const int variables = zelk_GetRegVarCount(h);
+    for (int v = -1; v <= variables; ++v)
+        if (const char* name = zelk_GetRegVarName(h, v))
+            touch(name, std::strlen(name));
+    const int decisions = zelk_GetDecCount(h);
+    for (int d = -1; d <= decisions; ++d) {
+        unsigned char rgb[3];
+        zelk_GetDecColor(h, d, rgb, rgb + 1, rgb + 2);
+        if (const char* name = zelk_GetDecName(h, d))
+            touch(name, std::strlen(name));
+    }
+    const int objects = zelk_GetObjCount(h);
+    for (int i = -1; i <= qMin(objects, h->maxObjects); ++i) {
+        int* record = nullptr;
+        if (zelk_GetObjDataInt(h, i, &record) == 0)
+            touch(record, ObjectRecordInts * sizeof(int));
+        float* means = nullptr;
+        if (zelk_GetObjDataRegOutput(h, i, &means) == 0)
+            touch(means, size_t(qMax(0, variables)) * sizeof(float));
+        const unsigned classIndex = in.byte() % 23;
+        zelk_GetObjDataClassSize(h, i, classIndex);
+        zelk_GetObjDataClassFrac(h, i, classIndex);
+    }
+    touch(zelk_GetErrorMsg(h), std::strlen(zelk_GetErrorMsg(h)));
+}
+
+} // namespace
+
+extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
+{
+    static Files files;
+    Reader in{data, size};
+    const auto model = [&] { return files.models[in.byte() % files.models.size()].constData(); };
+    ZelkHandle* h = zelk_Init(nullptr);
+    zelk_LoadModel(h, model());
+    while (!in.done()) {
+        switch (in.byte() % OpCount) {
+        case Start: zelk_StartAcquisition(h); break;
+        case Stop: zelk_StopAcquisition(h); break;
+        case Frame: zelk_ProcessFrame(h, samples(h, in, false).data()); break;
+        case Cube: zelk_ProcessCube(h, samples(h, in, true).data()); break;
+        case Results: readResults(h, in); break;
+        case Segmentation: zelk_SetSegmentation(h, in.byte() % 4); break;
+        case InputWidth: zelk_SetInputWidth(h, in.small()); break;
+        case Layout: zelk_SetInputDataLayout(h, in.byte() % 5); break;
+        case Roi: {
+            const int col = in.small(), row = in.small(), width = in.small(), height = in.small();
+            zelk_SetCubeROI(h, col, row, width, height, in.byte());
+            break;
+        }
+        case MinObjSize: zelk_SetMinObjSize(h, in.small()); break;
+        case FrameWidth: zelk_SetDeviceFrameWidth(h, in.small()); break;
+        case Resampling:
+            zelk_SetDeviceWavelengthsFromENVIHeaderFile(h, files.cameras[in.byte() % 2].constData());
+            zelk_SetResamplingWavelengthsGrid(h, 900, 100, 1200);
+            zelk_SetResampling(h, 1);
+            break;
+        case LoadModel: zelk_LoadModel(h, model()); break;
+        case Renew:
+            zelk_Release(h);
+            h = zelk_Init(nullptr);
+            zelk_LoadModel(h, model());
+            break;
+        case SaveImage: zelk_SaveImage(h, files.image.constData()); break;
+        }
+    }
+    zelk_Release(h);
+    return 0;
+}
