@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <cstdint>
 #include <cstring>
+#include <utility>
 
 namespace compute::cpu {
 namespace {
@@ -28,26 +29,22 @@ constexpr int swapIndex(int k, bool second, int c)
     return (c & k) ? LaneCount + c - k : c;
 }
 
+// One row of a swapped pair; the indices are constants, as both compilers' shuffle wants.
+template <int K, bool Second, std::size_t... C>
+inline Lanes swapped(Lanes a, Lanes b, std::index_sequence<C...>)
+{
+    return __builtin_shufflevector(a, b, swapIndex(K, Second, int(C))...);
+}
+
 template <int K>
 inline void swapBlocks(Lanes* rows)
 {
-    constexpr IntLanes first = {swapIndex(K, false, 0),  swapIndex(K, false, 1),  swapIndex(K, false, 2),
-                                swapIndex(K, false, 3),  swapIndex(K, false, 4),  swapIndex(K, false, 5),
-                                swapIndex(K, false, 6),  swapIndex(K, false, 7),  swapIndex(K, false, 8),
-                                swapIndex(K, false, 9),  swapIndex(K, false, 10), swapIndex(K, false, 11),
-                                swapIndex(K, false, 12), swapIndex(K, false, 13), swapIndex(K, false, 14),
-                                swapIndex(K, false, 15)};
-    constexpr IntLanes second = {swapIndex(K, true, 0),  swapIndex(K, true, 1),  swapIndex(K, true, 2),
-                                 swapIndex(K, true, 3),  swapIndex(K, true, 4),  swapIndex(K, true, 5),
-                                 swapIndex(K, true, 6),  swapIndex(K, true, 7),  swapIndex(K, true, 8),
-                                 swapIndex(K, true, 9),  swapIndex(K, true, 10), swapIndex(K, true, 11),
-                                 swapIndex(K, true, 12), swapIndex(K, true, 13), swapIndex(K, true, 14),
-                                 swapIndex(K, true, 15)};
+    constexpr auto lanes = std::make_index_sequence<LaneCount>();
     for (int r = 0; r < LaneCount; ++r)
         if ((r & K) == 0) {
             const Lanes a = rows[r], b = rows[r + K];
-            rows[r] = __builtin_shuffle(a, b, first);
-            rows[r + K] = __builtin_shuffle(a, b, second);
+            rows[r] = swapped<K, false>(a, b, lanes);
+            rows[r + K] = swapped<K, true>(a, b, lanes);
         }
 }
 
