@@ -14,12 +14,10 @@ namespace compute::cpu {
 template <typename Float, typename Int>
 inline void expInPlace(Float& x)
 {
-    // A NaN (from a spectrum holding one) is worked as 0 and given back as it came:
-    // converting it to an integer would be undefined. The clamp keeps 2^n a normal float.
-    const Float in = x;
-    const auto nan = x != x;
-    x = nan ? 0.0f : x;
-    x = x < -87.0f ? -87.0f : x;
+    // The clamp keeps 2^n a normal float. It is written so that a NaN (from a spectrum
+    // holding one) fails the comparison and becomes the lowest value, exp(-87), since
+    // converting a NaN to an integer would be undefined.
+    x = x > -87.0f ? x : -87.0f;
     x = x > 88.0f ? 88.0f : x;
     // Adding and taking away 1.5 · 2^23 rounds to the nearest integer.
     const Float n = (x * 1.44269504088896341f + 12582912.0f) - 12582912.0f;
@@ -37,7 +35,7 @@ inline void expInPlace(Float& x)
     else
         bits = __builtin_convertvector(n, Int);
     bits = (bits + 127) << 23;
-    x = nan ? in : p * __builtin_bit_cast(Float, bits);
+    x = p * __builtin_bit_cast(Float, bits);
 }
 
 } // namespace compute::cpu
