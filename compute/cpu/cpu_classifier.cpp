@@ -4,22 +4,9 @@
 
 #include <algorithm>
 #include <cblas.h>
-#include <mutex>
 #include <omp.h>
 
 namespace compute::cpu {
-namespace {
-
-// The kernels split blocks between threads themselves, each calling the BLAS on one
-// small tile; a BLAS that started threads of its own inside would only fight them for
-// the cores (seen as a 70-fold slow-down).
-void useSingleThreadedBlas()
-{
-    static std::once_flag once;
-    std::call_once(once, [] { openblas_set_num_threads(1); });
-}
-
-} // namespace
 
 CpuClassifier::CpuClassifier(const ClassifierModel& model)
     : model_(model)

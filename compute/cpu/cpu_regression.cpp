@@ -1,22 +1,11 @@
 #include "compute/cpu/cpu_regression.h"
+#include "compute/cpu/vector_math.h"
 
 #include <algorithm>
 #include <cblas.h>
-#include <mutex>
 #include <omp.h>
 
 namespace compute::cpu {
-namespace {
-
-// Each core calls the BLAS on its own part of a frame; a BLAS that started threads of
-// its own inside would only fight them for the cores.
-void useSingleThreadedBlas()
-{
-    static std::once_flag once;
-    std::call_once(once, [] { openblas_set_num_threads(1); });
-}
-
-} // namespace
 
 CpuRegression::CpuRegression(const LinearMap& map)
     : map_(map)

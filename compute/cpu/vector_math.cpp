@@ -1,9 +1,17 @@
 #include "compute/cpu/vector_math.h"
 #include "compute/cpu/fast_exp.h"
 
+#include <cblas.h>
 #include <cstdint>
+#include <mutex>
 
 namespace compute::cpu {
+
+void useSingleThreadedBlas()
+{
+    static std::once_flag once;
+    std::call_once(once, [] { openblas_set_num_threads(1); });
+}
 
 ZELK_VECTOR_CLONES void radialUnits(const float* dot, const float* norms, const float* gamma, float zz, float* out, int n)
 {

@@ -18,6 +18,11 @@ namespace compute::cpu {
 // pixel from the products dot[i] = -2 zᵀc_i, the centre norms and the pixel norm zz.
 void radialUnits(const float* dot, const float* norms, const float* gamma, float zz, float* out, int n);
 
+// Sets the BLAS to one thread, once. The kernels split their work between the cores
+// themselves, each calling the BLAS on one part; a BLAS that started threads of its
+// own inside would only fight them for the cores (seen as a 70-fold slow-down).
+void useSingleThreadedBlas();
+
 // Sum of squares of n values.
 float sumOfSquares(const float* values, int n);
 
