@@ -29,23 +29,22 @@ constexpr int swapIndex(int k, bool second, int c)
     return (c & k) ? LaneCount + c - k : c;
 }
 
-// One row of a swapped pair; the indices are constants, as both compilers' shuffle wants.
-template <int K, bool Second, std::size_t... C>
-inline Lanes swapped(Lanes a, Lanes b, std::index_sequence<C...>)
+// Swaps the blocks of one pair of rows in place (no vector crosses a call by value);
+// the indices are constants, as both compilers' shuffle wants.
+template <int K, std::size_t... C>
+inline void swapPair(Lanes& a, Lanes& b, std::index_sequence<C...>)
 {
-    return __builtin_shufflevector(a, b, swapIndex(K, Second, int(C))...);
+    const Lanes first = __builtin_shufflevector(a, b, swapIndex(K, false, int(C))...);
+    b = __builtin_shufflevector(a, b, swapIndex(K, true, int(C))...);
+    a = first;
 }
 
 template <int K>
 inline void swapBlocks(Lanes* rows)
 {
-    constexpr auto lanes = std::make_index_sequence<LaneCount>();
     for (int r = 0; r < LaneCount; ++r)
-        if ((r & K) == 0) {
-            const Lanes a = rows[r], b = rows[r + K];
-            rows[r] = swapped<K, false>(a, b, lanes);
-            rows[r + K] = swapped<K, true>(a, b, lanes);
-        }
+        if ((r & K) == 0)
+            swapPair<K>(rows[r], rows[r + K], std::make_index_sequence<LaneCount>());
 }
 
 // Transposes 16 rows of 16 in registers: swapping the off-diagonal blocks at every
