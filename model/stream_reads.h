@@ -146,8 +146,8 @@ QDataStream& read(QDataStream& in, QMap<K, V>& m)
     return in;
 }
 
-// Colours as QDataStream has them: a spec byte, then alpha, red, green, blue and a pad
-// word. Qt takes the spec byte as it stands, so a damaged one would put an enum value
+// Colours as QDataStream has them: a colour-model byte, then alpha, red, green, blue and a pad
+// word. Qt takes the colour-model byte as it stands, so a damaged one would put an enum value
 // outside its range into the colour; such an entry reads as an invalid colour.
 inline QDataStream& read(QDataStream& in, QVector<QColor>& v)
 {

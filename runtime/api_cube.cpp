@@ -73,20 +73,26 @@ int misfit(ZelkHandle* h)
     return cubeFailure(h, QStringLiteral("Cube of %1 bands does not fit the classifier").arg(h->inputBands));
 }
 
+// The whole input cube, one spectrum a pixel, as a block of samples of `type`.
+compute::SampleBlock cubeBlock(const ZelkHandle* h, const void* cube, compute::SampleType type)
+{
+    compute::SampleBlock block;
+    block.data = cube;
+    block.type = type;
+    block.layout = compute::SpectraLayout::BandsByPixels;
+    block.bands = h->inputBands;
+    block.pixels = h->inputWidth * h->inputHeight;
+    return block;
+}
+
 // The float form. With a region of interest its pixels are gathered row by row into one
 // block, classified in one call, and put back into a cube of `roiFill`.
 int classifyFloat(ZelkHandle* h, const void* cube)
 {
-    compute::SampleBlock block;
-    block.data = cube;
-    block.type = compute::SampleType::F32;
-    block.layout = compute::SpectraLayout::BandsByPixels;
-    block.bands = h->inputBands;
+    compute::SampleBlock block = cubeBlock(h, cube, compute::SampleType::F32);
     const int width = h->inputWidth, height = h->inputHeight;
-    if (!h->roiEnabled) {
-        block.pixels = width * height;
+    if (!h->roiEnabled)
         return classify(h, block, h->cubeDecisions.data()) ? 0 : misfit(h);
-    }
 
     // The ROI was checked against the size of its time; the input size may have changed.
     const int col = h->roiCol, row = h->roiRow, w = h->roiWidth, rows = h->roiHeight;
@@ -114,13 +120,7 @@ int classifyFloat(ZelkHandle* h, const void* cube)
 
 int classifyUInt16(ZelkHandle* h, const void* cube)
 {
-    compute::SampleBlock block;
-    block.data = cube;
-    block.type = compute::SampleType::U16;
-    block.layout = compute::SpectraLayout::BandsByPixels;
-    block.bands = h->inputBands;
-    block.pixels = h->inputWidth * h->inputHeight;
-    return classify(h, block, h->cubeDecisions.data()) ? 0 : misfit(h);
+    return classify(h, cubeBlock(h, cube, compute::SampleType::U16), h->cubeDecisions.data()) ? 0 : misfit(h);
 }
 
 // The big-endian form of the camera that stores its bands in a sequence order of its

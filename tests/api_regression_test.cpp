@@ -174,12 +174,7 @@ TEST(ResamplingVariant, CameraFramesAreInterpolatedOntoTheProjectBands)
         SCOPED_TRACE(corrected ? "corrected" : "raw");
         QTemporaryDir dir;
         TestHandle h;
-        const QString header = dir.filePath("camera.hdr");
-        {
-            QFile f(header);
-            ASSERT_TRUE(f.open(QIODevice::WriteOnly));
-            QTextStream(&f) << "ENVI\nsamples = " << Width << "\nbands = 5\nwavelength = {850, 950, 1050, 1150, 1250}\n";
-        }
+        const QString header = writeFiveBandCameraHeader(dir, Width);
         ASSERT_EQ(zelk_SetDeviceWavelengthsFromENVIHeaderFile(h, header.toLatin1().constData()), 0);
         ASSERT_EQ(zelk_SetResamplingWavelengthsGrid(h, 900, 100, 1200), 0);
         testing::internal::CaptureStdout();

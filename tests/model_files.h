@@ -12,7 +12,9 @@
 #include "modelwriter/regression_writer.h"
 #include "modelwriter/segmenter_writer.h"
 
+#include <QFile>
 #include <QTemporaryDir>
+#include <QTextStream>
 
 namespace modelfiles {
 
@@ -143,6 +145,18 @@ inline Project snapshotProject(int type, int acqType = 0, int objMask = 1, int w
     p.bandSelection = {false, true, false, true};
     p.segmenter = segmenterBytes(leafObjects(objMask));
     return p;
+}
+
+// Writes the ENVI header of a camera of `width` pixels whose five bands lie halfway
+// between the points of a 900 to 1200 nm grid; returns its path, empty on failure.
+inline QString writeFiveBandCameraHeader(const QTemporaryDir& dir, int width)
+{
+    const QString header = dir.filePath(QStringLiteral("camera.hdr"));
+    QFile f(header);
+    if (!f.open(QIODevice::WriteOnly))
+        return QString();
+    QTextStream(&f) << "ENVI\nsamples = " << width << "\nbands = 5\nwavelength = {850, 950, 1050, 1150, 1250}\n";
+    return header;
 }
 
 // Writes the project as a model file of `kind` into `dir` and returns its path.
