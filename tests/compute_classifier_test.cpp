@@ -86,7 +86,8 @@ TEST(ClassifierKernel, AgreesWithTheFormulaInDoublePrecisionOnRandomModels)
     const Shape shapes[] = {
         {3, 2, 5, 1, 300, true, true},      {10, 5, 25, 3, 350, false, true},
         {17, 8, 45, 4, 400, true, true},    {24, 16, 65, 8, 450, false, true},
-        {31, 17, 85, 5, 500, true, false},  {38, 16, 105, 9, 550, false, false},
+        {31, 17, 85, 5, 500, true, true},   {40, 32, 60, 2, 300, false, true},
+        {38, 16, 105, 9, 550, false, false}, {45, 33, 70, 3, 350, true, false},
     };
     std::mt19937 rng(42);
     for (const Shape& shape : shapes) {

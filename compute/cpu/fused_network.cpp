@@ -17,7 +17,9 @@ constexpr int Parts = FusedBlockPixels / LaneCount;
 typedef float Lanes __attribute__((vector_size(LaneCount * sizeof(float)), may_alias));
 typedef float UnalignedLanes __attribute__((vector_size(LaneCount * sizeof(float)), aligned(4), may_alias));
 typedef std::int32_t IntLanes __attribute__((vector_size(LaneCount * sizeof(std::int32_t)), may_alias));
-static_assert(FusedMaxFeatures == LaneCount, "a pixel's features fill one vector");
+// A pixel's features are one vector when there are few, two otherwise.
+constexpr int Halves = FusedMaxFeatures / LaneCount;
+static_assert(Halves == 2, "a pixel's features fill at most two vectors");
 
 // Entry c of the shuffles that swap the off-diagonal blocks of size k of 16 rows: the
 // first row of a pair keeps its own entries left of the block and takes the second's
@@ -57,31 +59,39 @@ inline void transpose(Lanes* rows)
     swapBlocks<8>(rows);
 }
 
-// The features of a block, z = Mᵀx + o, as rows[16 h + f]: feature f of pixels 16 h to
-// 16 h + 15. From one spectrum a column, each pixel's features are one vector, summed
-// over the bands and then transposed; rows past `count` repeat the last pixel.
+// The features of a block, z = Mᵀx + o, as rows[FusedMaxFeatures h + f]: feature f of
+// pixels 16 h to 16 h + 15. From one spectrum a column, each pixel's features are one
+// vector a half (16 features), summed over the bands and then transposed in blocks of
+// 16 by 16; rows past `count` repeat the last pixel.
+template <int H>
 inline void projectPixels(const FusedNetwork& net, const float* x, qint64 ld, int count, Lanes* rows)
 {
     const UnalignedLanes* weights = reinterpret_cast<const UnalignedLanes*>(net.bandRows);
-    const Lanes offset = *reinterpret_cast<const UnalignedLanes*>(net.offset);
-    constexpr int Together = 4; // pixels summed side by side, to hide the latency of a sum
+    const UnalignedLanes* offset = reinterpret_cast<const UnalignedLanes*>(net.offset);
+    constexpr int Together = 4 / H; // pixels summed side by side, to hide the latency of a sum
     for (int p = 0; p < FusedBlockPixels; p += Together) {
         const float* spectrum[Together];
-        Lanes sum[Together];
+        Lanes sum[Together][H];
         for (int j = 0; j < Together; ++j) {
             spectrum[j] = x + std::min(p + j, count - 1) * ld;
-            sum[j] = offset;
+            for (int g = 0; g < H; ++g)
+                sum[j][g] = offset[g];
         }
-        for (int b = 0; b < net.bands; ++b) {
-            const Lanes w = weights[b];
-            for (int j = 0; j < Together; ++j)
-                sum[j] += spectrum[j][b] * w;
+        for (int b = 0; b < net.bands; ++b)
+            for (int g = 0; g < H; ++g) {
+                const Lanes w = weights[b * Halves + g];
+                for (int j = 0; j < Together; ++j)
+                    sum[j][g] += spectrum[j][b] * w;
+            }
+        for (int j = 0; j < Together; ++j) {
+            const int h = (p + j) / LaneCount, lane = (p + j) % LaneCount;
+            for (int g = 0; g < H; ++g)
+                rows[h * FusedMaxFeatures + g * LaneCount + lane] = sum[j][g];
         }
-        for (int j = 0; j < Together; ++j)
-            rows[p + j] = sum[j];
     }
     for (int h = 0; h < Parts; ++h)
-        transpose(rows + h * LaneCount);
+        for (int g = 0; g < H; ++g)
+            transpose(rows + h * FusedMaxFeatures + g * LaneCount);
 }
 
 // The same from one band a column, whose bands are rows of pixels already. A last block
@@ -105,7 +115,7 @@ inline void projectBands(const FusedNetwork& net, const float* x, qint64 ld, int
             for (int h = 0; h < Parts; ++h)
                 sum[h] += m[b] * *reinterpret_cast<const UnalignedLanes*>(x + b * ld + h * LaneCount);
         for (int h = 0; h < Parts; ++h)
-            rows[h * LaneCount + f] = sum[h];
+            rows[h * FusedMaxFeatures + f] = sum[h];
     }
 }
 
@@ -129,7 +139,7 @@ __attribute__((always_inline)) inline void classifyBlock(const FusedNetwork& net
         Lanes d[Parts] = {};
         for (int f = 0; f < F; ++f)
             for (int h = 0; h < Parts; ++h) {
-                const Lanes t = rows[h * LaneCount + f] - centre[f];
+                const Lanes t = rows[h * FusedMaxFeatures + f] - centre[f];
                 d[h] += t * t;
             }
         for (int h = 0; h < Parts; ++h) {
@@ -166,11 +176,13 @@ __attribute__((always_inline)) inline void classifyBlock(const FusedNetwork& net
 ZELK_VECTOR_CLONES void classifyFused(const FusedNetwork& net, const float* x, bool pixelMajor, qint64 ld, int count,
                                       float* scratch, quint8* decisions)
 {
-    Lanes features[FusedBlockPixels];
+    Lanes features[Parts * FusedMaxFeatures];
     for (int first = 0; first < count; first += FusedBlockPixels) {
         const int n = std::min(FusedBlockPixels, count - first);
-        if (pixelMajor)
-            projectPixels(net, x + first * ld, ld, n, features);
+        if (pixelMajor && net.features <= LaneCount)
+            projectPixels<1>(net, x + first * ld, ld, n, features);
+        else if (pixelMajor)
+            projectPixels<2>(net, x + first * ld, ld, n, features);
         else
             projectBands(net, x + first, ld, n, scratch, features);
         quint8* out = decisions + first;

@@ -4,7 +4,7 @@
 // (z − c)·(z − c), its unit and its share of the class scores, then the weighted
 // maximum and the rejection, all without leaving the registers and the first-level
 // cache. For few features and classes this beats matrix products, whose operands of
-// 4 to 16 rows leave most of a vector unit idle.
+// 4 to 32 rows leave much of a vector unit idle.
 
 #include <QtGlobal>
 
@@ -25,9 +25,9 @@ struct FusedNetwork {
 
 // Pixels a block.
 constexpr int FusedBlockPixels = 32;
-// The largest network the pass takes: a pixel's features fit one vector of the widest
+// The largest network the pass takes: a pixel's features fit two vectors of the widest
 // instruction set and a block's class scores stay in registers.
-constexpr int FusedMaxFeatures = 16;
+constexpr int FusedMaxFeatures = 32;
 constexpr int FusedMaxClasses = 8;
 
 // Floats of scratch memory that classifyFused needs for a model of `bands` bands.
