@@ -51,6 +51,21 @@ TEST(ColorMap, PlasmaEndsAtItsOwnLastStop)
     EXPECT_EQ(*map.table(1, 255), *gray.table(1, 255));
 }
 
+TEST(ColorMap, NamedTablesEqualAFreshRenderingOfTheirStops)
+{
+    ZelkColorMap named, painted;
+    named.setUpNamed(QStringLiteral("viridis"));
+    painted.setStops(named.stops());
+    for (auto range : {std::pair{3, 254}, std::pair{1, 255}})
+        EXPECT_EQ(*named.table(range.first, range.second), *painted.table(range.first, range.second));
+    // A map with a range of its own gets that range rendered as well.
+    ZelkColorMap wider;
+    wider.addRange(0, 255);
+    wider.setUpNamed(QStringLiteral("viridis"));
+    EXPECT_NEAR(qRed((*wider.table(0, 255))[0]), 72, 2);
+    EXPECT_EQ(*wider.table(1, 255), *named.table(1, 255));
+}
+
 TEST(ColorMap, RangesAreAddedOnce)
 {
     ZelkColorMap map;

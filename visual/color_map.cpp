@@ -35,12 +35,37 @@ ZelkColorMap::ZelkColorMap(QObject* parent)
 
 void ZelkColorMap::setUpNamed(const QString& name)
 {
+    setNamedStops(name);
+    // Every project sets up the same named maps: their tables in the ranges a map starts
+    // with are rendered once and then shared, as painting them is most of a project's
+    // construction.
+    static const QMap<QString, ZelkColorMap::Tables> rendered = [] {
+        QMap<QString, ZelkColorMap::Tables> all;
+        for (const NamedStops& named : namedMaps()) {
+            ZelkColorMap map;
+            map.setNamedStops(QLatin1String(named.name));
+            map.render();
+            all.insert(QLatin1String(named.name), {map.tables_, map.images_});
+        }
+        return all;
+    }();
+    const auto it = rendered.constFind(name);
+    if (it == rendered.constEnd() || it->tables.keys() != tables_.keys()) {
+        render();
+        return;
+    }
+    tables_ = it->tables;
+    images_ = it->images;
+    Q_EMIT colorTableChanged();
+}
+
+void ZelkColorMap::setNamedStops(const QString& name)
+{
     gradient_.setStops({});
     for (const NamedStops& map : namedMaps())
         if (name == QLatin1String(map.name))
             for (const auto& stop : map.stops)
                 gradient_.setColorAt(stop.first, QColor::fromRgb(stop.second));
-    render();
 }
 
 void ZelkColorMap::addRange(int from, int to)

@@ -44,6 +44,12 @@ public Q_SLOTS:
     void applyOverride();
 
 private:
+    struct Tables {
+        QMap<quint64, QVector<QRgb>> tables;
+        QMap<quint64, QImage> images;
+    };
+    void setNamedStops(const QString& name);
+
     QMap<quint64, QVector<QRgb>> tables_;
     QMap<quint64, QImage> images_;
     QLinearGradient gradient_;

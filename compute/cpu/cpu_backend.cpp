@@ -31,7 +31,9 @@ QString processorName()
 QStringList CpuBackend::deviceNames()
 {
     const unsigned cores = std::thread::hardware_concurrency();
-    QString name = QLatin1Char(' ') + processorName();
+    // Read once: every handle lists the devices, and the text does not change.
+    static const QString processor = processorName();
+    QString name = QLatin1Char(' ') + processor;
     if (cores > 0)
         name += QStringLiteral(", %1 cores").arg(cores);
     return {name};
