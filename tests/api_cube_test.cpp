@@ -285,7 +285,6 @@ TEST(CubePath, RefusalsAndTheirTexts)
         EXPECT_EQ(zelk_GetErrorCode(nullptr), -101);
         EXPECT_STREQ(zelk_GetErrorMsg(nullptr), "zelk_ProcessCube: Passing NULL pointer.");
     }
-    EXPECT_EQ(zelk_ProcessCube(nullptr, cube.data()), -101);
 }
 
 TEST(CubePath, FullLabelTablesAreASegmentationError)

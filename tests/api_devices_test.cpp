@@ -3,33 +3,14 @@
 #include "compute/backend.h"
 #include "compute/device.h"
 #include "runtime/handle.h"
-#include "zelk.h"
+#include "test_handle.h"
 
-#include <QRegularExpression>
 #include <QString>
 #include <gtest/gtest.h>
 
-namespace {
-
-struct Handle {
-    ZelkHandle* h = zelk_Init(nullptr);
-    ~Handle() { zelk_Release(h); }
-};
-
-} // namespace
-
-TEST(DeviceValue, PacksBackendAndIndex)
-{
-    EXPECT_EQ(compute::makeDevice(1, 0), 65536);
-    EXPECT_EQ(compute::makeDevice(4, 2), 4 * 65536 + 2);
-    EXPECT_EQ(compute::deviceBackend(4 * 65536 + 2), 4);
-    EXPECT_EQ(compute::deviceIndex(4 * 65536 + 2), 2);
-    EXPECT_EQ(compute::makeDevice(2, 65536 + 3), 2 * 65536 + 3); // index is cut to 16 bits
-}
-
 TEST(DeviceList, InitListsTheCpuFirstAndOnlyTheCpu)
 {
-    Handle a;
+    TestHandle a;
     const int n = zelk_GetDeviceCount(a.h);
     ASSERT_GE(n, 1);
     for (int i = 0; i < n; ++i) {
@@ -41,7 +22,7 @@ TEST(DeviceList, InitListsTheCpuFirstAndOnlyTheCpu)
 
 TEST(DeviceList, RefreshRejectsFlagsOtherThanZeroAndOneAndLeavesTheListEmpty)
 {
-    Handle a;
+    TestHandle a;
     for (auto flags : {std::pair{2, 0}, std::pair{0, -1}, std::pair{1, 7}}) {
         EXPECT_EQ(zelk_RefreshDeviceList(a.h, flags.first, flags.second), -143);
         EXPECT_EQ(zelk_GetErrorCode(a.h), -143);
@@ -49,28 +30,15 @@ TEST(DeviceList, RefreshRejectsFlagsOtherThanZeroAndOneAndLeavesTheListEmpty)
         EXPECT_EQ(zelk_GetDeviceCount(a.h), 0);
     }
     EXPECT_EQ(zelk_SetDevice(a.h, 0), -102);
-    EXPECT_EQ(zelk_RefreshDeviceList(a.h, 0, 0), 0);
-    EXPECT_GE(zelk_GetDeviceCount(a.h), 1);
-}
-
-TEST(DeviceList, GpuFamiliesFollowTheCpuEntries)
-{
-    Handle a;
-    const int cpuOnly = zelk_GetDeviceCount(a.h);
-    ASSERT_EQ(zelk_RefreshDeviceList(a.h, 1, 1), 0);
-    const int all = zelk_GetDeviceCount(a.h);
-    ASSERT_GE(all, cpuOnly);
-    QString order;
-    for (int i = 0; i < all; ++i) {
-        const QString name = QString::fromLocal8Bit(zelk_GetDeviceName(a.h, i));
-        order += name.startsWith(QStringLiteral("CPU:")) ? 'C' : name.startsWith(QStringLiteral("CUDA:")) ? 'N' : 'O';
-    }
-    EXPECT_TRUE(QRegularExpression(QStringLiteral("^C+N*O*$")).match(order).hasMatch()) << order.toStdString();
+    // Asking for a GPU family that the machine may lack still lists the CPU first.
+    EXPECT_EQ(zelk_RefreshDeviceList(a.h, 1, 0), 0);
+    ASSERT_GE(zelk_GetDeviceCount(a.h), 1);
+    EXPECT_TRUE(QString::fromLocal8Bit(zelk_GetDeviceName(a.h, 0)).startsWith(QStringLiteral("CPU: ")));
 }
 
 TEST(DeviceList, NameCallOverwritesTheErrorTextButNotTheCode)
 {
-    Handle a;
+    TestHandle a;
     EXPECT_EQ(zelk_GetDeviceName(a.h, -1), nullptr);
     EXPECT_EQ(zelk_GetErrorCode(a.h), -102);
     EXPECT_STREQ(zelk_GetErrorMsg(a.h), "zelk_GetDeviceName: Device index out of bounds (-1)");
@@ -81,7 +49,7 @@ TEST(DeviceList, NameCallOverwritesTheErrorTextButNotTheCode)
 
 TEST(SetDevice, SelectsTheEntryLogsItAndClearsTheCode)
 {
-    Handle a;
+    TestHandle a;
     zelk_SetDevice(a.h, 99);
     ASSERT_EQ(zelk_GetErrorCode(a.h), -102);
     ASSERT_EQ(zelk_SetDevice(a.h, 0), 0);
@@ -95,7 +63,7 @@ TEST(SetDevice, SelectsTheEntryLogsItAndClearsTheCode)
 
 TEST(SetDevice, IsRefusedDuringAcquisitionAndChangesNothing)
 {
-    Handle a;
+    TestHandle a;
     a.h->acquiring = true;
     a.h->device = compute::makeDevice(4, 1);
     EXPECT_EQ(zelk_SetDevice(a.h, 0), -170);
@@ -107,7 +75,7 @@ TEST(SetDevice, IsRefusedDuringAcquisitionAndChangesNothing)
 
 TEST(SetDevice, RefreshKeepsTheChosenDevice)
 {
-    Handle a;
+    TestHandle a;
     a.h->device = compute::makeDevice(4, 3); // a device the new list will not show
     ASSERT_EQ(zelk_RefreshDeviceList(a.h, 0, 0), 0);
     EXPECT_EQ(a.h->device, compute::makeDevice(4, 3));

@@ -53,7 +53,6 @@ TEST(Acquisition, StartChecksAndStopReports)
     TestHandle bare;
     EXPECT_EQ(zelk_StartAcquisition(bare), -103);
     EXPECT_EQ(zelk_StopAcquisition(bare), -171);
-    EXPECT_EQ(zelk_StartAcquisition(nullptr), -101);
 
     Project noClassifier = lineScanProject(Width);
     noClassifier.classifier.reset();

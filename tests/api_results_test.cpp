@@ -1,5 +1,6 @@
 // Reading the results of the last frame or cube, the vocabulary of decisions and
-// variables, and exporting the decision image.
+// variables, and exporting the decision image; and what each query call reports for a
+// null handle.
 
 #include "runtime/handle.h"
 #include "segment_support.h"
@@ -82,6 +83,9 @@ TEST(Results, NullHandleReportsInTheGlobalPairUnderTheCallsName)
         const char* text;
         std::function<double()> call;
     } cases[] = {
+        {"zelk_GetDeviceCount: Passing NULL pointer.", [] { return zelk_GetDeviceCount(nullptr); }},
+        {"zelk_SetDevice: Passing NULL pointer.", [] { return zelk_SetDevice(nullptr, 0); }},
+        {"zelk_RefreshDeviceList: Passing NULL pointer.", [] { return zelk_RefreshDeviceList(nullptr, 0, 0); }},
         {"zelk_GetObjCount: Passing NULL pointer.", [] { return zelk_GetObjCount(nullptr); }},
         {"zelk_GetObjCount: Passing NULL pointer.", [&] { return zelk_GetObjDataInt(nullptr, 0, &ints); }},
         {"zelk_GetObjDataClassSize: Passing NULL pointer.", [] { return zelk_GetObjDataClassSize(nullptr, 0, 0); }},
@@ -95,6 +99,7 @@ TEST(Results, NullHandleReportsInTheGlobalPairUnderTheCallsName)
         {"zelk_GetFrameDecisions: Passing NULL pointer.", [] { return zelk_GetFrameDecisions(nullptr) ? 0 : -101; }},
         {"zelk_GetCubeDecisions: Passing NULL pointer.", [] { return zelk_GetCubeDecisions(nullptr) ? 0 : -101; }},
         {"zelk_GetFrameRegOutputVar: Passing NULL pointer.", [] { return zelk_GetFrameRegOutputVar(nullptr, 0, 0, 0) ? 0 : -101; }},
+        {"zelk_GetDeviceName: Passing NULL pointer.", [] { return zelk_GetDeviceName(nullptr, 0) ? 0 : -101; }},
         {"zelk_GetDecName: Passing NULL pointer.", [] { return zelk_GetDecName(nullptr, 0) ? 0 : -101; }},
         {"zelk_GetRegVarName: Passing NULL pointer.", [] { return zelk_GetRegVarName(nullptr, 0) ? 0 : -101; }},
     };
