@@ -1,5 +1,5 @@
-// The project record around a load: defaults, regression variables, band selection,
-// decision colour tables and the random seed.
+// The project record around a load: defaults, regression variables, decision colour
+// tables and the random seed.
 
 #include "model/project.h"
 
@@ -12,11 +12,6 @@ TEST(Project, StartsWithTheUnknownClassAndOneVariable)
     EXPECT_EQ(p.classNames, QStringList{"Unknown"});
     EXPECT_EQ(p.classColors.value(0).alpha(), 0);
     EXPECT_EQ(p.regVarList, QStringList{"var1"});
-    EXPECT_EQ(p.greyTable[254], 0xFF00C8C8u);
-    EXPECT_EQ(p.greyTable[255], 0x00FFFFFFu);
-    EXPECT_EQ(p.overlayTable[0], 0x3F000000u);
-    EXPECT_EQ(p.overlayTable[128] >> 24, 255u);
-    EXPECT_EQ(p.colorMaps.size(), 3u);
     ASSERT_NE(p.segmenter, nullptr);
 
     for (int i = 2; i <= 10; ++i)
@@ -24,18 +19,6 @@ TEST(Project, StartsWithTheUnknownClassAndOneVariable)
     EXPECT_EQ(p.addRegVar("v11"), -1); // an eleventh name
     ZelkProject q;
     EXPECT_EQ(q.addRegVar("var1"), -1); // already there
-}
-
-TEST(Project, SelectedBandsFollowTheSelection)
-{
-    ZelkProject p;
-    p.bandSelection = QVector<bool>{false, true, false, true};
-    p.rebuildSelectedBands();
-    EXPECT_EQ(p.selectedBands, (QVector<int>{1, 3}));
-    EXPECT_EQ(p.selectedBandCount, 2);
-    p.bandSelection = QVector<bool>(3, false);
-    p.rebuildSelectedBands();
-    EXPECT_EQ(p.selectedBandCount, 0);
 }
 
 TEST(Project, DecisionColourTablesShiftOverUnknownNamesAndEndFixed)
