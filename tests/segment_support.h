@@ -6,6 +6,7 @@
 #include "segment/segmenter.h"
 
 #include <QStringList>
+#include <algorithm>
 #include <array>
 #include <cmath>
 #include <memory>
@@ -136,17 +137,22 @@ struct Component {
         return int(std::roundf(float(lineSum - qint64(pixels) * firstLine) * (1.0f / float(pixels)))) + firstLine;
     }
     int centroidColumn() const { return int(std::roundf(float(columnSum) * (1.0f / float(pixels)))); }
+    // The code with the most pixels, the lower one on a tie: the decision by majority.
+    int majority() const { return int(std::max_element(perCode.begin(), perCode.end()) - perCode.begin()); }
 };
 
 // Components in the order of their first pixel. `values` (optional) holds
-// `valuesPerPixel` numbers per pixel, pixel-major and row by row.
+// `valuesPerPixel` numbers per pixel, pixel-major and row by row; `componentOf`
+// (optional) receives the index of each pixel's component, -1 for the background.
 inline std::vector<Component> floodFill(const std::vector<std::vector<quint8>>& image, const quint8* flags,
                                         bool byFlag, const std::vector<float>& values = {},
-                                        int valuesPerPixel = 0)
+                                        int valuesPerPixel = 0, std::vector<int>* componentOf = nullptr)
 {
     const int h = int(image.size());
     const int w = h ? int(image[0].size()) : 0;
     std::vector<int> seen(size_t(w) * h, 0);
+    if (componentOf)
+        componentOf->assign(size_t(w) * h, -1);
     std::vector<Component> out;
     auto key = [&](int y, int x) { return byFlag ? int(flags[image[y][x]]) : int(image[y][x]); };
     for (int y = 0; y < h; ++y)
@@ -164,6 +170,8 @@ inline std::vector<Component> floodFill(const std::vector<std::vector<quint8>>& 
                 auto [py, px] = stack.back();
                 stack.pop_back();
                 ++c.pixels;
+                if (componentOf)
+                    (*componentOf)[size_t(py) * w + px] = int(out.size());
                 c.firstLine = std::min(c.firstLine, py), c.lastLine = std::max(c.lastLine, py);
                 c.firstColumn = std::min(c.firstColumn, px), c.lastColumn = std::max(c.lastColumn, px);
                 c.lineSum += py, c.columnSum += px;
