@@ -1,6 +1,7 @@
 // Staging camera samples into model spectra: band choice, conversion and correction,
 // and the CPU kernel's tile-wise staging against staging the whole block first.
 
+#include "classifier_models.h"
 #include "compute/cpu/cpu_classifier.h"
 #include "compute/cpu/reference_classifier.h"
 #include "compute/sample_block.h"
@@ -75,27 +76,21 @@ TEST(SampleStage, RefusesBlocksThatDoNotFit)
 TEST(SampleStage, TileWiseStagingMatchesWholeBlockStaging)
 {
     std::mt19937 rng(7);
-    std::normal_distribution<float> g(0, 1);
     const int inBands = 40, B = 12, F = 5, K = 30, C = 4, W = 700;
     ClassifierModel m;
     m.bands = B, m.features = F, m.units = K, m.classes = C;
-    auto fill = [&](QVector<float>& v, int count, float scale, float shift = 0) {
-        v.resize(count);
-        for (float& x : v)
-            x = g(rng) * scale + shift;
-    };
-    fill(m.matrix, B * F, 0.01f);
-    fill(m.offset, F, 1.0f);
-    fill(m.centres, F * K, 1.0f);
-    fill(m.gammas, K, 0.05f, -0.3f);
-    fill(m.weights, (K + 1) * C, 1.0f);
+    testmodels::fillNormal(m.matrix, B * F, 0.01f, 0, rng);
+    testmodels::fillNormal(m.offset, F, 1.0f, 0, rng);
+    testmodels::fillNormal(m.centres, F * K, 1.0f, 0, rng);
+    testmodels::fillNormal(m.gammas, K, 0.05f, -0.3f, rng);
+    testmodels::fillNormal(m.weights, (K + 1) * C, 1.0f, 0, rng);
 
     InputStage stage;
     for (int b = 0; b < B; ++b)
         stage.bands.append(inBands - 1 - 3 * b); // descending, with gaps
     stage.width = W;
-    fill(stage.dark, W * B, 5.0f, 100.0f);
-    fill(stage.gain, W * B, 0.05f, 0.5f);
+    testmodels::fillNormal(stage.dark, W * B, 5.0f, 100.0f, rng);
+    testmodels::fillNormal(stage.gain, W * B, 0.05f, 0.5f, rng);
 
     std::vector<quint16> u16(size_t(W) * inBands);
     std::vector<float> f32(u16.size());

@@ -56,46 +56,27 @@ inline double sample(const ZelkSpectralCube& c, int column, int line, int band)
 }
 
 // The samples of a cube function in the file order of an interleave.
-inline QVector<quint16> uint16Samples(const QString& interleave, int columns, int lines, int bands, const SampleFn& value)
+template <typename T>
+QVector<T> samplesOf(const QString& interleave, int columns, int lines, int bands, const SampleFn& value)
 {
-    auto c = cube(DataUInt16, interleave == QLatin1String("bip") ? LayoutBIP : interleave == QLatin1String("bsq") ? LayoutBSQ : LayoutBIL,
-                  columns, lines, bands, value);
-    return QVector<quint16>(c->samples<quint16>(), c->samples<quint16>() + c->sampleCount());
+    const quint32 layout = interleave == QLatin1String("bip") ? LayoutBIP : interleave == QLatin1String("bsq") ? LayoutBSQ : LayoutBIL;
+    auto c = cube(sizeof(T) == 2 ? DataUInt16 : DataFloat, layout, columns, lines, bands, value);
+    return QVector<T>(c->samples<T>(), c->samples<T>() + c->sampleCount());
 }
 
-inline QVector<float> floatSamples(const QString& interleave, int columns, int lines, int bands, const SampleFn& value)
-{
-    auto c = cube(DataFloat, interleave == QLatin1String("bip") ? LayoutBIP : interleave == QLatin1String("bsq") ? LayoutBSQ : LayoutBIL,
-                  columns, lines, bands, value);
-    return QVector<float>(c->samples<float>(), c->samples<float>() + c->sampleCount());
-}
-
-// A uint16 ENVI scan at `base` with the given interleave.
+// A uint16 (or float) ENVI scan at `base` with the given interleave.
 inline bool writeUInt16Scan(const QString& base, const QString& extension, int columns, int lines, int bands, const SampleFn& value,
                             const QString& interleave = QStringLiteral("bil"), const QString& extra = QString())
 {
-    modelwriter::EnviScan s;
-    s.samples = columns;
-    s.lines = lines;
-    s.bands = bands;
-    s.dataType = 12;
-    s.interleave = interleave;
-    s.extraFields = extra;
-    s.data = modelwriter::uint16Bytes(uint16Samples(interleave, columns, lines, bands, value));
-    return modelwriter::writeEnviScan(base, extension, s);
+    const QByteArray data = modelwriter::uint16Bytes(samplesOf<quint16>(interleave, columns, lines, bands, value));
+    return modelwriter::writeEnviScan(base, extension, {columns, lines, bands, 12, interleave, data, {}, extra});
 }
 
 inline bool writeFloatScan(const QString& base, const QString& extension, int columns, int lines, int bands, const SampleFn& value,
                            const QString& interleave = QStringLiteral("bil"))
 {
-    modelwriter::EnviScan s;
-    s.samples = columns;
-    s.lines = lines;
-    s.bands = bands;
-    s.dataType = 4;
-    s.interleave = interleave;
-    s.data = modelwriter::floatBytes(floatSamples(interleave, columns, lines, bands, value));
-    return modelwriter::writeEnviScan(base, extension, s);
+    const QByteArray data = modelwriter::floatBytes(samplesOf<float>(interleave, columns, lines, bands, value));
+    return modelwriter::writeEnviScan(base, extension, {columns, lines, bands, 4, interleave, data, {}, {}});
 }
 
 // r = v * (x - d) / (w - d), computed as the library documents it: G = v / (w - d) and
