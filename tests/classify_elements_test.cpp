@@ -42,10 +42,9 @@ void countInfo(QtMsgType type, const QMessageLogContext&, const QString& text)
 TEST(SavitzkyGolay, BuildsOnlyTheTabulatedPairsAndWholeWindows)
 {
     ZelkAFPipelineM7 f;
-    EXPECT_EQ(f.buildFilter(40, 0, 17), -1);
-    EXPECT_EQ(f.buildFilter(40, 0, 19), -1);
-    EXPECT_EQ(f.buildFilter(40, 3, 5), -1);
-    EXPECT_EQ(f.buildFilter(40, 2, 5), -1);
+    for (auto [d, w] : {std::pair{0, 3}, std::pair{0, 17}, std::pair{0, 19}, std::pair{1, 21}, std::pair{2, 5}, std::pair{2, 11},
+                        std::pair{3, 5}})
+        EXPECT_EQ(f.buildFilter(40, d, w), -1) << d << "/" << w;
     EXPECT_TRUE(f.matrix.isEmpty()); // a refused pair leaves the matrix as it was
     EXPECT_EQ(f.buildFilter(40, 1, 19), 0);
     EXPECT_EQ(f.outputBands, 22);
@@ -67,12 +66,6 @@ TEST(SavitzkyGolay, MatrixColumnsHoldTheWeightsShiftedByOneBand)
             const int j = row - column;
             EXPECT_EQ(at(f.matrix, row, column), j >= 0 && j < 5 ? w[j] : 0.0f) << row << "," << column;
         }
-    const ZelkAFPipelineM7 d1 = filter(5, 1, 5);
-    EXPECT_EQ(at(d1.matrix, 0, 0), -0.2f);
-    EXPECT_EQ(at(d1.matrix, 1, 0), -0.1f);
-    EXPECT_EQ(at(d1.matrix, 4, 0), 0.2f);
-    EXPECT_EQ(at(filter(9, 2, 9).matrix, 2, 0), -2.0f / 231);
-    EXPECT_EQ(at(filter(15, 2, 15).matrix, 1, 0), 69.0f / 5168);
 }
 
 // The least-squares weights that give the coefficient of x^d at the centre of w points
@@ -120,9 +113,6 @@ TEST(SavitzkyGolay, EveryPairHoldsTheFittedWeightsRoundedToFloat)
         for (int j = 0; j < p.window; ++j)
             EXPECT_EQ(at(f.matrix, j, 0), float(c[j])) << p.derivative << "/" << p.window << " weight " << j;
     }
-    ZelkAFPipelineM7 m;
-    for (auto [d, w] : {std::pair{0, 3}, std::pair{0, 17}, std::pair{1, 21}, std::pair{2, 11}, std::pair{3, 5}})
-        EXPECT_EQ(m.buildFilter(40, d, w), -1) << d << "/" << w;
 }
 
 TEST(SavitzkyGolay, PolynomialsComeOutAsTheirValueSlopeAndCurvature)
