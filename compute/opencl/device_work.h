@@ -8,6 +8,7 @@
 
 #include <QString>
 #include <QtGlobal>
+#include <memory>
 
 namespace compute::opencl {
 
@@ -31,6 +32,18 @@ protected:
         size_t bytes = 0;
         cl_mem get() const { return buffer.get(); }
     };
+
+    // The kernel object when its set-up succeeded; otherwise null, with the reason in
+    // `error`. For the factories of the kernels.
+    template <typename Work>
+    static std::unique_ptr<Work> readyOrNull(std::unique_ptr<Work> work, bool ready, QString* error)
+    {
+        if (ready)
+            return work;
+        if (error)
+            *error = work->error_;
+        return nullptr;
+    }
 
     // Keeps the context and the built program of the device and makes a queue.
     bool open(cl_context context, cl_device_id device, cl_program program);

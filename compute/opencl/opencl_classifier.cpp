@@ -90,11 +90,8 @@ std::unique_ptr<OpenClClassifier> OpenClClassifier::create(cl_context context, c
                                                            const ClassifierModel& model, QString* error)
 {
     std::unique_ptr<OpenClClassifier> kernel(new OpenClClassifier(model));
-    if (kernel->init(context, device, program))
-        return kernel;
-    if (error)
-        *error = kernel->error_;
-    return nullptr;
+    const bool ready = kernel->init(context, device, program);
+    return readyOrNull(std::move(kernel), ready, error);
 }
 
 OpenClClassifier::OpenClClassifier(const ClassifierModel& model)

@@ -18,11 +18,8 @@ std::unique_ptr<OpenClRegression> OpenClRegression::create(cl_context context, c
                                                            const LinearMap& map, QString* error)
 {
     std::unique_ptr<OpenClRegression> kernel(new OpenClRegression(map));
-    if (kernel->init(context, device, program))
-        return kernel;
-    if (error)
-        *error = kernel->error_;
-    return nullptr;
+    const bool ready = kernel->init(context, device, program);
+    return readyOrNull(std::move(kernel), ready, error);
 }
 
 bool OpenClRegression::init(cl_context context, cl_device_id device, cl_program program)

@@ -31,11 +31,8 @@ std::unique_ptr<OpenClResampler> OpenClResampler::create(cl_context context, cl_
                                                          const ResampleMap& map, QString* error)
 {
     std::unique_ptr<OpenClResampler> kernel(new OpenClResampler(map));
-    if (kernel->init(context, device, program))
-        return kernel;
-    if (error)
-        *error = kernel->error_;
-    return nullptr;
+    const bool ready = kernel->init(context, device, program);
+    return readyOrNull(std::move(kernel), ready, error);
 }
 
 bool OpenClResampler::init(cl_context context, cl_device_id device, cl_program program)
