@@ -14,7 +14,25 @@ namespace {
 
 // More grid points than any spectrometer has bands: a grid beyond this is a mistake in
 // its arguments, and building it would only exhaust memory.
-constexpr double MaxGridPoints = 1e6;
+constexpr int MaxGridPoints = 1000000;
+
+// The number of values the grid loop appends, or -1 when it would exceed MaxGridPoints.
+// It runs the loop's own arithmetic, so that the count is exact for every argument.
+int gridPoints(float first, float step, float last)
+{
+    const double end = last;
+    double value = first;
+    int points = 0;
+    do {
+        if (++points > MaxGridPoints)
+            return -1;
+        const double next = value + double(step);
+        if (next == value && end >= next)
+            return -1; // the sum no longer moves: no end
+        value = next;
+    } while (end >= value);
+    return points;
+}
 
 } // namespace
 
@@ -52,10 +70,8 @@ extern "C" ZELK_API int zelk_SetDeviceWavelengthsFromENVIHeaderFile(ZelkHandle* 
 {
     if (!h)
         return nullHandle("zelk_SetDeviceWavelengthsFromENVIHeaderFile");
-    if (!fileName)
-        return setHandleError(h, -101, QStringLiteral("zelk_SetDeviceWavelengthsFromENVIHeaderFile: Passing NULL pointer to a filename."));
     return guarded<int>(h, "zelk_SetDeviceWavelengthsFromENVIHeaderFile", InternalErrorCode, [&] {
-        const EnviHeader header = EnviHeader::read(QString::fromLatin1(fileName));
+        const EnviHeader header = EnviHeader::read(QString::fromLatin1(fileName)); // null: empty, unopenable
         const int bands = header.headerInt(QStringLiteral("bands"));
         if (bands < 0)
             return -1;
@@ -76,14 +92,20 @@ extern "C" ZELK_API int zelk_SetResamplingWavelengthsGrid(ZelkHandle* h, float f
 {
     if (!h)
         return nullHandle("zelk_SetResamplingWavelengthsGrid");
-    const double points = (double(last) - double(first)) / double(step);
-    if (!(step > 0) || !std::isfinite(first) || !std::isfinite(last) || points > MaxGridPoints)
+    // The grid is counted before it is built: one that never ends (a step of 0 or below
+    // with `last` not below the second value, `last` = +inf, or a step too small to move
+    // the sum) or that would hold more points than any spectrometer has bands is refused
+    // rather than left to exhaust memory. NaN or -inf arguments end the grid after its
+    // first value, as the end test says.
+    const int points = gridPoints(first, step, last);
+    if (points < 0)
         return setHandleError(h, -1, QStringLiteral("zelk_SetResamplingWavelengthsGrid: The grid from %1 in steps of %2 to %3 has no end")
                                          .arg(double(first)).arg(double(step)).arg(double(last)));
     return guarded<int>(h, "zelk_SetResamplingWavelengthsGrid", InternalErrorCode, [&] {
         if (!h->resamplingWavelengths)
             h->resamplingWavelengths = std::make_unique<QVector<double>>();
         h->resamplingWavelengths->clear();
+        h->resamplingWavelengths->reserve(points);
         // The first value always goes in; the end test follows each append.
         double value = first;
         do {

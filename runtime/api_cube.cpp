@@ -39,14 +39,6 @@ CubeForm cubeForm(const ZelkProject& p)
     }
 }
 
-// The band count of a cube that holds the selected bands already: the classifier's for
-// float cubes, the project's for the others. A cube of any other count carries all the
-// camera's bands, and the stage picks the classifier's.
-int selectedBandCount(const ZelkHandle* h, const ZelkClassifier& c)
-{
-    return cubeForm(*h->project) == CubeForm::Float ? c.selectedBandCount : h->project->selectedBandCount;
-}
-
 int cubeFailure(ZelkHandle* h, const QString& reason)
 {
     return setHandleError(h, InternalErrorCode, QStringLiteral("zelk_ProcessCube: %1").arg(reason));
@@ -258,7 +250,9 @@ int prepareCubeKernel(ZelkHandle* h, ZelkClassifier& c)
 {
     compute::InputStage stage;
     stage.width = h->inputWidth;
-    if (h->fullBandFrames && h->inputBands != selectedBandCount(h, c))
+    // A cube of the classifier's band count holds its bands already; one of any other
+    // count carries the camera's bands, of which the stage picks the classifier's.
+    if (h->fullBandFrames && h->inputBands != c.selectedBandCount)
         stage.bands = c.bandIndex;
     if (prepareKernel(c, h->classRow, std::move(stage)) != 0)
         return -1;

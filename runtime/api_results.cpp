@@ -209,19 +209,25 @@ extern "C" ZELK_API float* zelk_GetFrameRegOutputVar(ZelkHandle* h, int varIndex
             noProject(h, function);
             return nullptr;
         }
-        // Without a regressor there is no variable. An index must also lie in the
-        // outputs of the last run, which were sized at its start.
+        // The index is checked against the loaded regressor; without one there is no
+        // variable.
         const ZelkRegressor* regressor = h->project->regressor.get();
         const int variables = regressor ? regressor->regVarNames.size() : 0;
-        const int width = h->inputWidth;
-        const bool outputsFit = width >= 0 && h->regVarLine.size() >= size_t(width)
-                                && h->regOutput.size() >= size_t(width) * size_t(std::max(h->regVarCount, 0));
-        if (varIndex < 0 || varIndex >= variables || varIndex >= h->regVarCount || !outputsFit) {
+        if (varIndex < 0 || varIndex >= variables) {
             setHandleError(h, -301, text(function, "Variable index out of bounds"));
             return nullptr;
         }
         if (mask == 1 && !h->segmentationEnabled) {
             setHandleError(h, -303, text(function, "Masking cannot be used as segmentation is not enabled"));
+            return nullptr;
+        }
+        // The outputs are those of the last start, sized for its regressor and width:
+        // before the first start, or after a new model, there are none to read.
+        const int width = h->inputWidth;
+        const bool outputsExist = varIndex < h->regVarCount && width >= 0 && h->regVarLine.size() >= size_t(width)
+                                  && h->regOutput.size() >= size_t(width) * size_t(h->regVarCount);
+        if (!outputsExist) {
+            setHandleError(h, -304, text(function, "No regression output yet. Start the acquisition first."));
             return nullptr;
         }
         const float* output = h->regOutput.data();

@@ -253,5 +253,41 @@ TEST_P(BackendSessions, EveryBackendGivesTheResultsOfTheCpu)
         ASSERT_NEAR(device.values[i], cpu.values[i], 1e-4 * std::max(1.0f, std::fabs(cpu.values[i]))) << "value " << i;
 }
 
+// One centre at the origin, unit exp(-d²), a zero bias row and a huge weight on "leaf":
+// a pixel scores "leaf" exactly while its activation is not 0 in single precision, a
+// subnormal included, and ties at 0 ("bg") beyond. Pixel p lies at distance p.
+TEST(BackendAgreement, PixelsFarFromEveryCentreScoreTheBiasRowAlone)
+{
+    Project p = lineScanProject(Width);
+    ClassifierSpec c = twoCentreClassifier();
+    c.network->unitCount = 1;
+    c.network->centres = TypedArray::floats({2, 1, 1, 1}, {0, 0});
+    c.network->gammas = TypedArray::floats({1, 1, 1, 1}, {-1});
+    c.network->outputWeights = TypedArray::floats({2, 2, 1, 1}, {0, 0, 0, 1e30f});
+    p.classifier = classifierBytes(c);
+    std::vector<quint16> frame(size_t(Width) * Bands, 0);
+    std::vector<quint8> expected(Width);
+    for (int pixel = 0; pixel < Width; ++pixel) {
+        frame[size_t(Width + pixel)] = quint16(pixel);
+        expected[size_t(pixel)] = std::exp(-float(pixel * pixel)) > 0.0f ? 1 : 0;
+    }
+    ASSERT_EQ(expected[10], 1); // exp(-100) is a subnormal
+    ASSERT_EQ(expected[11], 0);
+
+    TestHandle list;
+    ASSERT_EQ(zelk_RefreshDeviceList(list, 0, 1), 0);
+    int devices = 0;
+    for (int entry = 0; entry < zelk_GetDeviceCount(list); ++entry) {
+        if (entry > 0 && list.h->devices[entry].backend != compute::BackendOpenCl)
+            continue;
+        ::Run run(entry, p, {}, [](ZelkHandle* h) { h->inputDataType = 1; });
+        ASSERT_EQ(zelk_ProcessFrame(run.h, frame.data()), 0) << zelk_GetErrorMsg(run.h);
+        const unsigned char* d = zelk_GetFrameDecisions(run.h);
+        EXPECT_EQ(std::vector<quint8>(d, d + Width), expected) << "backend " << run.s.backend;
+        ++devices;
+    }
+    EXPECT_GE(devices, 1);
+}
+
 INSTANTIATE_TEST_SUITE_P(Sessions, BackendSessions, ::testing::ValuesIn(sessions),
                          [](const testing::TestParamInfo<SessionCase>& info) { return std::string(info.param.name); });

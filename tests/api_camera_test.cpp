@@ -5,7 +5,10 @@
 
 #include <QTemporaryDir>
 #include <QTextStream>
+#include <cmath>
 #include <gtest/gtest.h>
+#include <limits>
+#include <string>
 
 namespace {
 
@@ -42,11 +45,17 @@ TEST(CameraDescription, WavelengthsComeFromAHeaderBeforeAnyAreAdded)
     EXPECT_EQ(h.h->deviceFrameWidth, 640);
     const QString shortList = writeHeader(dir, "samples = 8\nbands = 3\nwavelength = {1, 2}\n");
     EXPECT_EQ(zelk_SetDeviceWavelengthsFromENVIHeaderFile(h, shortList.toLatin1().constData()), -1);
-    EXPECT_EQ(zelk_SetDeviceWavelengthsFromENVIHeaderFile(h, nullptr), -101);
+    // A null name is an empty one: no header to open, and no text, like any failure.
+    const std::string before = zelk_GetErrorMsg(h);
+    const int code = zelk_GetErrorCode(h);
+    EXPECT_EQ(zelk_SetDeviceWavelengthsFromENVIHeaderFile(h, nullptr), -1);
+    EXPECT_EQ(zelk_GetErrorCode(h), code);
+    EXPECT_EQ(zelk_GetErrorMsg(h), before);
 }
 
 TEST(CameraDescription, GridIncludesBothEndsAndAlwaysTheFirst)
 {
+    const float inf = std::numeric_limits<float>::infinity();
     TestHandle h;
     ASSERT_EQ(zelk_SetResamplingWavelengthsGrid(h, 400, 10, 420), 0);
     EXPECT_EQ(*h.h->resamplingWavelengths, (QVector<double>{400, 410, 420}));
@@ -55,8 +64,24 @@ TEST(CameraDescription, GridIncludesBothEndsAndAlwaysTheFirst)
     // Grids that never end are refused rather than run until memory is gone.
     EXPECT_EQ(zelk_SetResamplingWavelengthsGrid(h, 400, 0, 500), -1);
     EXPECT_EQ(zelk_GetErrorCode(h), -1);
+    EXPECT_EQ(zelk_SetResamplingWavelengthsGrid(h, 400, -10, 500), -1);
+    EXPECT_EQ(zelk_SetResamplingWavelengthsGrid(h, 400, 10, inf), -1);
+    EXPECT_EQ(zelk_SetResamplingWavelengthsGrid(h, -inf, 10, 500), -1);
+    EXPECT_EQ(zelk_SetResamplingWavelengthsGrid(h, 1e20f, 1, 1e20f), -1); // the sum never moves
     EXPECT_EQ(zelk_SetResamplingWavelengthsGrid(h, 0, 1e-6f, 1e6f), -1);
     EXPECT_EQ(*h.h->resamplingWavelengths, (QVector<double>{400}));
+
+    // NaN or -inf arguments end the grid after its first value.
+    const float nan = std::nanf("");
+    const struct {
+        float first, step, last;
+    } oneValue[] = {{nan, 10, 500}, {400, nan, 500}, {400, 10, nan}, {400, 10, -inf}, {400, -10, 300}, {400, 0, 300}};
+    for (const auto& g : oneValue) {
+        zelk_SetResamplingWavelengthsGrid(h, 1, 1, 3);
+        ASSERT_EQ(zelk_SetResamplingWavelengthsGrid(h, g.first, g.step, g.last), 0) << g.first << " " << g.step << " " << g.last;
+        ASSERT_EQ(h.h->resamplingWavelengths->size(), 1);
+        EXPECT_EQ(std::isnan(h.h->resamplingWavelengths->front()), std::isnan(g.first));
+    }
 }
 
 TEST(CameraDescription, ResamplingNeedsAConsistentCameraAndGrid)

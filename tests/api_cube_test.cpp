@@ -162,6 +162,26 @@ TEST(CubePath, EachFormGivesTheDecisions)
     EXPECT_EQ(run.decisions(), expectedDecisions());
 }
 
+// A project that selects all its bands for a classifier of fewer: the full-band cube
+// of every 16-bit form has its classifier's bands looked up.
+TEST(CubePath, FullBandCubesOfAProjectSelectingAllBands)
+{
+    const auto counts = bipCube<quint16>();
+    const auto swapped = bigEndianCube(true);
+    for (const int type : {11, 8}) {
+        SCOPED_TRACE(type);
+        Project p = cameraProject(type);
+        p.bandSelection = QVector<bool>(Bands, true);
+        CubeRun run(p);
+        ASSERT_EQ(zelk_GetInputBands(run), Bands);
+        ASSERT_EQ(zelk_SetInputDataLayout(run, 1), 0);
+        ASSERT_EQ(zelk_StartAcquisition(run), 0) << zelk_GetErrorMsg(run);
+        ASSERT_EQ(zelk_ProcessCube(run, type == 8 ? static_cast<const void*>(swapped.data()) : counts.data()), 0)
+            << zelk_GetErrorMsg(run);
+        EXPECT_EQ(run.decisions(), expectedDecisions());
+    }
+}
+
 TEST(CubePath, RegionOfInterestIsClassifiedAndTheRestFilled)
 {
     CubeRun run(cameraProject(3));

@@ -75,6 +75,22 @@ void expectFrame(ZelkHandle* h, const std::vector<double>& z, int variables)
 
 } // namespace
 
+// Before the first start the index is checked against the loaded regressor, the mask
+// next, and outputs that do not exist yet are refused rather than read.
+TEST(RegressionVariant, OutputsBeforeTheFirstStart)
+{
+    LoadedRun run(regressionProject(Width, 2));
+    ZelkHandle* h = run.h;
+    const struct {
+        int varIndex, mask, code;
+    } cases[] = {{1, 1, -303}, {2, 1, -301}, {-1, 0, -301}, {1, 0, -304}, {0, 2, -304}};
+    for (const auto& c : cases) {
+        EXPECT_EQ(zelk_GetFrameRegOutputVar(h, c.varIndex, c.mask, 0), nullptr);
+        EXPECT_EQ(zelk_GetErrorCode(h), c.code) << c.varIndex << " " << c.mask << ": " << zelk_GetErrorMsg(h);
+    }
+    EXPECT_STREQ(zelk_GetErrorMsg(h), "zelk_GetFrameRegOutputVar: No regression output yet. Start the acquisition first.");
+}
+
 TEST(RegressionVariant, OutputsAndObjectMeansFollowTheChain)
 {
     for (int variables : {1, 2}) {

@@ -14,11 +14,11 @@ namespace compute::cpu {
 template <typename Float, typename Int>
 inline void expInPlace(Float& x)
 {
-    // The clamp keeps 2^n a normal float. It is written so that a NaN (from a spectrum
-    // holding one) fails the comparison and becomes the lowest value, exp(-87), since
-    // converting a NaN to an integer would be undefined.
-    x = x > -87.0f ? x : -87.0f;
-    x = x > 88.0f ? 88.0f : x;
+    // Below -104 single-precision exp is 0 and above 89 infinite, as it is at the
+    // clamps. A NaN (from a spectrum holding one) fails the comparison and takes the
+    // lowest value, since converting a NaN to an integer would be undefined.
+    x = x > -104.0f ? x : -104.0f;
+    x = x > 89.0f ? 89.0f : x;
     // Adding and taking away 1.5 · 2^23 rounds to the nearest integer.
     const Float n = (x * 1.44269504088896341f + 12582912.0f) - 12582912.0f;
     Float r = x - n * 0.693359375f;
@@ -34,8 +34,12 @@ inline void expInPlace(Float& x)
         bits = Int(n);
     else
         bits = __builtin_convertvector(n, Int);
-    bits = (bits + 127) << 23;
-    x = p * __builtin_bit_cast(Float, bits);
+    // 2^n as 2^h · 2^(n-h) with h = n/2 rounded down: both halves are normal floats for
+    // n in -150..128, and only the second product rounds, so that results below the
+    // normal range come out as the subnormal (or 0) that exp gives, not flushed.
+    const Int half = bits >> 1;
+    const Int upper = (half + 127) << 23, lower = (bits - half + 127) << 23;
+    x = p * __builtin_bit_cast(Float, upper) * __builtin_bit_cast(Float, lower);
 }
 
 } // namespace compute::cpu
