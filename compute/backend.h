@@ -41,6 +41,8 @@ public:
 // Bit mask of the backends this build and machine offer: bit 0 CPU, bit 1 CUDA,
 // bit 2 OpenCL.
 int availableBackends();
+// Whether the backend of that number is available; only that backend is looked for.
+bool backendAvailable(int number);
 
 // The backend of that number, or null when it is not available.
 Backend* backend(int number);

@@ -27,13 +27,17 @@ thread_local Backend* selected = nullptr;
 
 } // namespace
 
+bool backendAvailable(int number)
+{
+    return backend(number) != nullptr;
+}
+
 int availableBackends()
 {
-    int mask = 1 << 0;
-#ifdef ZELK_WITH_OPENCL
-    if (openCl().deviceCount() > 0)
-        mask |= 1 << 2;
-#endif
+    int mask = 0;
+    for (int number : {BackendCpu, BackendCuda, BackendOpenCl})
+        if (backendAvailable(number))
+            mask |= number;
     return mask;
 }
 

@@ -1,4 +1,5 @@
 #include "compute/sample_block.h"
+#include "compute/cpu/vector_math.h"
 
 #include <algorithm>
 
@@ -31,18 +32,14 @@ void stageTyped(const SampleBlock& block, const InputStage& stage, int B, int fi
     if (block.layout == SpectraLayout::PixelsByBands) {
         // One band a column: each model band is a contiguous run of the tile's pixels.
         for (int b = 0; b < B; ++b) {
-            const T* in = x + (bands ? bands[b] : b) * n + first;
-            float* o = out + qint64(b) * count;
-            if (!dark)
-                for (int p = 0; p < count; ++p)
-                    o[p] = float(in[p]);
-            else if (!gain)
-                for (int p = 0; p < count; ++p)
-                    o[p] = float(in[p]) - dark[b * W + first + p];
-            else
-                for (int p = 0; p < count; ++p)
-                    o[p] = (float(in[p]) - dark[b * W + first + p]) * gain[b * W + first + p];
+            const qint64 at = qint64(b) * W + first;
+            cpu::stageRow(x + (bands ? bands[b] : b) * n + first, dark ? dark + at : nullptr, gain ? gain + at : nullptr,
+                          out + qint64(b) * count, count);
         }
+        return;
+    }
+    if (!bands && !dark) { // the spectra as they are, only widened
+        cpu::stageRow(x + qint64(first) * B, nullptr, nullptr, out, count * B);
         return;
     }
     for (int p = 0; p < count; ++p) {
@@ -61,6 +58,20 @@ void stageTyped(const SampleBlock& block, const InputStage& stage, int B, int fi
 }
 
 } // namespace
+
+void stageSamples(const void* samples, SampleType type, const float* dark, const float* gain, float* out, qint64 n)
+{
+    constexpr qint64 Run = 1 << 30; // the row functions count in int
+    for (qint64 i = 0; i < n; i += Run) {
+        const int count = int(std::min(Run, n - i));
+        const float* d = dark ? dark + i : nullptr;
+        const float* g = gain ? gain + i : nullptr;
+        if (type == SampleType::U16)
+            cpu::stageRow(static_cast<const quint16*>(samples) + i, d, g, out + i, count);
+        else
+            cpu::stageRow(static_cast<const float*>(samples) + i, d, g, out + i, count);
+    }
+}
 
 void stageSpectra(const SampleBlock& block, const InputStage& stage, int modelBands, int first, int count, float* out)
 {

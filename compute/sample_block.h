@@ -34,6 +34,10 @@ struct InputStage {
     bool fits(const SampleBlock& block, int modelBands) const;
 };
 
+// out[i] = sample i as float, or (sample - dark[i]) * gain[i] when both are given: n
+// samples, with no band selection.
+void stageSamples(const void* samples, SampleType type, const float* dark, const float* gain, float* out, qint64 n);
+
 // Writes pixels first .. first+count-1 of the block as model-ready float spectra into
 // `out`, in the block's layout, compactly: B by count, or count by B.
 void stageSpectra(const SampleBlock& block, const InputStage& stage, int modelBands, int first, int count, float* out);

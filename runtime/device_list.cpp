@@ -13,8 +13,9 @@ int buildDeviceList(QList<ZelkDevice>& devices, int listNVIDIA, int listOpenCL)
         {compute::BackendOpenCl, listOpenCL == 1, -142},
     };
     for (const auto& family : families) {
-        // Asked only for the families wanted, so that a CPU-only list loads no GPU driver.
-        if (!family.wanted || !(compute::availableBackends() & family.number))
+        // Asked only for the families wanted, so that a CPU-only list loads no GPU driver
+        // (whose threads would run beside the caller's).
+        if (!family.wanted || !compute::backendAvailable(family.number))
             continue;
         compute::Backend* b = compute::backend(family.number);
         if (!b)

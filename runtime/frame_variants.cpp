@@ -13,15 +13,10 @@
 #include "runtime/report.h"
 #include "segment/segmenter.h"
 
-#include <omp.h>
 
 namespace {
 
 const char* const overflowText = "zelk_ProcessFrame: Max number of objects per frame reached";
-
-// Below this many samples a frame is corrected on one core: waking the second costs
-// more than it saves.
-constexpr qint64 ParallelSamples = 1 << 15;
 
 int frameFailure(ZelkHandle* h, const QString& reason)
 {
@@ -90,21 +85,11 @@ int checkRun(ZelkHandle* h, int bands)
 
 // out = in as float, or (in - dark) * gain, sample by sample: the frame and both
 // references hold the pixels of one band after another.
-template <typename T>
-void correctFrame(const ZelkHandle* h, const T* __restrict in, qint64 n, float* __restrict out)
+void correctFrame(const ZelkHandle* h, const void* in, compute::SampleType type, qint64 n, float* out)
 {
-    const int threads = n >= ParallelSamples ? omp_get_max_threads() : 1;
-    if (!perPixelCorrection(h)) {
-#pragma omp parallel for simd num_threads(threads) schedule(static) if (threads > 1)
-        for (qint64 i = 0; i < n; ++i)
-            out[i] = float(in[i]);
-        return;
-    }
-    const float* __restrict dark = h->darkRef.constData();
-    const float* __restrict gain = h->gainRef.constData();
-#pragma omp parallel for simd num_threads(threads) schedule(static) if (threads > 1)
-    for (qint64 i = 0; i < n; ++i)
-        out[i] = (float(in[i]) - dark[i]) * gain[i];
+    const bool correct = perPixelCorrection(h);
+    compute::stageSamples(in, type, correct ? h->darkRef.constData() : nullptr, correct ? h->gainRef.constData() : nullptr,
+                          out, n);
 }
 
 // The corrected frame in regFrame through classifier, regressor and tracker.
@@ -187,10 +172,8 @@ int regressFrame(ZelkHandle* h, const void* frame)
     if (const int refused = checkRun(h, bands))
         return refused;
     const qint64 n = qint64(h->inputWidth) * bands;
-    if (h->inputDataType == 1)
-        correctFrame(h, static_cast<const quint16*>(frame), n, h->regFrame.data());
-    else
-        correctFrame(h, static_cast<const float*>(frame), n, h->regFrame.data());
+    correctFrame(h, frame, h->inputDataType == 1 ? compute::SampleType::U16 : compute::SampleType::F32, n,
+                 h->regFrame.data());
     return runChain(h, bands);
 }
 
@@ -218,6 +201,6 @@ int resampleFrame(ZelkHandle* h, const void* frame)
         return frameFailure(h, QStringLiteral("Resampling cannot run (%1).").arg(why));
     if (!r->resampleFrame(static_cast<const quint16*>(frame), h->resampledFrame.data()))
         return frameFailure(h, QStringLiteral("The compute device failed to resample the frame."));
-    correctFrame(h, h->resampledFrame.data(), qint64(h->inputWidth) * bands, h->regFrame.data());
+    correctFrame(h, h->resampledFrame.data(), compute::SampleType::U16, qint64(h->inputWidth) * bands, h->regFrame.data());
     return runChain(h, bands);
 }

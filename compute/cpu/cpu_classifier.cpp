@@ -4,7 +4,6 @@
 
 #include <algorithm>
 #include <cblas.h>
-#include <omp.h>
 
 namespace compute::cpu {
 
@@ -31,17 +30,14 @@ CpuClassifier::CpuClassifier(const ClassifierModel& model)
             for (int c = 0; c < C; ++c)
                 outputs_[size_t(k) * C + c] = model.weights[c * (K + 1) + k];
     }
-    workspaces_.resize(size_t(std::max(1, omp_get_max_threads())));
-    for (Workspace& w : workspaces_) {
-        w.spectra.resize(size_t(model.bands) * MaxTilePixels);
-        if (fused_) {
-            w.scratch.resize(size_t(fusedScratchFloats(model.bands)));
-            continue;
-        }
-        w.features.resize(size_t(F) * MaxTilePixels);
-        w.units.resize(size_t(K) * MaxTilePixels);
-        w.scores.resize(size_t(C) * MaxTilePixels);
+    work_.spectra.resize(size_t(model.bands) * MaxTilePixels);
+    if (fused_) {
+        work_.scratch.resize(size_t(fusedScratchFloats(model.bands)));
+        return;
     }
+    work_.features.resize(size_t(F) * MaxTilePixels);
+    work_.units.resize(size_t(K) * MaxTilePixels);
+    work_.scores.resize(size_t(C) * MaxTilePixels);
 }
 
 bool CpuClassifier::fuses(const ClassifierModel& model)
@@ -57,26 +53,17 @@ void CpuClassifier::setClassRow(const QVector<float>& row)
 template <typename TileFn>
 void CpuClassifier::forEachTile(int n, TileFn tileFn)
 {
-    if (n <= 0)
-        return;
-    const int threads = n < ParallelPixels ? 1 : int(workspaces_.size());
-    // About five tiles a thread, so that a frame splits evenly; a multiple of 16 pixels.
-    const int tile = std::clamp((n / (5 * threads) + 15) / 16 * 16, 16, int(MaxTilePixels));
-    const int tiles = (n + tile - 1) / tile;
-#pragma omp parallel for num_threads(threads) schedule(static) if (threads > 1)
-    for (int t = 0; t < tiles; ++t) {
-        const int first = t * tile;
-        tileFn(first, std::min(tile, n - first), workspaces_[size_t(omp_get_thread_num())]);
-    }
+    for (int first = 0; first < n; first += MaxTilePixels)
+        tileFn(first, std::min(int(MaxTilePixels), n - first));
 }
 
 bool CpuClassifier::classify(const float* spectra, SpectraLayout layout, int n, quint8* decisions)
 {
     const bool bandsByPixels = layout == SpectraLayout::BandsByPixels;
     const qint64 ld = bandsByPixels ? model_.bands : n;
-    forEachTile(n, [&](int first, int count, Workspace& w) {
+    forEachTile(n, [&](int first, int count) {
         const float* x = spectra + (bandsByPixels ? qint64(first) * model_.bands : first);
-        classifyTile(x, layout, ld, count, decisions + first, w);
+        classifyTile(x, layout, ld, count, decisions + first, work_);
     });
     return true;
 }
@@ -84,9 +71,10 @@ bool CpuClassifier::classify(const float* spectra, SpectraLayout layout, int n, 
 bool CpuClassifier::classifyStaged(const SampleBlock& block, quint8* decisions)
 {
     const bool bandsByPixels = block.layout == SpectraLayout::BandsByPixels;
-    forEachTile(block.pixels, [&](int first, int count, Workspace& w) {
-        stageSpectra(block, stage_, model_.bands, first, count, w.spectra.data());
-        classifyTile(w.spectra.data(), block.layout, bandsByPixels ? model_.bands : count, count, decisions + first, w);
+    forEachTile(block.pixels, [&](int first, int count) {
+        stageSpectra(block, stage_, model_.bands, first, count, work_.spectra.data());
+        classifyTile(work_.spectra.data(), block.layout, bandsByPixels ? model_.bands : count, count, decisions + first,
+                     work_);
     });
     return true;
 }

@@ -1,6 +1,6 @@
 #pragma once
-// The CPU classifier kernel. Pixels are taken in tiles that stay in cache, spread over
-// the cores. Small networks go through each tile in one fused pass (fused_network.h).
+// The CPU classifier kernel. Pixels are taken in tiles that stay in cache, one after
+// another on the caller's thread. Small networks go through each tile in one fused pass (fused_network.h).
 // For the others the projection, the products with the centres and the output layer
 // are matrix products, and the distances come from ‖z‖² − 2zᵀc + ‖c‖².
 //
@@ -21,7 +21,7 @@ public:
     bool classify(const float* spectra, SpectraLayout layout, int n, quint8* decisions) override;
 
 protected:
-    // Each tile is staged into the thread's workspace right before its products.
+    // Each tile is staged into the workspace right before its products.
     bool classifyStaged(const SampleBlock& block, quint8* decisions) override;
     int modelBands() const override { return model_.bands; }
 
@@ -32,10 +32,6 @@ public:
     // True when the model goes through the fused pass rather than matrix products.
     static bool fuses(const ClassifierModel& model);
 
-    // Below this many pixels a block runs on one thread: the hand-over would cost more
-    // than the second core gives.
-    static constexpr int ParallelPixels = 128;
-
 private:
     struct Workspace {
         std::vector<float> spectra;  // B by tile, for staged blocks
@@ -45,8 +41,7 @@ private:
         std::vector<float> scratch;  // for the fused pass
     };
 
-    // Splits n pixels into tiles across the threads; `tile(first, count, workspace)`
-    // classifies one.
+    // Splits n pixels into tiles; `tile(first, count)` classifies one.
     template <typename TileFn>
     void forEachTile(int n, TileFn tile);
 
@@ -65,8 +60,7 @@ private:
     // For the fused pass: M by band, o padded, W with the weights of a unit together.
     std::vector<float> bandRows_, paddedOffset_, outputs_;
 
-    // One workspace per thread, made once.
-    std::vector<Workspace> workspaces_;
+    Workspace work_; // made once
 };
 
 } // namespace compute::cpu

@@ -1,6 +1,6 @@
 #pragma once
-// The regression kernel on the host: one BLAS product a frame, the pixels shared
-// between the cores, each core's part one call of a single-threaded BLAS.
+// The regression kernel on the host: one product of a single-threaded BLAS a frame, on
+// the caller's thread.
 
 #include "compute/regression_kernel.h"
 
@@ -14,9 +14,6 @@ public:
 
     bool predict(const float* frame, int pixels, float* outputs) override;
     bool reserve(int pixels) override;
-
-    // Frames from this many pixels on are shared between the cores.
-    static constexpr int ParallelPixels = 256;
 
 private:
     LinearMap map_;

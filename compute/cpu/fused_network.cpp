@@ -94,6 +94,29 @@ inline void projectPixels(const FusedNetwork& net, const float* x, qint64 ld, in
             transpose(rows + h * FusedMaxFeatures + g * LaneCount);
 }
 
+// Features f .. f + J - 1 of a block of one band a column: J sums side by side hide the
+// latency of each addition, and each band's pixels are loaded once for all of them.
+template <int J>
+__attribute__((always_inline)) inline void projectFeatures(const FusedNetwork& net, const float* x, qint64 ld, int f,
+                                                           Lanes* rows)
+{
+    Lanes sum[J][Parts];
+    for (int j = 0; j < J; ++j)
+        for (int h = 0; h < Parts; ++h)
+            sum[j][h] = Lanes{} + net.offset[f + j];
+    for (int b = 0; b < net.bands; ++b) {
+        const float* m = net.bandRows + qint64(b) * FusedMaxFeatures + f;
+        for (int h = 0; h < Parts; ++h) {
+            const Lanes v = *reinterpret_cast<const UnalignedLanes*>(x + b * ld + h * LaneCount);
+            for (int j = 0; j < J; ++j)
+                sum[j][h] += m[j] * v;
+        }
+    }
+    for (int j = 0; j < J; ++j)
+        for (int h = 0; h < Parts; ++h)
+            rows[h * FusedMaxFeatures + f + j] = sum[j][h];
+}
+
 // The same from one band a column, whose bands are rows of pixels already. A last block
 // that is not whole is copied into `scratch` first, padded with zeros.
 inline void projectBands(const FusedNetwork& net, const float* x, qint64 ld, int count, float* scratch, Lanes* rows)
@@ -106,16 +129,42 @@ inline void projectBands(const FusedNetwork& net, const float* x, qint64 ld, int
         x = scratch;
         ld = FusedBlockPixels;
     }
-    for (int f = 0; f < net.features; ++f) {
-        const float* m = net.matrix + qint64(f) * B;
-        Lanes sum[Parts];
-        for (int h = 0; h < Parts; ++h)
-            sum[h] = Lanes{} + net.offset[f];
-        for (int b = 0; b < B; ++b)
-            for (int h = 0; h < Parts; ++h)
-                sum[h] += m[b] * *reinterpret_cast<const UnalignedLanes*>(x + b * ld + h * LaneCount);
-        for (int h = 0; h < Parts; ++h)
-            rows[h * FusedMaxFeatures + f] = sum[h];
+    int f = 0;
+    for (; f + 8 <= net.features; f += 8)
+        projectFeatures<8>(net, x, ld, f, rows);
+    for (; f + 4 <= net.features; f += 4)
+        projectFeatures<4>(net, x, ld, f, rows);
+    for (; f < net.features; ++f)
+        projectFeatures<1>(net, x, ld, f, rows);
+}
+
+// Centres whose distances are summed side by side: independent sums hide the latency
+// of each addition, and a block's features are loaded once for all of them.
+constexpr int CentresTogether = 4;
+
+// Adds the units of centres k .. k + J - 1 to the class scores s.
+template <int C, int J>
+__attribute__((always_inline)) inline void addUnits(const FusedNetwork& net, const Lanes* rows, int k, Lanes (&s)[C][Parts])
+{
+    const int F = net.features;
+    const float* centre = net.centres + qint64(k) * F;
+    Lanes d[J][Parts] = {};
+    for (int f = 0; f < F; ++f)
+        for (int h = 0; h < Parts; ++h) {
+            const Lanes z = rows[h * FusedMaxFeatures + f];
+            for (int j = 0; j < J; ++j) {
+                const Lanes t = z - centre[j * F + f];
+                d[j][h] += t * t;
+            }
+        }
+    for (int j = 0; j < J; ++j) {
+        const float* w = net.outputs + qint64(k + j + 1) * C;
+        for (int h = 0; h < Parts; ++h) {
+            Lanes a = net.gammas[k + j] * d[j][h];
+            expInPlace<Lanes, IntLanes>(a);
+            for (int c = 0; c < C; ++c)
+                s[c][h] += a * w[c];
+        }
     }
 }
 
@@ -125,7 +174,7 @@ template <int C>
 __attribute__((always_inline)) inline void classifyBlock(const FusedNetwork& net, const Lanes* rows, int count,
                                                          quint8* decisions)
 {
-    const int F = net.features, K = net.units;
+    const int K = net.units;
 
     // s_c = W(0,c) + Σ_k exp(g_k ‖z − c_k‖²) W(k+1,c). The difference form keeps
     // distances exact near a centre, whatever the magnitude of z.
@@ -133,22 +182,11 @@ __attribute__((always_inline)) inline void classifyBlock(const FusedNetwork& net
     for (int c = 0; c < C; ++c)
         for (int h = 0; h < Parts; ++h)
             s[c][h] = Lanes{} + net.outputs[c];
-    for (int k = 0; k < K; ++k) {
-        const float* centre = net.centres + qint64(k) * F;
-        const float* w = net.outputs + qint64(k + 1) * C;
-        Lanes d[Parts] = {};
-        for (int f = 0; f < F; ++f)
-            for (int h = 0; h < Parts; ++h) {
-                const Lanes t = rows[h * FusedMaxFeatures + f] - centre[f];
-                d[h] += t * t;
-            }
-        for (int h = 0; h < Parts; ++h) {
-            Lanes a = net.gammas[k] * d[h];
-            expInPlace<Lanes, IntLanes>(a);
-            for (int c = 0; c < C; ++c)
-                s[c][h] += a * w[c];
-        }
-    }
+    int k = 0;
+    for (; k + CentresTogether <= K; k += CentresTogether)
+        addUnits<C, CentresTogether>(net, rows, k, s);
+    for (; k < K; ++k)
+        addUnits<C, 1>(net, rows, k, s);
 
     // The weighted maximum, the first class on ties, then the winner's own threshold.
     float top[FusedBlockPixels];

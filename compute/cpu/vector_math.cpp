@@ -24,6 +24,35 @@ ZELK_VECTOR_CLONES void radialUnits(const float* dot, const float* norms, const 
     }
 }
 
+namespace {
+
+template <typename T>
+inline void stageRowOf(const T* __restrict in, const float* __restrict dark, const float* __restrict gain,
+                       float* __restrict out, int n)
+{
+    if (!dark)
+        for (int i = 0; i < n; ++i)
+            out[i] = float(in[i]);
+    else if (!gain)
+        for (int i = 0; i < n; ++i)
+            out[i] = float(in[i]) - dark[i];
+    else
+        for (int i = 0; i < n; ++i)
+            out[i] = (float(in[i]) - dark[i]) * gain[i];
+}
+
+} // namespace
+
+ZELK_VECTOR_CLONES void stageRow(const std::uint16_t* in, const float* dark, const float* gain, float* out, int n)
+{
+    stageRowOf(in, dark, gain, out, n);
+}
+
+ZELK_VECTOR_CLONES void stageRow(const float* in, const float* dark, const float* gain, float* out, int n)
+{
+    stageRowOf(in, dark, gain, out, n);
+}
+
 ZELK_VECTOR_CLONES float sumOfSquares(const float* values, int n)
 {
     float sum = 0.0f;

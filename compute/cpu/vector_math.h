@@ -18,10 +18,15 @@ namespace compute::cpu {
 // pixel from the products dot[i] = -2 zᵀc_i, the centre norms and the pixel norm zz.
 void radialUnits(const float* dot, const float* norms, const float* gamma, float zz, float* out, int n);
 
-// Sets the BLAS to one thread, once. The kernels split their work between the cores
-// themselves, each calling the BLAS on one part; a BLAS that started threads of its
-// own inside would only fight them for the cores (seen as a 70-fold slow-down).
+// Sets the BLAS to one thread, once. The library links a serial BLAS, but a process
+// that loaded a threaded build of the same library first (a Python caller with numpy)
+// shares that one: its threads must not take the caller's other cores.
 void useSingleThreadedBlas();
+
+// out[i] = in[i] as float, less dark[i] when `dark` is given, times gain[i] when `gain`
+// is given too: n samples of a camera as a classifier or regressor takes them.
+void stageRow(const std::uint16_t* in, const float* dark, const float* gain, float* out, int n);
+void stageRow(const float* in, const float* dark, const float* gain, float* out, int n);
 
 // Sum of squares of n values.
 float sumOfSquares(const float* values, int n);

@@ -1,0 +1,213 @@
+// What one frame or cube costs on the caller's thread, through the C interface: the
+// reference workloads of workloads.h with segmentation on, every result read. One run
+// prints one line of JSON, for bench/realtime.py to gather over rounds:
+//   bench_realtime w1 FRAMES     frames/s and latencies of W1 frames
+//   bench_realtime cube CUBES    the same for cubes
+//   bench_realtime sgemm         the BLAS's single-thread sgemm rate, GFLOP/s
+//   bench_realtime export DIR    the workloads' networks and data as raw files, for the
+//                                references that redo the arithmetic in numpy and PyTorch
+// Heap allocations are counted by wrapping the C library's allocator in this program.
+
+#include "workloads.h"
+#include "zelk.h"
+
+#include <QDir>
+#include <QFile>
+#include <algorithm>
+#include <atomic>
+#include <cblas.h>
+#include <chrono>
+#include <cstdio>
+#include <cstring>
+#include <vector>
+
+extern "C" {
+void* __libc_malloc(size_t);
+void* __libc_calloc(size_t, size_t);
+void* __libc_realloc(void*, size_t);
+void* __libc_memalign(size_t, size_t);
+}
+
+namespace {
+std::atomic<long long> allocations{0};
+}
+
+// Every path into the heap of this process, the library's and Qt's included.
+extern "C" void* malloc(size_t n)
+{
+    allocations.fetch_add(1, std::memory_order_relaxed);
+    return __libc_malloc(n);
+}
+extern "C" void* calloc(size_t n, size_t size)
+{
+    allocations.fetch_add(1, std::memory_order_relaxed);
+    return __libc_calloc(n, size);
+}
+extern "C" void* realloc(void* p, size_t n)
+{
+    allocations.fetch_add(1, std::memory_order_relaxed);
+    return __libc_realloc(p, n);
+}
+extern "C" void* memalign(size_t alignment, size_t n)
+{
+    allocations.fetch_add(1, std::memory_order_relaxed);
+    return __libc_memalign(alignment, n);
+}
+extern "C" void* aligned_alloc(size_t alignment, size_t n)
+{
+    return memalign(alignment, n);
+}
+extern "C" int posix_memalign(void** out, size_t alignment, size_t n)
+{
+    *out = memalign(alignment, n);
+    return *out ? 0 : 12; // ENOMEM
+}
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double percentile(std::vector<double> v, double q)
+{
+    std::sort(v.begin(), v.end());
+    return v[std::min(v.size() - 1, size_t(q * double(v.size() - 1) + 0.5))];
+}
+
+double modelFlops(const workloads::Network& n, double pixels)
+{
+    return 2.0 * pixels * (double(n.bands) * n.features + double(n.features) * n.units + double(n.units) * n.classes);
+}
+
+// Loads the workload's model and starts it with segmentation on; null on failure.
+ZelkHandle* start(const QTemporaryDir& dir, const workloads::Workload& w)
+{
+    ZelkHandle* h = zelk_Init(nullptr);
+    const QString path = modelfiles::writeModel(dir, w.project);
+    if (zelk_LoadModel(h, path.toLatin1().constData()) != 0 || zelk_SetInputDataLayout(h, w.layout) != 0
+        || zelk_SetSegmentation(h, 1) != 0 || zelk_StartAcquisition(h) != 0) {
+        std::fprintf(stderr, "cannot start: %s\n", zelk_GetErrorMsg(h));
+        zelk_Release(h);
+        return nullptr;
+    }
+    return h;
+}
+
+// Feeds `count` units after the library's warm-up, each timed alone, every result read.
+int run(const char* name, const workloads::Workload& w, int count, bool cubes)
+{
+    QTemporaryDir dir;
+    ZelkHandle* h = start(dir, w);
+    if (!h)
+        return 1;
+    long long objects = 0;
+    auto feed = [&](int i) {
+        const quint16* data = w.data.data() + size_t(i % w.units) * w.unitSamples;
+        const int r = cubes ? zelk_ProcessCube(h, data) : zelk_ProcessFrame(h, data);
+        if (r != 0) {
+            std::fprintf(stderr, "%s %d failed: %s\n", cubes ? "cube" : "frame", i, zelk_GetErrorMsg(h));
+            return false;
+        }
+        const unsigned char* d = cubes ? zelk_GetCubeDecisions(h) : zelk_GetFrameDecisions(h);
+        const int n = zelk_GetObjCount(h);
+        for (int k = 0; k < n; ++k) {
+            int* record = nullptr;
+            zelk_GetObjDataInt(h, k, &record);
+        }
+        objects += n;
+        return d != nullptr;
+    };
+    const int warmup = cubes ? 3 : 600; // past the library's own 500 warm-up frames
+    for (int i = 0; i < warmup; ++i)
+        if (!feed(i))
+            return 1;
+    objects = 0;
+    std::vector<double> latencies(static_cast<size_t>(count));
+    const long long allocationsBefore = allocations.load();
+    const Clock::time_point begin = Clock::now();
+    for (int i = 0; i < count; ++i) {
+        const Clock::time_point t = Clock::now();
+        if (!feed(i))
+            return 1;
+        latencies[size_t(i)] = std::chrono::duration<double>(Clock::now() - t).count();
+    }
+    const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
+    const long long allocated = allocations.load() - allocationsBefore;
+    zelk_StopAcquisition(h);
+    zelk_Release(h);
+    const double rate = count / seconds;
+    std::printf("{\"workload\": \"%s\", \"units\": %d, \"per_second\": %.3f, \"mpixel_per_second\": %.4f, "
+                "\"gflops\": %.3f, \"p50_us\": %.2f, \"p99_us\": %.2f, \"p999_us\": %.2f, \"max_us\": %.2f, "
+                "\"allocations_per_unit\": %.4f, \"objects\": %lld}\n",
+                name, count, rate, rate * w.pixels / 1e6, rate * modelFlops(w.network, w.pixels) / 1e9,
+                1e6 * percentile(latencies, 0.5), 1e6 * percentile(latencies, 0.99), 1e6 * percentile(latencies, 0.999),
+                1e6 * *std::max_element(latencies.begin(), latencies.end()), double(allocated) / count, objects);
+    return 0;
+}
+
+int sgemm()
+{
+    const int n = 512;
+    std::vector<float> a(size_t(n) * n, 0.5f), b(size_t(n) * n, 0.25f), c(size_t(n) * n);
+    int reps = 0;
+    const Clock::time_point begin = Clock::now();
+    double seconds = 0;
+    while (seconds < 1.0 || reps < 3) {
+        cblas_sgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n, n, n, 1.0f, a.data(), n, b.data(), n, 0.0f, c.data(), n);
+        ++reps;
+        seconds = std::chrono::duration<double>(Clock::now() - begin).count();
+    }
+    std::printf("{\"workload\": \"sgemm\", \"gflops\": %.3f}\n", 2.0 * n * n * n * reps / seconds / 1e9);
+    return 0;
+}
+
+template <typename T>
+bool writeRaw(const QString& path, const std::vector<T>& v)
+{
+    QFile f(path);
+    return f.open(QIODevice::WriteOnly)
+           && f.write(reinterpret_cast<const char*>(v.data()), qint64(v.size() * sizeof(T))) == qint64(v.size() * sizeof(T));
+}
+
+// DIR/NAME.json with the sizes, and one raw little-endian file per array beside it.
+bool exportWorkload(const QDir& dir, const char* name, const workloads::Workload& w, const char* layout)
+{
+    const workloads::Network& n = w.network;
+    const QString base = dir.filePath(QLatin1String(name));
+    const bool arrays = writeRaw(base + ".bands.i32", n.selectedBands) && writeRaw(base + ".matrix.f32", n.matrix)
+                        && writeRaw(base + ".offset.f32", n.offset) && writeRaw(base + ".centres.f32", n.centres)
+                        && writeRaw(base + ".gammas.f32", n.gammas) && writeRaw(base + ".weights.f32", n.weights)
+                        && writeRaw(base + ".thresholds.f32", n.thresholds) && writeRaw(base + ".data.u16", w.data);
+    QFile meta(base + ".json");
+    if (!arrays || !meta.open(QIODevice::WriteOnly))
+        return false;
+    meta.write(QStringLiteral("{\"bands\": %1, \"features\": %2, \"units\": %3, \"classes\": %4, \"pixels\": %5, "
+                              "\"count\": %6, \"camera_bands\": %7, \"layout\": \"%8\"}\n")
+                   .arg(n.bands).arg(n.features).arg(n.units).arg(n.classes).arg(w.pixels).arg(w.units)
+                   .arg(qint64(w.unitSamples) / w.pixels).arg(QLatin1String(layout)).toUtf8());
+    return true;
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    const QString what = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QString();
+    const int count = argc > 2 ? std::atoi(argv[2]) : 0;
+    if (what == QLatin1String("w1") && count > 0)
+        return run("w1", workloads::w1(), count, false);
+    if (what == QLatin1String("cube") && count > 0)
+        return run("cube", workloads::cube(), count, true);
+    if (what == QLatin1String("sgemm"))
+        return sgemm();
+    if (what == QLatin1String("export") && argc > 2) {
+        const QDir dir(QString::fromLocal8Bit(argv[2]));
+        if (!dir.mkpath(QStringLiteral(".")) || !exportWorkload(dir, "w1", workloads::w1(), "bil")
+            || !exportWorkload(dir, "cube", workloads::cube(), "bip")) {
+            std::fprintf(stderr, "cannot write into %s\n", argv[2]);
+            return 1;
+        }
+        return 0;
+    }
+    std::fprintf(stderr, "usage: bench_realtime w1 FRAMES | cube CUBES | sgemm | export DIR\n");
+    return 2;
+}
