@@ -46,6 +46,38 @@ TEST(ClassifierKernel, NearestCentreWinsAndTiesGoToTheFirstClass)
         EXPECT_EQ(classify(*k, {0, 0, 10, 0, 4, 1, 6, -1, 5, 0, 5, 3}), (std::vector<quint8>{0, 1, 0, 1, 0, 0}));
 }
 
+// One centre at the origin with unit exp(-d²), a zero bias and a huge weight on class 1:
+// a pixel is class 1 exactly while its unit is not 0. Blocks of pixels on both sides of
+// the distance where the unit underflows, and blocks wholly beyond it, which the fast
+// kernel passes over, must all decide as single precision does, in both layouts.
+TEST(ClassifierKernel, UnitsVanishExactlyWhereSinglePrecisionExpDoes)
+{
+    ClassifierModel m = twoCentres();
+    m.units = 1;
+    m.centres = {0, 0};
+    m.gammas = {-1};
+    m.weights = {0, 0, /* class 1 */ 0, 1e30f};
+    const int n = 960;
+    std::vector<float> pixelMajor(2 * n, 0.0f), bandMajor(2 * n, 0.0f);
+    std::vector<quint8> expected(n);
+    for (int p = 0; p < n; ++p) {
+        const float x = std::sqrt(96.0f + 16.0f * float(p) / n); // squared distances 96 .. 112
+        pixelMajor[2 * p] = bandMajor[p] = x;
+        float a = -(x * x);
+        cpu::expInPlace<float, std::int32_t>(a);
+        expected[p] = a > 0 ? 1 : 0;
+    }
+    ASSERT_EQ(expected.front(), 1);
+    ASSERT_EQ(expected.back(), 0);
+    cpu::CpuClassifier k(m);
+    std::vector<quint8> out(n, 99);
+    k.classify(pixelMajor.data(), SpectraLayout::BandsByPixels, n, out.data());
+    EXPECT_EQ(out, expected);
+    std::fill(out.begin(), out.end(), 99);
+    k.classify(bandMajor.data(), SpectraLayout::PixelsByBands, n, out.data());
+    EXPECT_EQ(out, expected);
+}
+
 TEST(ClassifierKernel, RejectsOnlyBelowTheWinnersOwnThreshold)
 {
     ClassifierModel m = twoCentres();

@@ -29,12 +29,16 @@ CpuClassifier::CpuClassifier(const ClassifierModel& model)
         for (int k = 0; k <= K; ++k)
             for (int c = 0; c < C; ++c)
                 outputs_[size_t(k) * C + c] = model.weights[c * (K + 1) + k];
+        centresByFeature_.resize(size_t(F) * K);
+        for (int k = 0; k < K; ++k)
+            for (int f = 0; f < F; ++f)
+                centresByFeature_[size_t(f) * K + k] = shiftedCentres_[size_t(k) * F + f];
+        reach_ = unitReach(model.gammas.constData(), outputs_.data(), K, C);
+        fusedScratch_ = std::make_unique<FusedScratch>(model.bands, K);
     }
     work_.spectra.resize(size_t(model.bands) * MaxTilePixels);
-    if (fused_) {
-        work_.scratch.resize(size_t(fusedScratchFloats(model.bands)));
+    if (fused_)
         return;
-    }
     work_.features.resize(size_t(F) * MaxTilePixels);
     work_.units.resize(size_t(K) * MaxTilePixels);
     work_.scores.resize(size_t(C) * MaxTilePixels);
@@ -95,7 +99,9 @@ void CpuClassifier::classifyTile(const float* x, SpectraLayout layout, qint64 ld
     net.outputs = outputs_.data();
     net.classRow = classRow_.data();
     net.thresholds = model_.rejects() ? model_.thresholds.constData() : nullptr;
-    classifyFused(net, x, layout == SpectraLayout::BandsByPixels, ld, count, w.scratch.data(), decisions);
+    net.centresByFeature = centresByFeature_.data();
+    net.reach = reach_.data();
+    classifyFused(net, x, layout == SpectraLayout::BandsByPixels, ld, count, *fusedScratch_, decisions);
 }
 
 void CpuClassifier::multiplyTile(const float* x, SpectraLayout layout, qint64 ld, int count, quint8* decisions, Workspace& w)

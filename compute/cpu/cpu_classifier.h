@@ -8,7 +8,9 @@
 // centres are shifted by the mean of the centres first (shiftCentres).
 
 #include "compute/classifier_kernel.h"
+#include "compute/cpu/fused_network.h"
 
+#include <memory>
 #include <vector>
 
 namespace compute::cpu {
@@ -38,7 +40,6 @@ private:
         std::vector<float> features; // F by tile, for matrix products
         std::vector<float> units;    // K by tile, for matrix products
         std::vector<float> scores;   // C by tile, for matrix products
-        std::vector<float> scratch;  // for the fused pass
     };
 
     // Splits n pixels into tiles; `tile(first, count)` classifies one.
@@ -59,6 +60,8 @@ private:
     std::vector<float> classRow_;
     // For the fused pass: M by band, o padded, W with the weights of a unit together.
     std::vector<float> bandRows_, paddedOffset_, outputs_;
+    std::vector<float> centresByFeature_, reach_;
+    std::unique_ptr<FusedScratch> fusedScratch_;
 
     Workspace work_; // made once
 };

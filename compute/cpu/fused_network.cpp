@@ -4,7 +4,9 @@
 
 #include <algorithm>
 #include <cstdint>
+#include <cmath>
 #include <cstring>
+#include <limits>
 #include <utility>
 
 namespace compute::cpu {
@@ -118,15 +120,16 @@ __attribute__((always_inline)) inline void projectFeatures(const FusedNetwork& n
 }
 
 // The same from one band a column, whose bands are rows of pixels already. A last block
-// that is not whole is copied into `scratch` first, padded with zeros.
-inline void projectBands(const FusedNetwork& net, const float* x, qint64 ld, int count, float* scratch, Lanes* rows)
+// that is not whole is copied into scratch first, padded with zeros.
+inline void projectBands(const FusedNetwork& net, const float* x, qint64 ld, int count, FusedScratch& scratch, Lanes* rows)
 {
     const int B = net.bands;
     if (count < FusedBlockPixels) {
-        std::fill(scratch, scratch + qint64(B) * FusedBlockPixels, 0.0f);
+        float* block = scratch.block.data();
+        std::fill(block, block + qint64(B) * FusedBlockPixels, 0.0f);
         for (int b = 0; b < B; ++b)
-            std::copy_n(x + b * ld, count, scratch + qint64(b) * FusedBlockPixels);
-        x = scratch;
+            std::copy_n(x + b * ld, count, block + qint64(b) * FusedBlockPixels);
+        x = block;
         ld = FusedBlockPixels;
     }
     int f = 0;
@@ -138,29 +141,35 @@ inline void projectBands(const FusedNetwork& net, const float* x, qint64 ld, int
         projectFeatures<1>(net, x, ld, f, rows);
 }
 
+// exp of anything below this is 0 in single precision, and so in expInPlace.
+constexpr float VanishingExponent = -104.0f;
+
 // Centres whose distances are summed side by side: independent sums hide the latency
 // of each addition, and a block's features are loaded once for all of them.
 constexpr int CentresTogether = 4;
 
-// Adds the units of centres k .. k + J - 1 to the class scores s.
+// Adds the units of the J centres numbered in `units` to the class scores s.
 template <int C, int J>
-__attribute__((always_inline)) inline void addUnits(const FusedNetwork& net, const Lanes* rows, int k, Lanes (&s)[C][Parts])
+__attribute__((always_inline)) inline void addUnits(const FusedNetwork& net, const Lanes* rows, const int* units,
+                                                    Lanes (&s)[C][Parts])
 {
     const int F = net.features;
-    const float* centre = net.centres + qint64(k) * F;
+    const float* centre[J];
+    for (int j = 0; j < J; ++j)
+        centre[j] = net.centres + qint64(units[j]) * F;
     Lanes d[J][Parts] = {};
     for (int f = 0; f < F; ++f)
         for (int h = 0; h < Parts; ++h) {
             const Lanes z = rows[h * FusedMaxFeatures + f];
             for (int j = 0; j < J; ++j) {
-                const Lanes t = z - centre[j * F + f];
+                const Lanes t = z - centre[j][f];
                 d[j][h] += t * t;
             }
         }
     for (int j = 0; j < J; ++j) {
-        const float* w = net.outputs + qint64(k + j + 1) * C;
+        const float* w = net.outputs + qint64(units[j] + 1) * C;
         for (int h = 0; h < Parts; ++h) {
-            Lanes a = net.gammas[k + j] * d[j][h];
+            Lanes a = net.gammas[units[j]] * d[j][h];
             expInPlace<Lanes, IntLanes>(a);
             for (int c = 0; c < C; ++c)
                 s[c][h] += a * w[c];
@@ -168,25 +177,75 @@ __attribute__((always_inline)) inline void addUnits(const FusedNetwork& net, con
     }
 }
 
+// The centres that a pixel of the block may reach, in ascending order; returns their
+// number. The block's pixels lie in a ball around their mean; a centre further from the
+// ball than its unit's reach has units of exactly 0 for every pixel in it, which add
+// nothing to any score. Pixels of a block mostly lie near a few centres of one class,
+// so most centres are passed over. The margins keep the test on the safe side of the
+// rounding of all its sums.
+int nearCentres(const FusedNetwork& net, const Lanes* rows, FusedScratch& scratch)
+{
+    const int F = net.features, K = net.units;
+    float middle[FusedMaxFeatures];
+    for (int f = 0; f < F; ++f) {
+        Lanes sum = rows[f];
+        for (int h = 1; h < Parts; ++h)
+            sum += rows[h * FusedMaxFeatures + f];
+        float total = 0;
+        for (int l = 0; l < LaneCount; ++l)
+            total += sum[l];
+        middle[f] = total / FusedBlockPixels;
+    }
+    float radius2 = 0;
+    for (int h = 0; h < Parts; ++h) {
+        Lanes r = {};
+        for (int f = 0; f < F; ++f) {
+            const Lanes t = rows[h * FusedMaxFeatures + f] - middle[f];
+            r += t * t;
+        }
+        for (int l = 0; l < LaneCount; ++l)
+            radius2 = radius2 >= r[l] ? radius2 : r[l]; // a NaN stays, and passes nothing over
+    }
+    const float radius = std::sqrt(radius2);
+
+    float* __restrict distance = scratch.distances.data();
+    std::fill_n(distance, K, 0.0f);
+    for (int f = 0; f < F; ++f) {
+        const float* __restrict c = net.centresByFeature + qint64(f) * K;
+        const float m = middle[f];
+        for (int k = 0; k < K; ++k)
+            distance[k] += (m - c[k]) * (m - c[k]);
+    }
+    int* near = scratch.near.data();
+    int n = 0;
+    for (int k = 0; k < K; ++k) {
+        const float d = std::sqrt(distance[k]);
+        const bool passed = d - radius > 1.01f * net.reach[k] + 1e-4f * (d + radius);
+        near[n] = k;
+        n += passed ? 0 : 1;
+    }
+    return n;
+}
+
 // The decisions of a block from its features as the projections leave them. C is a
 // constant so that the class scores stay in registers.
 template <int C>
 __attribute__((always_inline)) inline void classifyBlock(const FusedNetwork& net, const Lanes* rows, int count,
-                                                         quint8* decisions)
+                                                         FusedScratch& scratch, quint8* decisions)
 {
-    const int K = net.units;
-
     // s_c = W(0,c) + Σ_k exp(g_k ‖z − c_k‖²) W(k+1,c). The difference form keeps
     // distances exact near a centre, whatever the magnitude of z.
     Lanes s[C][Parts];
     for (int c = 0; c < C; ++c)
         for (int h = 0; h < Parts; ++h)
             s[c][h] = Lanes{} + net.outputs[c];
-    int k = 0;
-    for (; k + CentresTogether <= K; k += CentresTogether)
-        addUnits<C, CentresTogether>(net, rows, k, s);
-    for (; k < K; ++k)
-        addUnits<C, 1>(net, rows, k, s);
+    const int n = nearCentres(net, rows, scratch);
+    const int* near = scratch.near.data();
+    int i = 0;
+    for (; i + CentresTogether <= n; i += CentresTogether)
+        addUnits<C, CentresTogether>(net, rows, near + i, s);
+    for (; i < n; ++i)
+        addUnits<C, 1>(net, rows, near + i, s);
 
     // The weighted maximum, the first class on ties, then the winner's own threshold.
     float top[FusedBlockPixels];
@@ -211,8 +270,26 @@ __attribute__((always_inline)) inline void classifyBlock(const FusedNetwork& net
 
 } // namespace
 
+std::vector<float> unitReach(const float* gammas, const float* outputs, int units, int classes)
+{
+    std::vector<float> reach(size_t(units), std::numeric_limits<float>::infinity());
+    for (int k = 0; k < units; ++k) {
+        const float* w = outputs + qint64(k + 1) * classes;
+        if (gammas[k] < 0 && std::all_of(w, w + classes, [](float x) { return std::isfinite(x); }))
+            reach[size_t(k)] = std::sqrt(-VanishingExponent / -gammas[k]);
+    }
+    return reach;
+}
+
+FusedScratch::FusedScratch(int bands, int units)
+    : block(size_t(bands) * FusedBlockPixels)
+    , distances(size_t(units))
+    , near(size_t(units))
+{
+}
+
 ZELK_VECTOR_CLONES void classifyFused(const FusedNetwork& net, const float* x, bool pixelMajor, qint64 ld, int count,
-                                      float* scratch, quint8* decisions)
+                                      FusedScratch& scratch, quint8* decisions)
 {
     Lanes features[Parts * FusedMaxFeatures];
     for (int first = 0; first < count; first += FusedBlockPixels) {
@@ -226,14 +303,14 @@ ZELK_VECTOR_CLONES void classifyFused(const FusedNetwork& net, const float* x, b
         quint8* out = decisions + first;
         static_assert(FusedMaxClasses == 8, "one case a class count");
         switch (net.classes) {
-        case 1: classifyBlock<1>(net, features, n, out); break;
-        case 2: classifyBlock<2>(net, features, n, out); break;
-        case 3: classifyBlock<3>(net, features, n, out); break;
-        case 4: classifyBlock<4>(net, features, n, out); break;
-        case 5: classifyBlock<5>(net, features, n, out); break;
-        case 6: classifyBlock<6>(net, features, n, out); break;
-        case 7: classifyBlock<7>(net, features, n, out); break;
-        default: classifyBlock<8>(net, features, n, out); break;
+        case 1: classifyBlock<1>(net, features, n, scratch, out); break;
+        case 2: classifyBlock<2>(net, features, n, scratch, out); break;
+        case 3: classifyBlock<3>(net, features, n, scratch, out); break;
+        case 4: classifyBlock<4>(net, features, n, scratch, out); break;
+        case 5: classifyBlock<5>(net, features, n, scratch, out); break;
+        case 6: classifyBlock<6>(net, features, n, scratch, out); break;
+        case 7: classifyBlock<7>(net, features, n, scratch, out); break;
+        default: classifyBlock<8>(net, features, n, scratch, out); break;
         }
     }
 }

@@ -7,6 +7,7 @@
 // 4 to 32 rows leave much of a vector unit idle.
 
 #include <QtGlobal>
+#include <vector>
 
 namespace compute::cpu {
 
@@ -21,6 +22,24 @@ struct FusedNetwork {
     const float* outputs = nullptr;    // C by K + 1: the biases, then the weights of each unit
     const float* classRow = nullptr;   // C
     const float* thresholds = nullptr; // C, or null when the classifier does not reject
+    // For passing over centres that no pixel of a block can reach: the centres again,
+    // K by F, one feature a row; and for each unit the distance beyond which its unit
+    // is 0 in single precision, infinite where it never is (or its weights are not all
+    // finite, so that a 0 unit could still change a score).
+    const float* centresByFeature = nullptr;
+    const float* reach = nullptr;
+};
+
+// Distances to a unit beyond which exp(g ‖z − c‖²) is 0 in single precision, one per
+// unit of the network whose weights are `outputs` (C by K + 1, biases first).
+std::vector<float> unitReach(const float* gammas, const float* outputs, int units, int classes);
+
+// Work memory of the fused pass, made once for a model.
+struct FusedScratch {
+    std::vector<float> block;     // a last block that is not whole, band by band
+    std::vector<float> distances; // from the block's middle to each centre
+    std::vector<int> near;        // the centres a block's pixels may reach
+    FusedScratch(int bands, int units);
 };
 
 // Pixels a block.
@@ -30,16 +49,10 @@ constexpr int FusedBlockPixels = 32;
 constexpr int FusedMaxFeatures = 32;
 constexpr int FusedMaxClasses = 8;
 
-// Floats of scratch memory that classifyFused needs for a model of `bands` bands.
-constexpr qint64 fusedScratchFloats(int bands)
-{
-    return qint64(bands) * FusedBlockPixels;
-}
-
 // Writes the decisions of `count` pixels. `x` holds one spectrum a column with `ld`
 // between pixels when `pixelMajor`, one band a column with `ld` between bands
 // otherwise.
-void classifyFused(const FusedNetwork& net, const float* x, bool pixelMajor, qint64 ld, int count, float* scratch,
+void classifyFused(const FusedNetwork& net, const float* x, bool pixelMajor, qint64 ld, int count, FusedScratch& scratch,
                    quint8* decisions);
 
 } // namespace compute::cpu
