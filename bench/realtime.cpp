@@ -135,12 +135,15 @@ int run(const char* name, const workloads::Workload& w, int count, bool cubes)
     zelk_StopAcquisition(h);
     zelk_Release(h);
     const double rate = count / seconds;
+    const double p50 = percentile(latencies, 0.5);
+    const auto slowest = std::max_element(latencies.begin(), latencies.end());
+    const long long beyondFive = std::count_if(latencies.begin(), latencies.end(), [&](double t) { return t > 5 * p50; });
     std::printf("{\"workload\": \"%s\", \"units\": %d, \"per_second\": %.3f, \"mpixel_per_second\": %.4f, "
                 "\"gflops\": %.3f, \"p50_us\": %.2f, \"p99_us\": %.2f, \"p999_us\": %.2f, \"max_us\": %.2f, "
-                "\"allocations_per_unit\": %.4f, \"objects\": %lld}\n",
+                "\"slowest_at\": %lld, \"beyond_5x_p50\": %lld, \"allocations_per_unit\": %.4f, \"objects\": %lld}\n",
                 name, count, rate, rate * w.pixels / 1e6, rate * modelFlops(w.network, w.pixels) / 1e9,
-                1e6 * percentile(latencies, 0.5), 1e6 * percentile(latencies, 0.99), 1e6 * percentile(latencies, 0.999),
-                1e6 * *std::max_element(latencies.begin(), latencies.end()), double(allocated) / count, objects);
+                1e6 * p50, 1e6 * percentile(latencies, 0.99), 1e6 * percentile(latencies, 0.999),
+                1e6 * *slowest, (long long)(slowest - latencies.begin()), beyondFive, double(allocated) / count, objects);
     return 0;
 }
 

@@ -145,67 +145,60 @@ inline void projectBands(const FusedNetwork& net, const float* x, qint64 ld, int
 constexpr float VanishingExponent = -104.0f;
 
 // Centres whose distances are summed side by side: independent sums hide the latency
-// of each addition, and a block's features are loaded once for all of them.
-constexpr int CentresTogether = 4;
+// of each addition, and the features are loaded once for all of them.
+constexpr int CentresTogether = 8;
 
-// Adds the units of the J centres numbered in `units` to the class scores s.
+// Adds the units of the J centres numbered in `units` to the class scores s of the 16
+// pixels whose features are rows[f], f < F.
 template <int C, int J>
 __attribute__((always_inline)) inline void addUnits(const FusedNetwork& net, const Lanes* rows, const int* units,
-                                                    Lanes (&s)[C][Parts])
+                                                    Lanes (&s)[C])
 {
     const int F = net.features;
     const float* centre[J];
     for (int j = 0; j < J; ++j)
         centre[j] = net.centres + qint64(units[j]) * F;
-    Lanes d[J][Parts] = {};
-    for (int f = 0; f < F; ++f)
-        for (int h = 0; h < Parts; ++h) {
-            const Lanes z = rows[h * FusedMaxFeatures + f];
-            for (int j = 0; j < J; ++j) {
-                const Lanes t = z - centre[j][f];
-                d[j][h] += t * t;
-            }
+    Lanes d[J] = {};
+    for (int f = 0; f < F; ++f) {
+        const Lanes z = rows[f];
+        for (int j = 0; j < J; ++j) {
+            const Lanes t = z - centre[j][f];
+            d[j] += t * t;
         }
+    }
     for (int j = 0; j < J; ++j) {
         const float* w = net.outputs + qint64(units[j] + 1) * C;
-        for (int h = 0; h < Parts; ++h) {
-            Lanes a = net.gammas[units[j]] * d[j][h];
-            expInPlace<Lanes, IntLanes>(a);
-            for (int c = 0; c < C; ++c)
-                s[c][h] += a * w[c];
-        }
+        Lanes a = net.gammas[units[j]] * d[j];
+        expInPlace<Lanes, IntLanes>(a);
+        for (int c = 0; c < C; ++c)
+            s[c] += a * w[c];
     }
 }
 
-// The centres that a pixel of the block may reach, in ascending order; returns their
-// number. The block's pixels lie in a ball around their mean; a centre further from the
-// ball than its unit's reach has units of exactly 0 for every pixel in it, which add
-// nothing to any score. Pixels of a block mostly lie near a few centres of one class,
-// so most centres are passed over. The margins keep the test on the safe side of the
-// rounding of all its sums.
+// The centres that one of the 16 pixels whose features are rows[f] may reach, in
+// ascending order; returns their number. The pixels lie in a ball around their mean; a
+// centre further from the ball than its unit's reach has units of exactly 0 for every
+// pixel in it, which add nothing to any score. Neighbouring pixels mostly lie near a few
+// centres of one class, so most centres are passed over. The margins keep the test on
+// the safe side of the rounding of all its sums.
 int nearCentres(const FusedNetwork& net, const Lanes* rows, FusedScratch& scratch)
 {
     const int F = net.features, K = net.units;
     float middle[FusedMaxFeatures];
     for (int f = 0; f < F; ++f) {
-        Lanes sum = rows[f];
-        for (int h = 1; h < Parts; ++h)
-            sum += rows[h * FusedMaxFeatures + f];
         float total = 0;
         for (int l = 0; l < LaneCount; ++l)
-            total += sum[l];
-        middle[f] = total / FusedBlockPixels;
+            total += rows[f][l];
+        middle[f] = total / LaneCount;
+    }
+    Lanes r = {};
+    for (int f = 0; f < F; ++f) {
+        const Lanes t = rows[f] - middle[f];
+        r += t * t;
     }
     float radius2 = 0;
-    for (int h = 0; h < Parts; ++h) {
-        Lanes r = {};
-        for (int f = 0; f < F; ++f) {
-            const Lanes t = rows[h * FusedMaxFeatures + f] - middle[f];
-            r += t * t;
-        }
-        for (int l = 0; l < LaneCount; ++l)
-            radius2 = radius2 >= r[l] ? radius2 : r[l]; // a NaN stays, and passes nothing over
-    }
+    for (int l = 0; l < LaneCount; ++l)
+        radius2 = radius2 >= r[l] ? radius2 : r[l]; // a NaN stays, and passes nothing over
     const float radius = std::sqrt(radius2);
 
     float* __restrict distance = scratch.distances.data();
@@ -233,19 +226,24 @@ template <int C>
 __attribute__((always_inline)) inline void classifyBlock(const FusedNetwork& net, const Lanes* rows, int count,
                                                          FusedScratch& scratch, quint8* decisions)
 {
-    // s_c = W(0,c) + Σ_k exp(g_k ‖z − c_k‖²) W(k+1,c). The difference form keeps
-    // distances exact near a centre, whatever the magnitude of z.
+    // s_c = W(0,c) + Σ_k exp(g_k ‖z − c_k‖²) W(k+1,c), 16 pixels at a time. The
+    // difference form keeps distances exact near a centre, whatever the magnitude of z.
     Lanes s[C][Parts];
-    for (int c = 0; c < C; ++c)
-        for (int h = 0; h < Parts; ++h)
-            s[c][h] = Lanes{} + net.outputs[c];
-    const int n = nearCentres(net, rows, scratch);
-    const int* near = scratch.near.data();
-    int i = 0;
-    for (; i + CentresTogether <= n; i += CentresTogether)
-        addUnits<C, CentresTogether>(net, rows, near + i, s);
-    for (; i < n; ++i)
-        addUnits<C, 1>(net, rows, near + i, s);
+    for (int h = 0; h < Parts; ++h) {
+        const Lanes* features = rows + h * FusedMaxFeatures;
+        Lanes scores[C];
+        for (int c = 0; c < C; ++c)
+            scores[c] = Lanes{} + net.outputs[c];
+        const int n = nearCentres(net, features, scratch);
+        const int* near = scratch.near.data();
+        int i = 0;
+        for (; i + CentresTogether <= n; i += CentresTogether)
+            addUnits<C, CentresTogether>(net, features, near + i, scores);
+        for (; i < n; ++i)
+            addUnits<C, 1>(net, features, near + i, scores);
+        for (int c = 0; c < C; ++c)
+            s[c][h] = scores[c];
+    }
 
     // The weighted maximum, the first class on ties, then the winner's own threshold.
     float top[FusedBlockPixels];
