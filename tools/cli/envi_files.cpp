@@ -68,7 +68,7 @@ QString dataFileOf(const QString& header, qint64 size, const QString& interleave
             *error = QStringLiteral("the data file %1 is too short: %2").arg(name, sizeText(name, bytes));
             return QString();
         }
-        return name;
+        return QDir::cleanPath(name);
     }
 
     // No file by name: one of the right size, unless it belongs to another header or

@@ -10,7 +10,8 @@ QImage drawOverview(const QImage& labels, const std::vector<OverviewObject>& obj
                     const std::vector<qint64>& pixels)
 {
     // Text needs the fonts of a GUI application; the offscreen platform serves them
-    // without a display.
+    // without a display. What Qt says while it sets that up concerns no user's data.
+    const QtMessageHandler previous = qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
     std::unique_ptr<QGuiApplication> app;
     if (!QGuiApplication::instance()) {
         if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
@@ -60,6 +61,7 @@ QImage drawOverview(const QImage& labels, const std::vector<OverviewObject>& obj
         painter.drawText(left + swatch + 6, top + metrics.ascent(), texts[d]);
     }
     painter.end();
+    qInstallMessageHandler(previous);
     return image;
 }
 
