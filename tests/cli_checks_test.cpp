@@ -1,7 +1,7 @@
 // zelk run on cubes that would give a plausible but wrong result if taken as they come:
 // wavelengths that are not the model's, a header whose own data file is missing, values
 // scaled or marked as no data, and a run stopped by Ctrl-C. The model classifies by
-// band 1: near 10 is "leaf", near 0 "bg" (model_files.h); its bands lie at 900, 1000,
+// band 1: near 10 is "leaf" (decision 1), near 0 "bg" (0) (model_files.h); its bands lie at 900, 1000,
 // 1100 and 1200 nm.
 
 #include "cli_process.h"
@@ -14,6 +14,7 @@
 #include <QJsonDocument>
 #include <QJsonObject>
 #include <QThread>
+#include <QtEndian>
 #include <gtest/gtest.h>
 #include <csignal>
 
@@ -64,8 +65,8 @@ TEST_F(CliChecks, WavelengthsMustBeTheModelsInOrderRangeAndUnits)
         {"wavelength = {900, 1000, 1100, 1200}", 0, ""},
         {"wavelength units = nm\nwavelength = {1200, 1100, 1000, 900}", 1, "run from 1200.0 down to 900.0 nm, the model's from 900.0 up to 1200.0 nm: the band order is reversed"},
         {"wavelength units = nm\nwavelength = {1000, 1100, 1200, 1300}", 1, "band 0 lies at 1000.0 nm, the model's at 900.0 nm, more than half a band step (50.0 nm) apart"},
-        {"wavelength units = Micrometers\nwavelength = {900, 1000, 1100, 1200}", 1, "band 0 lies at 900000.0 nm"},
-        {"wavelength units = Nanometers\nwavelength = {0.9, 1.0, 1.1, 1.2}", 1, "band 0 lies at 0.9 nm"},
+        {"wavelength units = Micrometers\nwavelength = {900, 1000, 1100, 1200}", 1, "band 3 lies at 1200000.0 nm, the model's at 1200.0 nm"},
+        {"wavelength units = Nanometers\nwavelength = {0.9, 1.0, 1.1, 1.2}", 1, "band 3 lies at 1.2 nm, the model's at 1200.0 nm"},
         {"wavelength units = Wavenumber\nwavelength = {900, 1000, 1100, 1200}", 1, "in 'Wavenumber', which cannot be compared with the model's nanometres"},
         {"wavelength = {900, 1000, 1100}", 1, "lists 3 wavelengths for 4 bands"},
     };
@@ -159,8 +160,8 @@ TEST_F(CliChecks, ScaleFactorAndIgnoreValueAreHonoured)
     ASSERT_EQ(labels.format(), QImage::Format_Indexed8);
     EXPECT_EQ(labels.pixelIndex(7, 0), 255);
     EXPECT_EQ(labels.pixelIndex(7, 9), 255);
-    EXPECT_EQ(labels.pixelIndex(7, 10), 1);
-    EXPECT_EQ(labels.pixelIndex(3, 4), 2);
+    EXPECT_EQ(labels.pixelIndex(7, 10), 0); // bg
+    EXPECT_EQ(labels.pixelIndex(3, 4), 1);  // leaf
     EXPECT_TRUE(labels.text("decisions").endsWith("255\tno data\t#000000")) << qPrintable(labels.text("decisions"));
 
     // A cube of reflectance cannot be corrected by references.

@@ -90,10 +90,10 @@ TEST(CliRun, WritesTheRegressionCubeAndTheObjectMeans)
     ASSERT_EQ(image.format(), QImage::Format_Indexed8);
     for (int l = 0; l < lines; ++l)
         for (int c = 0; c < Width; ++c)
-            ASSERT_EQ(image.pixelIndex(c, l), patch.leaf(c, l) ? 2 : 1) << "line " << l << " column " << c;
+            ASSERT_EQ(image.pixelIndex(c, l), patch.leaf(c, l) ? 1 : 0) << "line " << l << " column " << c;
     EXPECT_EQ(image.pixel(3, 4), Leaf);
     EXPECT_EQ(image.pixel(7, 20), Background);
-    EXPECT_EQ(image.text("decisions"), "0\tUnknown\t#000000\n1\tbg\t#0a141e\n2\tleaf\t#00c800");
+    EXPECT_EQ(image.text("decisions"), "0\tbg\t#0a141e\n1\tleaf\t#00c800");
     // The overview shows the same with the object's box and a legend beside it.
     const QImage overview(dir.filePath("out/belt_overview.png"));
     EXPECT_GT(overview.width(), Width);

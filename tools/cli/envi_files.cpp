@@ -21,7 +21,8 @@ QString fileNames(const QStringList& paths)
 {
     QStringList names;
     for (const QString& path : paths)
-        names << QFileInfo(path).fileName();
+        if (QFileInfo(path).suffix() == QFileInfo(path).suffix().toLower()) // the upper-case twins go without saying
+            names << QFileInfo(path).fileName();
     return names.join(QStringLiteral(", "));
 }
 

@@ -76,6 +76,9 @@ bool Run::prepare()
     if (!QDir().mkpath(o_.outDir))
         return failed(QStringLiteral("cannot make the output directory %1").arg(o_.outDir));
     if (!o_.white.isEmpty()) {
+        if (cube_.reflectanceScale > 0)
+            return failed(QStringLiteral("%1 holds reflectance (its header states a reflectance scale factor); references correct raw counts only")
+                              .arg(o_.cube));
         if (s_.snapshot)
             return failed(QStringLiteral("references correct line-scan frames; %1 is a snapshot model").arg(o_.model));
         if (!loadReferences())
@@ -89,12 +92,8 @@ bool Run::prepare()
         std::fprintf(stderr, "zelk run: note: the wavelengths of the cube are not compared with the model's\n");
     else if (!checkWavelengths())
         return false;
-    if (cube_.reflectanceScale > 0) {
-        if (corrected_)
-            return failed(QStringLiteral("%1 holds reflectance (its header states a reflectance scale factor); references correct raw counts only")
-                              .arg(o_.cube));
+    if (cube_.reflectanceScale > 0)
         scale_ = float(1.0 / cube_.reflectanceScale);
-    }
     const ZelkProject& project = *s_.h->project;
     if (const ZelkClassifier* c = project.classifier.get(); c && c->rejectEnabled)
         rejected_ = c->classCount();
