@@ -2,7 +2,7 @@
 them: every interleave, both byte orders, whole and floating-point samples, wavelengths
 in micrometres. Each gives the decisions of the scene, and the label map and records
 read back with the same tools. The test model classifies by band 1: near 10 is "leaf"
-(decision 2 of the CLI's label map), near 0 "bg" (1)."""
+(decision 1 in the label map), near 0 "bg" (0)."""
 
 import csv
 import os
@@ -11,6 +11,8 @@ from pathlib import Path
 
 import numpy as np
 import pytest
+
+pytestmark = pytest.mark.filterwarnings("ignore:tostring:DeprecationWarning")
 
 gdal = pytest.importorskip("osgeo.gdal")
 envi = pytest.importorskip("spectral.io.envi")
@@ -28,8 +30,8 @@ def leaf_scene():
 
 
 def expected_labels():
-    labels = np.ones((LINES, WIDTH), np.uint8)
-    labels[3:6, 2:5] = 2
+    labels = np.zeros((LINES, WIDTH), np.uint8)
+    labels[3:6, 2:5] = 1
     return labels
 
 

@@ -41,9 +41,9 @@ def test_frames_must_have_the_shape_of_the_layout(linescan):
                 h.process_frame(leaf)
 
 
-def test_layouts_the_model_cannot_take_are_refused_when_set(linescan, snapshot, tmp_path):
+def test_layouts_the_model_cannot_take_are_refused_when_set(write_model, snapshot, tmp_path):
     with zelk.Handle() as h:
-        h.load_model(linescan)
+        h.load_model(write_model("--references"))
         with pytest.raises(ValueError, match="layout 3 .* is for snapshot cubes; frames of this line-scan model take layout 1 .* or 2"):
             h.set_input_data_layout(3)
         assert h.input_data_layout == 2  # unchanged
@@ -57,6 +57,8 @@ def test_layouts_the_model_cannot_take_are_refused_when_set(linescan, snapshot, 
             h.load_correction(tmp_path)
         h.set_input_data_layout(2)
         h.load_correction(tmp_path)
+        with h.acquisition():
+            h.process_frame(np.full((BANDS, WIDTH), 2000, np.uint16))
         with pytest.raises(ValueError, match="references are loaded, and they correct frames in layout 2 .* only"):
             h.set_input_data_layout(1)
 

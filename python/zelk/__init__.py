@@ -133,7 +133,7 @@ class ZelkFileNotFoundError(ZelkError, FileNotFoundError):
         self.filename = os.fspath(filename)
 
     def __str__(self):
-        return self.message or f"{self.function}: no such file: {self.filename}"
+        return f"{self.message or self.function}: {self.filename}"
 
 
 def _missing(path, function, code=-113):
