@@ -103,6 +103,11 @@ TEST(CliRun, WritesTheRegressionCubeAndTheObjectMeans)
     const auto info = zelk({"info", model});
     ASSERT_EQ(info.status, 0) << qPrintable(info.err);
     EXPECT_TRUE(info.out.contains("2 variables: fat, water")) << qPrintable(info.out);
+
+    // The library's diagnostics of the load reach standard error with --verbose only.
+    EXPECT_FALSE(run.err.contains("RegOutput invalidated")) << qPrintable(run.err);
+    const auto verbose = zelk({"info", model, "--verbose"});
+    EXPECT_TRUE(verbose.err.contains("RegOutput invalidated")) << qPrintable(verbose.err);
 }
 
 TEST(CliRun, HandsASnapshotCubeInWhole)

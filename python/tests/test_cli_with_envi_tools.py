@@ -12,10 +12,11 @@ from pathlib import Path
 import numpy as np
 import pytest
 
-pytestmark = pytest.mark.filterwarnings("ignore:tostring:DeprecationWarning")
+import spectral.io.envi as envi
+from osgeo import gdal
 
-gdal = pytest.importorskip("osgeo.gdal")
-envi = pytest.importorskip("spectral.io.envi")
+# Spectral Python 0.22 writes with an array method that numpy deprecates.
+pytestmark = pytest.mark.filterwarnings("ignore:tostring:DeprecationWarning")
 
 LINES, WIDTH, BANDS = 30, 8, 4
 WAVELENGTHS_UM = [0.9, 1.0, 1.1, 1.2]
