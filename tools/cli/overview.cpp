@@ -1,44 +1,45 @@
 #include "overview.h"
 
-#include <QGuiApplication>
+#include "legend_font.h"
+
 #include <QPainter>
 #include <algorithm>
 
 namespace cli {
+namespace {
+
+// Writes `text` with its cells' top at `top`; characters beyond ASCII show as '?'.
+void drawText(QImage& image, int left, int top, const QString& text)
+{
+    using namespace legendfont;
+    const QByteArray latin = text.toLatin1();
+    for (int i = 0; i < latin.size(); ++i) {
+        const int c = uchar(latin[i]) >= First && uchar(latin[i]) <= Last ? uchar(latin[i]) : '?';
+        for (int y = 0; y < Height; ++y)
+            for (int x = 0; x < Width; ++x)
+                if (Glyphs[c - First][y] >> (Width - 1 - x) & 1 && image.valid(left + i * Width + x, top + y))
+                    image.setPixel(left + i * Width + x, top + y, qRgb(0, 0, 0));
+    }
+}
+
+} // namespace
 
 QImage drawOverview(const QImage& labels, const std::vector<OverviewObject>& objects, const Decisions& decisions,
                     const std::vector<qint64>& pixels)
 {
-    // Text needs the fonts of a GUI application; the offscreen platform serves them
-    // without a display. What Qt says while it sets that up concerns no user's data.
-    const QtMessageHandler previous = qInstallMessageHandler([](QtMsgType, const QMessageLogContext&, const QString&) {});
-    std::unique_ptr<QGuiApplication> app;
-    if (!QGuiApplication::instance()) {
-        if (qEnvironmentVariableIsEmpty("QT_QPA_PLATFORM"))
-            qputenv("QT_QPA_PLATFORM", "offscreen");
-        static int argc = 1;
-        static char name[] = "zelk";
-        static char* argv[] = {name, nullptr};
-        app = std::make_unique<QGuiApplication>(argc, argv);
-    }
-
     std::vector<int> objectCounts(size_t(decisions.names.size()), 0);
     for (const OverviewObject& o : objects)
         if (o.decision >= 0 && o.decision < decisions.names.size())
             ++objectCounts[size_t(o.decision)];
-
-    QFont font(QStringLiteral("DejaVu Sans"));
-    font.setPixelSize(12);
-    const QFontMetrics metrics(font);
-    const int row = metrics.height() + 4, swatch = metrics.height();
-    int legendWidth = 0;
-    QStringList texts;
-    for (int d = 0; d < decisions.names.size(); ++d) {
+    QStringList texts{QStringLiteral("%1 objects").arg(objects.size())};
+    for (int d = 0; d < decisions.names.size(); ++d)
         texts << QStringLiteral("%1  %2 px, %3 objects").arg(decisions.names[d]).arg(pixels[size_t(d)]).arg(objectCounts[size_t(d)]);
-        legendWidth = std::max(legendWidth, metrics.horizontalAdvance(texts.last()));
-    }
-    legendWidth += swatch + 24;
-    const int legendHeight = row * (decisions.names.size() + 1) + 8;
+    int longest = 0;
+    for (const QString& t : texts)
+        longest = std::max(longest, int(t.size()));
+    constexpr int Row = legendfont::Height + 6, Swatch = legendfont::Height, Margin = 8;
+    const int legendWidth = Margin + Swatch + 6 + longest * legendfont::Width + Margin;
+    const int legendHeight = Margin + Row * int(texts.size()) + Margin;
 
     QImage image(labels.width() + legendWidth, std::max(labels.height(), legendHeight), QImage::Format_RGB32);
     image.fill(Qt::white);
@@ -50,18 +51,17 @@ QImage drawOverview(const QImage& labels, const std::vector<OverviewObject>& obj
         painter.drawLine(o.column - 3, o.line, o.column + 3, o.line);
         painter.drawLine(o.column, o.line - 3, o.column, o.line + 3);
     }
-    painter.setFont(font);
+    const int left = labels.width() + Margin;
     painter.setPen(Qt::black);
-    const int left = labels.width() + 8;
-    painter.drawText(left, 4 + metrics.ascent(), QStringLiteral("%1 objects").arg(objects.size()));
     for (int d = 0; d < decisions.names.size(); ++d) {
-        const int top = 4 + row * (d + 1);
-        painter.fillRect(left, top, swatch, swatch, QColor::fromRgb(decisions.colours[d]));
-        painter.drawRect(left, top, swatch, swatch);
-        painter.drawText(left + swatch + 6, top + metrics.ascent(), texts[d]);
+        const int top = Margin + Row * (d + 1);
+        painter.fillRect(left, top, Swatch, Swatch, QColor::fromRgb(decisions.colours[d]));
+        painter.drawRect(left, top, Swatch, Swatch);
     }
     painter.end();
-    qInstallMessageHandler(previous);
+    drawText(image, left, Margin, texts[0]);
+    for (int d = 0; d < decisions.names.size(); ++d)
+        drawText(image, left + Swatch + 6, Margin + Row * (d + 1), texts[d + 1]);
     return image;
 }
 
