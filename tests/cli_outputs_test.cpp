@@ -19,7 +19,7 @@ using cliprocess::readCsv;
 using cliprocess::zelk;
 
 constexpr int Width = 8;
-const QRgb Leaf = qRgb(0, 200, 0), Background = qRgb(10, 20, 30), Cross = qRgb(255, 255, 255);
+const QRgb Leaf = qRgb(0, 200, 0), Background = qRgb(10, 20, 30);
 
 // A rectangle of leaf pixels; band 3 varies a little, the others carry large values.
 struct Patch {
@@ -83,15 +83,31 @@ TEST(CliRun, WritesTheRegressionCubeAndTheObjectMeans)
     EXPECT_NEAR(objects[0]["fat"].toDouble(), fatSum / 9, 1e-3);
     EXPECT_NEAR(objects[0]["water"].toDouble(), waterSum / 9, 1e-3);
 
+    // The label map holds each pixel's decision code and nothing drawn over it; its
+    // palette and text name the decisions.
     const QImage image(dir.filePath("out/belt_decisions.png"));
     ASSERT_EQ(image.size(), QSize(Width, lines));
-    EXPECT_EQ(image.pixel(3, 4), Cross);
-    EXPECT_EQ(image.pixel(2, 3), Leaf);
+    ASSERT_EQ(image.format(), QImage::Format_Indexed8);
+    for (int l = 0; l < lines; ++l)
+        for (int c = 0; c < Width; ++c)
+            ASSERT_EQ(image.pixelIndex(c, l), patch.leaf(c, l) ? 1 : 0) << "line " << l << " column " << c;
+    EXPECT_EQ(image.pixel(3, 4), Leaf);
     EXPECT_EQ(image.pixel(7, 20), Background);
+    EXPECT_EQ(image.text("decisions"), "0\tbg\t#0a141e\n1\tleaf\t#00c800");
+    // The overview shows the same with the object's box and a legend beside it.
+    const QImage overview(dir.filePath("out/belt_overview.png"));
+    EXPECT_GT(overview.width(), Width);
+    EXPECT_EQ(overview.pixel(3, 4), qRgb(255, 255, 255)); // the centroid's mark
+    EXPECT_EQ(overview.pixel(6, 20), Background);
 
     const auto info = zelk({"info", model});
     ASSERT_EQ(info.status, 0) << qPrintable(info.err);
     EXPECT_TRUE(info.out.contains("2 variables: fat, water")) << qPrintable(info.out);
+
+    // The library's diagnostics of the load reach standard error with --verbose only.
+    EXPECT_FALSE(run.err.contains("RegOutput invalidated")) << qPrintable(run.err);
+    const auto verbose = zelk({"info", model, "--verbose"});
+    EXPECT_TRUE(verbose.err.contains("RegOutput invalidated")) << qPrintable(verbose.err);
 }
 
 TEST(CliRun, HandsASnapshotCubeInWhole)
@@ -119,7 +135,7 @@ TEST(CliRun, HandsASnapshotCubeInWhole)
     EXPECT_EQ(QJsonDocument::fromJson(json.readAll()).object()["kind"].toString(), "snapshot");
     const QImage image(dir.filePath("out/tile_decisions.png"));
     ASSERT_EQ(image.size(), QSize(Width, 100));
-    EXPECT_EQ(image.pixel(5, 42), Cross);
+    EXPECT_EQ(image.pixel(5, 42), Leaf);
     EXPECT_EQ(image.pixel(4, 40), Leaf);
     EXPECT_EQ(image.pixel(0, 0), Background);
 

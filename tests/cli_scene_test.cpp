@@ -109,7 +109,7 @@ TEST_F(BeltScene, ReportsEachObjectAtItsPlaceWithItsMaterial)
     }
 
     // The decision image has a row per line in the order of the lines: each object's
-    // centroid carries the cross, and its box is mostly the colour of its decision.
+    // box is mostly the colour of its decision.
     const QImage image(path("out/scene_decisions.png"));
     ASSERT_EQ(image.size(), QSize(s.options().width, s.options().lines));
     QMap<QString, QRgb> colours;
@@ -117,12 +117,10 @@ TEST_F(BeltScene, ReportsEachObjectAtItsPlaceWithItsMaterial)
         colours[m.name] = m.colour.rgb();
     colours[QStringLiteral("Unseen in training")] = qRgb(255, 170, 0);
     for (const auto& o : found) {
-        const int line = o["centroid_line"].toInt(), column = o["centroid_column"].toInt();
-        EXPECT_EQ(image.pixel(column, line), qRgb(255, 255, 255));
         QMap<QRgb, int> inBox;
         for (int y = o["first_line"].toInt(); y <= o["last_line"].toInt(); ++y)
             for (int x = o["first_column"].toInt(); x <= o["last_column"].toInt(); ++x)
-                if (image.pixel(x, y) != qRgb(255, 255, 255) && image.pixel(x, y) != colours["belt"])
+                if (image.pixel(x, y) != colours["belt"])
                     ++inBox[image.pixel(x, y)];
         QRgb most = 0;
         for (auto it = inBox.cbegin(); it != inBox.cend(); ++it)
@@ -130,6 +128,21 @@ TEST_F(BeltScene, ReportsEachObjectAtItsPlaceWithItsMaterial)
                 most = it.key();
         EXPECT_EQ(most, colours[o["decision_name"]]) << qPrintable(o["decision_name"]);
     }
+}
+
+// Counts run as if they were reflectance: the model rejects nearly every pixel, and the
+// run says so with a failing status, its outputs written all the same.
+TEST_F(BeltScene, ARunThatRejectsNearlyEverythingFails)
+{
+    const Outcome run = zelk({"run", path("model.zelk"), path("scene.hdr"), "--ignore-value-range", "--out", path("counts")});
+    EXPECT_EQ(run.status, 1);
+    EXPECT_TRUE(run.err.contains("100% of the pixels were rejected as 'Unseen in training'")) << qPrintable(run.err);
+    EXPECT_TRUE(run.err.contains("--white")) << qPrintable(run.err);
+    EXPECT_TRUE(QFile::exists(path("counts/scene_decisions.png")));
+    // The column names of the record file have no spaces.
+    QFile csv(path("counts/scene_objects.csv"));
+    ASSERT_TRUE(csv.open(QIODevice::ReadOnly));
+    EXPECT_FALSE(csv.readLine().contains(' '));
 }
 
 TEST_F(BeltScene, InfoAndBenchDescribeAndRunTheModel)
@@ -184,15 +197,17 @@ TEST_F(BeltScene, BadInputFailsWithAMessage)
         {{"run", model, cube, "--white", path("narrow.hdr"), "--dark", path("darkReference.hdr")}, 1, "references were refused: Correction scans must have identical width and band count. (-132)"},
         // The cube against the model.
         {{"run", model, path("narrow.hdr")}, 1, "the model takes 64 bands"},
-        {{"run", model, path("headless.hdr")}, 1, "no raw file of 2048 bytes"},
+        {{"run", model, path("headless.hdr")}, 1, "headless.hdr has no data file: none of headless, headless.raw"},
         {{"run", model, path("huge.hdr")}, 1, "are more than this reader takes"},
         {QStringList{"run", model, path("floats.hdr")} + references, 1, "takes 16-bit counts with its references"},
+        // Counts where the model takes reflectance, for want of references.
+        {{"run", model, cube}, 1, "scene.hdr cannot hold reflectance: 100% of its values exceed 2"},
         // The command line.
         {{"run", model, cube, "--white", path("whiteReference.hdr")}, 2, "--white and --dark go together"},
         {{"run", model, cube, "--min-size", "0"}, 2, "--min-size takes a whole number"},
         {{"run", model, cube, "--colour", "red"}, 2, "unknown option --colour"},
         {{"run", model}, 2, "needs a model and a cube"},
-        {{"frobnicate"}, 2, "usage: zelk COMMAND"},
+        {{"frobnicate"}, 2, "there is no command 'frobnicate'"},
     };
     for (const Case& c : cases) {
         const Outcome o = zelk(c.args);

@@ -13,13 +13,18 @@
                     print(obj["number"], obj["decision"], obj["pixel_count"])
         print(run.log)                         # the timing statistics of the run
 
-A failing call raises ZelkError with the library's code and text. Arrays handed out
-are copies: they stay valid after the next frame. The library is found through
-$ZELK_LIBRARY, else in build/plain of the source tree, else as libzelk.so.5.
+A failing call raises ZelkError with the library's code and text; a file that does
+not exist raises ZelkFileNotFoundError, which is also a FileNotFoundError. What the
+model cannot take (a frame of another shape, a layout of another camera) is refused
+with ValueError before the library sees it. Arrays handed out are copies: they stay
+valid after the next frame. The library is found through $ZELK_LIBRARY, else in
+build/plain of the source tree, else as the installed libzelk.so.5.
 """
 
 import ctypes
+import errno
 import os
+import re
 from collections import namedtuple
 from ctypes import POINTER, byref, c_float, c_int32, c_ubyte, c_uint8
 
@@ -27,7 +32,20 @@ import numpy as np
 
 from . import _capi
 
-__all__ = ["Handle", "Acquisition", "ZelkError", "Decision", "OBJECT_DTYPE", "CLASS_SLOTS", "version"]
+__all__ = [
+    "Handle",
+    "Acquisition",
+    "ZelkError",
+    "ZelkFileNotFoundError",
+    "Decision",
+    "OBJECT_DTYPE",
+    "CLASS_SLOTS",
+    "version",
+    "__version__",
+]
+
+#: The version of this binding; it speaks the interface of libzelk.so.5.
+__version__ = "5.1.0"
 
 _lib = _capi.load()
 
@@ -52,6 +70,9 @@ OBJECT_DTYPE = np.dtype(
 assert OBJECT_DTYPE.itemsize == 30 * 4
 
 Decision = namedtuple("Decision", "name color")
+Decision.__doc__ = "A decision of the model: its name and its (r, g, b) display colour."
+Decision.name.__doc__ = "The decision's name, e.g. 'Unseen in training' for rejected pixels."
+Decision.color.__doc__ = "The display colour as (r, g, b), 0 to 255 each."
 
 # Sample types of the input configuration.
 _SAMPLE_DTYPES = {1: np.dtype(np.uint16), 2: np.dtype(np.float32)}
@@ -61,6 +82,7 @@ _BIP, _BIL, _BSQ = 1, 2, 3
 # no handle, no project or classifier, already running, no usable segmenter, no type.
 _BEFORE_TYPE = {-101, -103, -164, -170, -172, -174}
 _BEFORE_LAYOUT = _BEFORE_TYPE | {-173}
+_LAYOUT_NAMES = {_BIP: "1 (BIP, width x bands)", _BIL: "2 (BIL, bands x width)", _BSQ: "3 (band after band per cube)"}
 
 
 def _text(raw):
@@ -100,6 +122,27 @@ class ZelkError(Exception):
         super().__init__(message or f"{function} failed with code {self.code}")
 
 
+class ZelkFileNotFoundError(ZelkError, FileNotFoundError):
+    """A file handed to the library does not exist: a ZelkError that is also a
+    FileNotFoundError, with `filename` set."""
+
+    def __init__(self, code, message, function, filename):
+        super().__init__(code, message, function)
+        self.errno = errno.ENOENT
+        self.strerror = message
+        self.filename = os.fspath(filename)
+
+    def __str__(self):
+        return f"{self.message or self.function}: {self.filename}"
+
+
+def _missing(path, function, code=-113):
+    """The error of a call given a file that does not exist, or None when it exists."""
+    if os.path.exists(path):
+        return None
+    return ZelkFileNotFoundError(code, f"{function}: No such file: {os.fspath(path)}", function, path)
+
+
 def _global_pair():
     return _lib.zelk_GetErrorCode(None), _text(_lib.zelk_GetErrorMsg(None))
 
@@ -121,6 +164,7 @@ class Handle:
         self._sample_type = None
         self._layout = None
         self._big_endian_cubes = False
+        self._corrected = False  # references loaded for the current model
 
     # -- lifetime ---------------------------------------------------------------
 
@@ -132,12 +176,15 @@ class Handle:
 
     @property
     def closed(self):
+        """Whether close() has released the library's handle."""
         return self._h is None
 
     def __enter__(self):
+        """The handle itself, released when the `with` block is left."""
         return self
 
     def __exit__(self, *exc):
+        """Releases the handle, also when the block is left by an exception."""
         self.close()
 
     def __del__(self):
@@ -188,9 +235,11 @@ class Handle:
     # -- compute devices -----------------------------------------------------------
 
     def device_count(self):
+        """The number of entries in the device list."""
         return self._call("zelk_GetDeviceCount")
 
     def device_name(self, index):
+        """The name of device list entry `index`, e.g. "CPU: ..." or "OpenCL: ..."."""
         return _text(self._pointer("zelk_GetDeviceName", int(index)))
 
     def devices(self):
@@ -202,36 +251,70 @@ class Handle:
         self._call("zelk_SetDevice", int(index))
 
     def refresh_device_list(self, nvidia=False, opencl=True):
+        """Rebuilds the device list, with the GPU families asked for when they are there."""
         self._call("zelk_RefreshDeviceList", int(bool(nvidia)), int(bool(opencl)))
 
     # -- camera description for resampling --------------------------------------
 
     def set_device_frame_width(self, width):
+        """The camera's frame width in pixels, for resampling."""
         self._call("zelk_SetDeviceFrameWidth", int(width))
 
     def set_device_wavelength_count(self, count):
+        """The camera's band count, for resampling; empties the wavelengths given before."""
         self._call("zelk_SetDeviceWavelengthCount", int(count))
 
     def add_device_wavelength(self, wavelength):
+        """Appends one of the camera's wavelengths (nm), after set_device_wavelength_count."""
         self._call("zelk_AddDeviceWavelength", float(wavelength))
 
     def set_device_wavelengths_from_envi_header(self, path):
-        self._call("zelk_SetDeviceWavelengthsFromENVIHeaderFile", _file_name(path))
+        """The camera's frame width, band count and wavelengths from an ENVI header:
+        its 'samples', 'bands' and 'wavelength' fields."""
+        function = "zelk_SetDeviceWavelengthsFromENVIHeaderFile"
+        missing = _missing(path, function, -1)
+        if missing:
+            raise missing
+        result = _lib.zelk_SetDeviceWavelengthsFromENVIHeaderFile(self._h, _file_name(path))
+        if result == -1:
+            # The library keeps no text for this refusal: the likely cause is named here.
+            raise ZelkError(-1, f"{function}: {_header_trouble(path)}", function)
+        if result < 0:
+            raise self._error(function, result)
 
     def set_resampling_grid(self, first, step, last):
+        """The model's side of resampling: wavelengths first, first + step, ... up to last."""
         self._call("zelk_SetResamplingWavelengthsGrid", float(first), float(step), float(last))
 
     def set_resampling(self, mode=1):
+        """Switches resampling on (mode 1) for the next load_model: the camera's bands,
+        described above, are resampled onto the grid."""
         self._call("zelk_SetResampling", int(mode))
 
     # -- model, input configuration, correction ----------------------------------
 
     def load_model(self, path):
         """Loads a .zelk or .zpl model file, replacing the project."""
-        self._call("zelk_LoadModel", _file_name(path))
+        result = _lib.zelk_LoadModel(self._h, _file_name(path))
+        if result == -113 and not os.path.exists(path):
+            raise ZelkFileNotFoundError(result, self.error_message, "zelk_LoadModel", path)
+        if result < 0:
+            raise self._error("zelk_LoadModel", result)
+        self._corrected = False
 
     def load_correction(self, directory=None, name=None):
-        """Loads white and dark references for the loaded model (zelk_LoadCorrection)."""
+        """Loads white and dark references for the loaded model (zelk_LoadCorrection):
+        the scans "whiteReference" and "darkReference" in `directory`. Frames are then
+        16-bit counts, band after band (BIL), that the library turns into reflectance."""
+        if directory is not None:
+            missing = _missing(directory, "zelk_LoadCorrection")
+            if missing:
+                raise missing
+        if self._effective_layout() == _BIP:
+            raise ValueError(
+                "references correct frames band after band only: the frames are set to layout "
+                f"{_LAYOUT_NAMES[_BIP]}; call set_input_data_layout(2) first"
+            )
         # The handle then reads the report of the last failed reference load, which
         # the library keeps apart from what the call returns.
         self._call(
@@ -240,9 +323,15 @@ class Handle:
             None if name is None else _file_name(name),
             text="handle",
         )
+        self._corrected = True
+
+    def _effective_layout(self):
+        """The layout frames take now: the one set, else the model's; None without a model."""
+        return self._layout if self._layout is not None else self._peek("zelk_GetInputDataLayout")
 
     @property
     def input_width(self):
+        """The width of a frame (line-scan) or of a cube (snapshot), in pixels."""
         return self._call("zelk_GetInputWidth")
 
     @property
@@ -252,6 +341,7 @@ class Handle:
 
     @property
     def input_bands(self):
+        """The bands of each pixel that the model takes."""
         return self._call("zelk_GetInputBands")
 
     @property
@@ -274,27 +364,45 @@ class Handle:
         self._call("zelk_SetInputWidth", int(width))
 
     def set_input_data_layout(self, layout):
-        """1 BIP, 2 BIL or 3; the library refuses others in its process-wide pair."""
-        self._call("zelk_SetInputDataLayout", int(layout), text="process-wide")
-        self._layout = int(layout)
+        """1 BIP, 2 BIL or 3 (band after band per cube). A line-scan model takes frames
+        in layout 1 or 2 only, and only 2 once references are loaded; other layouts
+        raise ValueError. The library refuses layouts outside 1 to 3 itself."""
+        layout = int(layout)
+        if layout in _LAYOUT_NAMES and self._h and _lib.zelk_GetInputHeight(self._h) == 1:
+            if layout == _BSQ:
+                raise ValueError(
+                    f"layout {_LAYOUT_NAMES[_BSQ]} is for snapshot cubes; frames of this line-scan model "
+                    f"take layout {_LAYOUT_NAMES[_BIP]} or {_LAYOUT_NAMES[_BIL]}"
+                )
+            if layout == _BIP and self._corrected:
+                raise ValueError(
+                    f"references are loaded, and they correct frames in layout {_LAYOUT_NAMES[_BIL]} only, "
+                    f"not {_LAYOUT_NAMES[_BIP]}"
+                )
+        self._call("zelk_SetInputDataLayout", layout, text="process-wide")
+        self._layout = layout
 
     def set_cube_roi(self, col, row, width, height, fill=0):
         """Classifies only this region of each cube; the rest of the decisions read `fill`."""
         self._call("zelk_SetCubeROI", int(col), int(row), int(width), int(height), int(fill))
 
     def clear_cube_roi(self):
+        """Classifies whole cubes again."""
         self._call("zelk_SetCubeROI", -1, -1, -1, -1, 0)
 
     def set_segmentation(self, on):
+        """Switches the segmentation of objects on or off for the next start."""
         self._call("zelk_SetSegmentation", int(on))
 
     def set_min_obj_size(self, size):
+        """The smallest object, in pixels; smaller ones are dropped."""
         # Refusals return -1; the handle keeps their own code with the text.
         self._call("zelk_SetMinObjSize", int(size), text="handle")
 
     # -- acquisition ------------------------------------------------------------
 
     def start_acquisition(self):
+        """Starts a run: the sample type and layout of frames are fixed from here."""
         # The type and layout that the start will fix, asked beforehand: the library
         # derives them from the project the same way.
         kind = self._peek("zelk_GetInputDataType") if self._sample_type is None else None
@@ -330,29 +438,29 @@ class Handle:
         """The dtype of frames of the current run, None before the first start."""
         return _SAMPLE_DTYPES.get(self._sample_type)
 
-    def _samples(self, data, shapes, dtype):
-        """`data` as a C-ordered array of `dtype`, flat or in one of `shapes`."""
+    def _samples(self, data, shape, dtype, what):
+        """`data` as a C-ordered array of `dtype` in exactly `shape`: a flat array or one
+        of another order would be read in the wrong order without a word."""
         array = np.asarray(data)
+        if array.shape != shape:
+            raise ValueError(f"{what}: expected an array of shape {shape}, got shape {array.shape}")
         if dtype is not None:
             if not np.can_cast(array.dtype, dtype, casting="same_kind"):
                 raise TypeError(f"samples of {array.dtype} cannot be taken as {dtype} without loss")
-            array = np.ascontiguousarray(array, dtype=dtype)
-        else:
-            array = np.ascontiguousarray(array)
-        size = int(np.prod(shapes[0]))
-        if array.size != size or (array.ndim > 1 and array.shape not in shapes):
-            expected = " or ".join(str(s) for s in shapes)
-            raise ValueError(f"expected {size} samples, flat or of shape {expected}; got shape {array.shape}")
-        return array
+            return np.ascontiguousarray(array, dtype=dtype)
+        return np.ascontiguousarray(array)
 
     def process_frame(self, frame):
-        """One line of a line-scan camera: input_width pixels of input_bands bands, as
-        bands x width (BIL) or width x bands (BIP), or flat."""
+        """One line of a line-scan camera: input_width pixels of input_bands bands, as a
+        2-D array of bands x width for layout 2 (BIL, the default of most models) or
+        width x bands for layout 1 (BIP)."""
         width, bands = self.input_width, self.input_bands
-        shapes = [(width, bands)] if self._layout == _BIP else [(bands, width)]
-        if self._layout not in (_BIP, _BIL):
-            shapes.append((width, bands))
-        frame = self._samples(frame, shapes, self.sample_dtype)
+        layout = self._effective_layout()
+        if layout == _BIP:
+            shape, what = (width, bands), "a BIP frame (layout 1) is width x bands"
+        else:
+            shape, what = (bands, width), "a BIL frame (layout 2) is bands x width"
+        frame = self._samples(frame, shape, self.sample_dtype, what)
         self._call("zelk_ProcessFrame", frame.ctypes.data_as(ctypes.c_void_p))
 
     def process_cube(self, cube):
@@ -361,15 +469,14 @@ class Handle:
         height x width for the one that sends big-endian counts band after band."""
         width, height, bands = self.input_width, self.input_height, self.input_bands
         if self._big_endian_cubes:
-            dtype, shapes = np.dtype(">u2"), [(bands, height, width)]
+            dtype, shape, what = np.dtype(">u2"), (bands, height, width), "a cube of this camera is bands x height x width"
         else:
             dtype = self.sample_dtype
-            shapes = {
-                _BIP: [(height, width, bands)],
-                _BIL: [(height, bands, width)],
-                _BSQ: [(bands, height, width)],
-            }.get(self._layout, [(height, width, bands)])
-        cube = self._samples(cube, shapes, dtype)
+            shape, what = {
+                _BIL: ((height, bands, width), "a BIL cube (layout 2) is height x bands x width"),
+                _BSQ: ((bands, height, width), "a BSQ cube (layout 3) is bands x height x width"),
+            }.get(self._layout, ((height, width, bands), "a BIP cube (layout 1) is height x width x bands"))
+        cube = self._samples(cube, shape, dtype, what)
         self._call("zelk_ProcessCube", cube.ctypes.data_as(ctypes.c_void_p))
 
     # -- results of the last frame or cube ---------------------------------------
@@ -439,9 +546,11 @@ class Handle:
         return self._call("zelk_GetDecCount")
 
     def decision_name(self, index):
+        """The name of decision `index`."""
         return _text(self._pointer("zelk_GetDecName", int(index)))
 
     def decision_color(self, index):
+        """The display colour of decision `index` as (r, g, b)."""
         r, g, b = c_ubyte(), c_ubyte(), c_ubyte()
         self._call("zelk_GetDecColor", int(index), byref(r), byref(g), byref(b))
         return r.value, g.value, b.value
@@ -451,9 +560,11 @@ class Handle:
         return [Decision(self.decision_name(i), self.decision_color(i)) for i in range(self.decision_count())]
 
     def reg_var_count(self):
+        """The number of regression variables; 0 without a regressor."""
         return self._call("zelk_GetRegVarCount")
 
     def reg_var_name(self, index):
+        """The name of regression variable `index`."""
         name = _lib.zelk_GetRegVarName(self._h, int(index))
         if name is None:
             # Without a regressor the library refuses in its process-wide pair.
@@ -464,11 +575,37 @@ class Handle:
         return _text(name)
 
     def reg_var_names(self):
+        """The names of all regression variables, by index."""
         return [self.reg_var_name(i) for i in range(self.reg_var_count())]
 
     def save_image(self, path):
         """Writes the decision image as an indexed PNG in the decisions' colours."""
         self._call("zelk_SaveImage", _file_name(path))
+
+
+def _header_trouble(path):
+    """Why the library could not take wavelengths from the ENVI header at `path`."""
+    try:
+        with open(path, encoding="latin-1") as f:
+            text = f.read()
+    except OSError as e:
+        return f"cannot read {path}: {e.strerror}"
+    fields = {}
+    for m in re.finditer(r"^\s*([^=\n]+?)\s*=\s*(\{[^}]*\}|[^\n]*)", text, re.M):
+        fields.setdefault(m.group(1).strip().lower(), m.group(2).strip())
+    for name in ("bands", "samples"):
+        if not re.fullmatch(r"\d+", fields.get(name, "")):
+            return f"{path} has no '{name}' field with a whole number"
+    if "wavelength" not in fields:
+        return f"{path} has no 'wavelength' list"
+    values = [v.strip() for v in fields["wavelength"].strip("{}").split(",") if v.strip()]
+    odd = [v for v in values if not re.fullmatch(r"[0-9.]+", v)]
+    if odd:
+        return (f"the 'wavelength' list of {path} holds {odd[0]!r}: the library reads plain decimals only, "
+                "without a sign or an exponent")
+    if len(values) < int(fields["bands"]):
+        return f"the 'wavelength' list of {path} has {len(values)} values for {fields['bands']} bands"
+    return f"{path} gives no wavelengths the library can read"
 
 
 def _copy(pointer, ctype, shape):

@@ -63,7 +63,8 @@ PROTOTYPES = {
 
 def _candidates():
     """Where the library is looked for: $ZELK_LIBRARY alone when it is set; otherwise the
-    build tree of the source tree this package lies in, then the system's loader."""
+    build tree when this package lies in the source tree, then the installed
+    libzelk.so.5 through the system's loader (LD_LIBRARY_PATH, ldconfig's cache)."""
     explicit = os.environ.get("ZELK_LIBRARY")
     if explicit:
         return [explicit]

@@ -1,6 +1,6 @@
-# Installs the build into a fresh prefix, then builds the outside program of this
-# directory against the installed files twice, with find_package(zelk) and with
-# pkg-config, and runs both. Each must load the library by its SONAME and print its
+# Installs the build into a fresh prefix, runs the installed zelk command, then builds
+# the outside program of this directory against the installed files twice, with
+# find_package(zelk) and with pkg-config, and runs both. Each must load the library by its SONAME and print its
 # version.
 #   cmake -DBUILD_DIR=... -DWORK_DIR=... -DCONSUMER_DIR=... -DC_COMPILER=... -DGENERATOR=...
 #         -DEXPECTED_VERSION=5.1 -DEXPECTED_SONAME=libzelk.so.5 -P check_install.cmake
@@ -41,11 +41,15 @@ set(PREFIX ${WORK_DIR}/prefix)
 file(REMOVE_RECURSE ${WORK_DIR})
 run(${CMAKE_COMMAND} --install ${BUILD_DIR} --prefix ${PREFIX})
 
-foreach(file include/zelk.h)
+foreach(file include/zelk.h bin/zelk)
   if(NOT EXISTS ${PREFIX}/${file})
     message(FATAL_ERROR "not installed: ${file}")
   endif()
 endforeach()
+run(${PREFIX}/bin/zelk --version)
+if(NOT OUT MATCHES "^zelk ${EXPECTED_VERSION} \\(")
+  message(FATAL_ERROR "the installed zelk printed \"${OUT}\", expected version ${EXPECTED_VERSION}")
+endif()
 file(GLOB_RECURSE libraries LIST_DIRECTORIES false ${PREFIX}/libzelk.so.*.*)
 list(LENGTH libraries count)
 if(NOT count EQUAL 1)

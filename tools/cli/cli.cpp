@@ -55,7 +55,7 @@ bool Session::loadModel(const char* command, const QString& path)
     return refuse(command, QStringLiteral("cannot load the model %1: %2").arg(path, failure(r)));
 }
 
-bool Arguments::parse(const char* command, int argc, char** argv, int first, const QStringList& known)
+bool Arguments::parse(const char* command, int argc, char** argv, int first, const QStringList& known, const QStringList& flags)
 {
     for (int i = first; i < argc; ++i) {
         const QString word = QString::fromLocal8Bit(argv[i]);
@@ -63,9 +63,20 @@ bool Arguments::parse(const char* command, int argc, char** argv, int first, con
             positional << word;
             continue;
         }
-        const QString name = word.mid(2);
+        const int equals = word.indexOf(QLatin1Char('='));
+        const QString name = word.mid(2, equals < 0 ? -1 : equals - 2);
+        if (flags.contains(name)) {
+            if (equals >= 0)
+                return refuse(command, QStringLiteral("--%1 takes no value").arg(name));
+            options[name] = QString();
+            continue;
+        }
         if (!known.contains(name)) {
-            return refuse(command, QStringLiteral("unknown option %1").arg(word));
+            return refuse(command, QStringLiteral("unknown option --%1 (zelk help %2 lists them)").arg(name, QLatin1String(command)));
+        }
+        if (equals >= 0) {
+            options[name] = word.mid(equals + 1);
+            continue;
         }
         if (i + 1 >= argc) {
             return refuse(command, QStringLiteral("%1 needs a value").arg(word));

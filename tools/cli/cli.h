@@ -38,14 +38,15 @@ public:
 int fail(const char* command, const QString& text);
 bool refuse(const char* command, const QString& text);
 
-// Positional arguments and "--name value" options of one command.
+// Positional arguments, "--name value" or "--name=value" options and "--name" flags of
+// one command.
 struct Arguments {
     QStringList positional;
-    QMap<QString, QString> options;
+    QMap<QString, QString> options; // flags map to an empty value
 
-    // Splits argv[first..] into positional arguments and the options named in `known`;
-    // false after a report on stderr.
-    bool parse(const char* command, int argc, char** argv, int first, const QStringList& known);
+    // Splits argv[first..] into positional arguments, the options named in `known` and
+    // the flags named in `flags`; false after a report on stderr.
+    bool parse(const char* command, int argc, char** argv, int first, const QStringList& known, const QStringList& flags = {});
     // The option as a whole number from `low` to `high`, or `fallback` when it is not
     // given; false after a report on stderr.
     bool number(const char* command, const QString& name, int low, int high, int fallback, int* out) const;
@@ -59,6 +60,13 @@ struct Decisions {
     bool read(ZelkHandle* h);
     QString name(int code) const;
 };
+
+// Whether models of this camera type correct raw counts with white and dark references
+// (they take reflectance without them).
+inline bool takesReferences(int projectType)
+{
+    return projectType == 1 || projectType == 2 || projectType == 8 || projectType == 10;
+}
 
 // The commands; each returns the program's exit status.
 int info(int argc, char** argv);

@@ -1,8 +1,11 @@
 #include "envi_cube.h"
 
+#include "envi_files.h"
 #include "spectral/envi_header.h"
 
 #include <QFileInfo>
+#include <QRegularExpression>
+#include <cmath>
 #include <QtEndian>
 #include <cstring>
 
@@ -39,12 +42,70 @@ float EnviCube::sample(const char* p) const
     }
 }
 
+QString enviField(const QString& text, const QString& key)
+{
+    const QRegularExpression re(QStringLiteral("^[ \\t]*%1[ \\t]*=[ \\t]*(\\{[^}]*\\}|[^\\r\\n]*)")
+                                    .arg(QRegularExpression::escape(key).replace(QLatin1String("\\ "), QLatin1String("[ \\t]+"))),
+                                QRegularExpression::CaseInsensitiveOption | QRegularExpression::MultilineOption);
+    const QRegularExpressionMatch m = re.match(text);
+    if (!m.hasMatch())
+        return QString();
+    QString value = m.captured(1).trimmed();
+    if (value.startsWith(QLatin1Char('{')))
+        value = value.mid(1, value.size() - 2).trimmed();
+    return value;
+}
+
+bool EnviCube::readFields(const QString& text, QString* error)
+{
+    auto number = [&](const QString& key, double* out) {
+        const QString value = enviField(text, key);
+        if (value.isNull())
+            return true;
+        bool ok = false;
+        *out = value.toDouble(&ok);
+        if (!ok)
+            *error = QStringLiteral("%1: '%2 = %3' is not a number").arg(headerPath, key, value);
+        return ok;
+    };
+    const QString list = enviField(text, QStringLiteral("wavelength"));
+    if (!list.isEmpty()) {
+        for (const QString& part : list.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
+            bool ok = false;
+            wavelengths << part.trimmed().toDouble(&ok);
+            if (!ok) {
+                *error = QStringLiteral("%1: the wavelength '%2' is not a number").arg(headerPath, part.trimmed());
+                return false;
+            }
+        }
+        if (wavelengths.size() != bands) {
+            *error = QStringLiteral("%1 lists %2 wavelengths for %3 bands").arg(headerPath).arg(wavelengths.size()).arg(bands);
+            return false;
+        }
+    }
+    wavelengthUnits = enviField(text, QStringLiteral("wavelength units"));
+    double ignore = 0;
+    if (!number(QStringLiteral("reflectance scale factor"), &reflectanceScale) || !number(QStringLiteral("data ignore value"), &ignore))
+        return false;
+    if (!enviField(text, QStringLiteral("data ignore value")).isNull())
+        ignoreValue = ignore;
+    if (reflectanceScale < 0 || !std::isfinite(reflectanceScale)) {
+        *error = QStringLiteral("%1: the reflectance scale factor %2 is not a positive number").arg(headerPath).arg(reflectanceScale);
+        return false;
+    }
+    return true;
+}
+
 bool EnviCube::open(const QString& path, QString* error)
 {
-    headerPath = path;
-    const EnviHeader header = EnviHeader::read(path);
+    headerPath = headerOf(path);
+    if (headerPath.isEmpty()) {
+        *error = QStringLiteral("%1 has no header: neither it ends in .hdr nor %1.hdr or a .hdr of its base name exists").arg(path);
+        return false;
+    }
+    const EnviHeader header = EnviHeader::read(headerPath);
     if (header.isNull()) {
-        *error = QStringLiteral("cannot read the header %1").arg(path);
+        *error = QStringLiteral("cannot read the header %1").arg(headerPath);
         return false;
     }
     samples = header.headerInt(QStringLiteral("samples"));
@@ -52,36 +113,45 @@ bool EnviCube::open(const QString& path, QString* error)
     bands = header.headerInt(QStringLiteral("bands"));
     dataType = header.headerInt(QStringLiteral("data type"));
     if (samples < 1 || lines < 1 || bands < 1) {
-        *error = QStringLiteral("%1 does not give samples, lines and bands above 0").arg(path);
+        *error = QStringLiteral("%1 does not give samples, lines and bands above 0").arg(headerPath);
         return false;
     }
     if (sampleBytes() == 0) {
-        *error = QStringLiteral("%1: data type %2 is not read here (1, 2, 4, 5 and 12 are)").arg(path).arg(dataType);
+        *error = QStringLiteral("%1: data type %2 is not read here (1, 2, 4, 5 and 12 are)").arg(headerPath).arg(dataType);
         return false;
     }
     const QString word = header.headerWord(QStringLiteral("interleave")).toLower();
     interleave = word == QLatin1String("bip") ? 1 : word == QLatin1String("bil") ? 2 : word.isEmpty() || word == QLatin1String("bsq") ? 3 : 0;
     if (interleave == 0) {
-        *error = QStringLiteral("%1: interleave '%2' is none of bip, bil and bsq").arg(path, word);
+        *error = QStringLiteral("%1: interleave '%2' is none of bip, bil and bsq").arg(headerPath, word);
         return false;
     }
     const int order = header.headerInt(QStringLiteral("byte order"));
     bigEndian = order == 1;
     offset = qMax(0, header.headerInt(QStringLiteral("header offset")));
+    if (!readFields(header.text(), error))
+        return false;
 
     // Sizes from a header are checked before they are multiplied in 64 bits.
     if (double(samples) * double(bands) * sampleBytes() > double(1 << 30) || double(samples) * lines * bands > 1e15) {
-        *error = QStringLiteral("%1: %2 x %3 x %4 samples are more than this reader takes").arg(path).arg(samples).arg(lines).arg(bands);
+        *error = QStringLiteral("%1: %2 x %3 x %4 samples are more than this reader takes").arg(headerPath).arg(samples).arg(lines).arg(bands);
         return false;
     }
     const qint64 size = offset + qint64(samples) * lines * bands * sampleBytes();
-    int matches = 0;
-    dataPath = rawfile::findCubeFile(path, size, &matches);
-    if (dataPath.isEmpty()) {
-        *error = matches > 1 ? QStringLiteral("%1: %2 files of %3 bytes lie beside it; the raw file is ambiguous").arg(path).arg(matches).arg(size)
-                             : QStringLiteral("%1: no raw file of %2 bytes (%3 x %4 x %5 samples of %6 bytes, offset %7) lies beside it")
-                                   .arg(path).arg(size).arg(samples).arg(lines).arg(bands).arg(sampleBytes()).arg(offset);
-        return false;
+    const QString interleaveName = interleave == 1 ? QStringLiteral("bip") : interleave == 2 ? QStringLiteral("bil") : QStringLiteral("bsq");
+    // A data file named on the command line is the one used.
+    if (headerPath != path) {
+        dataPath = path;
+        const qint64 bytes = QFileInfo(path).size();
+        if (bytes < size) {
+            *error = QStringLiteral("the data file %1 is too short: it holds %2 bytes, the header %3 describes %4")
+                         .arg(path).arg(bytes).arg(headerPath).arg(size);
+            return false;
+        }
+    } else {
+        dataPath = dataFileOf(headerPath, size, interleaveName, &dataBySize, error);
+        if (dataPath.isEmpty())
+            return false;
     }
     file_.setFileName(dataPath);
     if (!file_.open(QIODevice::ReadOnly)) {

@@ -1,38 +1,54 @@
 #pragma once
 // An ENVI cube on disk, read one line at a time so that a long recording never has to
-// fit in memory: the header is read with the library's lenient header reader and the
-// raw file is the one beside it whose size the header predicts.
+// fit in memory: the header is read with the library's lenient header reader, the
+// fields it does not know (wavelengths with their units, the reflectance scale factor,
+// the data ignore value) by their exact names, and the data file is found by the
+// naming conventions (envi_files.h).
 
 #include <QFile>
 #include <QString>
+#include <QVector>
+#include <optional>
 #include <vector>
 
 namespace cli {
 
 class EnviCube {
 public:
-    // Reads the header and opens the raw file; false with `error` set.
-    bool open(const QString& headerPath, QString* error);
+    // Reads the header and opens the data file; `path` names either. False with
+    // `error` set.
+    bool open(const QString& path, QString* error);
 
     QString headerPath, dataPath;
+    bool dataBySize = false; // the data file was found by its size, not its name
     int samples = 0, lines = 0, bands = 0;
     int dataType = 0;   // ENVI code: 1 uint8, 2 int16, 4 float, 5 double, 12 uint16
     int interleave = 0; // 1 BIP, 2 BIL, 3 BSQ
     bool bigEndian = false;
     qint64 offset = 0;
+    QVector<double> wavelengths; // as written, in `wavelengthUnits`; empty when not stated
+    QString wavelengthUnits;     // as written; empty when not stated
+    double reflectanceScale = 0; // the stored value of reflectance 1; 0 when not stated
+    std::optional<double> ignoreValue;
 
     // Whether the samples are whole numbers that unsigned 16 bits carry (negative ones
     // read as 0).
     bool countsOnly() const { return dataType == 1 || dataType == 2 || dataType == 12; }
-    // Line `line` as floats, band after band (bands x samples); false with `error` set.
+    // Line `line` as floats, band after band (bands x samples), as stored (no scale
+    // factor applied); false with `error` set.
     bool readLine(int line, float* out, QString* error);
 
 private:
     int sampleBytes() const;
     float sample(const char* p) const;
+    bool readFields(const QString& text, QString* error);
 
     QFile file_;
     std::vector<char> buffer_;
 };
+
+// The value of header field `key` (exact name, any case): the text inside its braces,
+// or the rest of its line. A null string when the header does not have it.
+QString enviField(const QString& text, const QString& key);
 
 } // namespace cli

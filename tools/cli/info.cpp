@@ -186,7 +186,7 @@ int info(int argc, char** argv)
     const int type = zelk_GetInputDataType(s.h), layout = zelk_GetInputDataLayout(s.h);
     QString samples = type > 0 ? typeName(type) : QStringLiteral("no type without references");
     // These camera types take their 16-bit counts raw once references correct them.
-    if (QVector<int>{1, 2, 8, 10}.contains(p.projectType) && !snapshot)
+    if (takesReferences(p.projectType) && !snapshot)
         samples += QStringLiteral(" (uint16 counts once references are loaded)");
     row("input", QStringLiteral("%1 x %2 pixels, %3 bands; %4, %5").arg(width).arg(height).arg(bands).arg(samples,
                      layout > 0 ? layoutName(layout) : QStringLiteral("no layout")));

@@ -2,6 +2,10 @@
 
 #include "progress.h"
 
+#include "classify/classifier.h"
+#include "model/project.h"
+#include "runtime/handle.h"
+
 #include <QDir>
 #include <QElapsedTimer>
 #include <QFile>
@@ -10,9 +14,23 @@
 #include <QTemporaryDir>
 #include <QtEndian>
 #include <algorithm>
+#include <csignal>
 #include <cstdio>
 
 namespace cli {
+namespace {
+
+// Set by the first Ctrl-C; the frame loop stops at the next line and the outputs are
+// written for the lines done. A second Ctrl-C ends the program at once.
+volatile std::sig_atomic_t interruptRequested = 0;
+
+extern "C" void onInterrupt(int)
+{
+    interruptRequested = 1;
+    std::signal(SIGINT, SIG_DFL);
+}
+
+} // namespace
 
 Run::Run(RunOptions options) : o_(std::move(options)) {}
 Run::~Run() = default;
@@ -58,6 +76,9 @@ bool Run::prepare()
     if (!QDir().mkpath(o_.outDir))
         return failed(QStringLiteral("cannot make the output directory %1").arg(o_.outDir));
     if (!o_.white.isEmpty()) {
+        if (cube_.reflectanceScale > 0)
+            return failed(QStringLiteral("%1 holds reflectance (its header states a reflectance scale factor); references correct raw counts only")
+                              .arg(o_.cube));
         if (s_.snapshot)
             return failed(QStringLiteral("references correct line-scan frames; %1 is a snapshot model").arg(o_.model));
         if (!loadReferences())
@@ -67,6 +88,18 @@ bool Run::prepare()
     const int bands = zelk_GetInputBands(s_.h);
     if (bands != cube_.bands)
         return failed(QStringLiteral("the model takes %1 bands, the cube %2 has %3").arg(bands).arg(o_.cube).arg(cube_.bands));
+    if (o_.ignoreWavelengths)
+        std::fprintf(stderr, "zelk run: note: the wavelengths of the cube are not compared with the model's\n");
+    else if (!checkWavelengths())
+        return false;
+    if (cube_.reflectanceScale > 0)
+        scale_ = float(1.0 / cube_.reflectanceScale);
+    const ZelkProject& project = *s_.h->project;
+    if (const ZelkClassifier* c = project.classifier.get(); c && c->rejectEnabled)
+        rejected_ = c->classCount();
+    takesReflectance_ = !s_.snapshot && !corrected_ && takesReferences(project.projectType);
+    if (takesReflectance_ && !o_.ignoreValueRange && !checkValueRange())
+        return false;
     if (s_.snapshot) {
         const int width = zelk_GetInputWidth(s_.h), height = zelk_GetInputHeight(s_.h);
         if (width != cube_.samples || height != cube_.lines)
@@ -95,6 +128,35 @@ bool Run::prepare()
         if (const int r = zelk_SetMinObjSize(s_.h, o_.minSize); r < 0)
             return failed(QStringLiteral("cannot set the minimum object size: %1").arg(s_.failure(r)));
     return true;
+}
+
+bool Run::readLine(int line, float* out, std::vector<bool>& noData, QString* error)
+{
+    if (!cube_.readLine(line, out, error))
+        return false;
+    const int width = cube_.samples, bands = cube_.bands;
+    noData.assign(size_t(width), false);
+    if (cube_.ignoreValue) {
+        const float ignore = float(*cube_.ignoreValue);
+        for (int b = 0; b < bands; ++b)
+            for (int x = 0; x < width; ++x)
+                if (out[size_t(b) * width + x] == ignore)
+                    noData[size_t(x)] = true;
+        for (int b = 0; b < bands; ++b)
+            for (int x = 0; x < width; ++x)
+                if (noData[size_t(x)])
+                    out[size_t(b) * width + x] = 0;
+    }
+    if (scale_ != 1)
+        for (size_t i = 0; i < size_t(width) * size_t(bands); ++i)
+            out[i] *= scale_;
+    return true;
+}
+
+void Run::count(const uchar* labels, int pixels)
+{
+    for (int i = 0; i < pixels; ++i)
+        ++labelCounts_[labels[i]];
 }
 
 // Reads the records of the objects the last frame or cube reported.
@@ -131,12 +193,14 @@ bool Run::lineScan()
     if (counts && !cube_.countsOnly())
         return failed(QStringLiteral("the model takes 16-bit counts%1, the cube holds floating-point samples")
                           .arg(corrected_ ? QStringLiteral(" with its references") : QString()));
+    if (counts && cube_.reflectanceScale > 0)
+        return failed(QStringLiteral("the model takes 16-bit counts, the cube holds reflectance (its header states a reflectance scale factor)"));
 
     QImage image(width, cube_.lines, QImage::Format_Indexed8);
     if (image.isNull())
         return failed(QStringLiteral("no memory for a decision image of %1 x %2").arg(width).arg(cube_.lines));
     QFile regression(output(QStringLiteral("_regression.bin")));
-    if (!regNames_.isEmpty() && (!writeRegressionHeader() || !regression.open(QIODevice::WriteOnly)))
+    if (!regNames_.isEmpty() && !regression.open(QIODevice::WriteOnly))
         return failed(QStringLiteral("cannot write %1").arg(regression.fileName()));
 
     if (const int r = zelk_StartAcquisition(s_.h); r < 0)
@@ -144,13 +208,16 @@ bool Run::lineScan()
     const size_t values = size_t(width) * size_t(bands);
     std::vector<float> line(values), floats(counts ? 0 : values), outputs(static_cast<size_t>(width));
     std::vector<quint16> u16(counts ? values : 0);
+    std::vector<bool> noData;
     QString error;
     bool ok = true;
+    interruptRequested = 0;
+    const auto previous = std::signal(SIGINT, onInterrupt);
     {
         Progress progress(cube_.lines);
         QElapsedTimer timer;
-        for (int l = 0; l < cube_.lines && ok; ++l) {
-            if (!cube_.readLine(l, line.data(), &error)) {
+        for (int l = 0; l < cube_.lines && ok && !interruptRequested; ++l) {
+            if (!readLine(l, line.data(), noData, &error)) {
                 ok = failed(error);
                 break;
             }
@@ -178,7 +245,12 @@ bool Run::lineScan()
                 ok = failed(QStringLiteral("line %1: no decisions: %2").arg(l).arg(s_.failure(zelk_GetErrorCode(s_.h))));
                 break;
             }
-            std::copy_n(decisions, width, image.scanLine(l));
+            uchar* labels = image.scanLine(l);
+            std::copy_n(decisions, width, labels);
+            for (int x = 0; x < width; ++x)
+                if (noData[size_t(x)])
+                    labels[x] = NoData;
+            count(labels, width);
             if (segmented_)
                 collectObjects();
             for (int v = 0; v < regNames_.size() && ok; ++v) {
@@ -192,11 +264,21 @@ bool Run::lineScan()
                 if (regression.write(reinterpret_cast<const char*>(outputs.data()), bytes) != bytes)
                     ok = failed(QStringLiteral("cannot write %1").arg(regression.fileName()));
             }
-            progress.update(l + 1, frames_ / std::max(seconds_, 1e-9));
+            linesDone_ = l + 1;
+            progress.update(linesDone_);
         }
     }
+    std::signal(SIGINT, previous == SIG_ERR ? SIG_DFL : previous);
     zelk_StopAcquisition(s_.h);
-    return ok && saveDecisionImage(image);
+    if (!ok)
+        return false;
+    if (linesDone_ == 0)
+        return failed(QStringLiteral("interrupted before the first line: nothing written"));
+    if (linesDone_ < cube_.lines)
+        image = image.copy(0, 0, width, linesDone_);
+    if (!regNames_.isEmpty() && (!regression.flush() || !writeRegressionHeader()))
+        return failed(QStringLiteral("cannot write %1").arg(output(QStringLiteral("_regression.hdr"))));
+    return saveImages(image);
 }
 
 bool Run::snapshot()
@@ -212,15 +294,19 @@ bool Run::snapshot()
     const bool counts = bigEndianCounts || type == 1;
     if (counts && !cube_.countsOnly())
         return failed(QStringLiteral("the model takes 16-bit counts, the cube holds floating-point samples"));
+    if (counts && cube_.reflectanceScale > 0)
+        return failed(QStringLiteral("the model takes 16-bit counts, the cube holds reflectance (its header states a reflectance scale factor)"));
 
     const int width = cube_.samples, height = cube_.lines, bands = cube_.bands;
     const size_t pixels = size_t(width) * size_t(height), values = pixels * size_t(bands);
     std::vector<quint16> u16(counts ? values : 0);
     std::vector<float> f32(counts ? 0 : values), line(size_t(width) * size_t(bands));
+    std::vector<bool> noData(pixels, false), lineNoData;
     QString error;
     for (int l = 0; l < height; ++l) {
-        if (!cube_.readLine(l, line.data(), &error))
+        if (!readLine(l, line.data(), lineNoData, &error))
             return failed(error);
+        std::copy(lineNoData.cbegin(), lineNoData.cend(), noData.begin() + qint64(l) * width);
         for (int b = 0; b < bands; ++b)
             for (int x = 0; x < width; ++x) {
                 const float v = line[size_t(b) * width + x];
@@ -258,14 +344,25 @@ bool Run::snapshot()
         return failed(QStringLiteral("no decisions: %1").arg(why));
     }
     QImage image(width, height, QImage::Format_Indexed8);
-    for (int l = 0; l < height; ++l)
-        std::copy_n(decisions + size_t(l) * width, width, image.scanLine(l));
+    for (int l = 0; l < height; ++l) {
+        uchar* labels = image.scanLine(l);
+        std::copy_n(decisions + size_t(l) * width, width, labels);
+        for (int x = 0; x < width; ++x)
+            if (noData[size_t(l) * width + x])
+                labels[x] = NoData;
+        count(labels, width);
+    }
+    linesDone_ = height;
     zelk_StopAcquisition(s_.h);
-    return saveDecisionImage(image);
+    return saveImages(image);
 }
 
 void Run::printSummary() const
 {
+    std::printf("cube: %s, data %s%s\n", qPrintable(cube_.headerPath), qPrintable(cube_.dataPath),
+                cube_.dataBySize ? " (found by its size: no file has the name the header implies)" : "");
+    if (linesDone_ < cube_.lines)
+        std::printf("interrupted after %d of %d lines: the outputs hold those lines\n", linesDone_, cube_.lines);
     if (s_.snapshot)
         std::printf("%d x %d pixels classified in %.1f ms\n", cube_.samples, cube_.lines, seconds_ * 1e3);
     else
@@ -283,30 +380,35 @@ void Run::printSummary() const
     } else {
         std::printf("objects: none (the model does not segment objects)\n");
     }
-    std::printf("decision image: %s\nobject records: %s, %s\n", qPrintable(output(QStringLiteral("_decisions.png"))),
-                qPrintable(output(QStringLiteral("_objects.csv"))), qPrintable(output(QStringLiteral("_objects.json"))));
+    std::printf("decision labels: %s\noverview: %s\nobject records: %s, %s\n", qPrintable(output(QStringLiteral("_decisions.png"))),
+                qPrintable(output(QStringLiteral("_overview.png"))), qPrintable(output(QStringLiteral("_objects.csv"))),
+                qPrintable(output(QStringLiteral("_objects.json"))));
     if (!regNames_.isEmpty() && !s_.snapshot)
         std::printf("regression outputs: %s\n", qPrintable(output(QStringLiteral("_regression.hdr"))));
 }
 
 int Run::exec()
 {
-    if (!prepare() || !(s_.snapshot ? snapshot() : lineScan()) || !writeObjects())
+    if (!prepare())
         return Failed;
+    if (!(s_.snapshot ? snapshot() : lineScan()) || !writeObjects())
+        return interruptRequested ? Interrupted : Failed;
     printSummary();
-    return 0;
+    if (linesDone_ < cube_.lines)
+        return Interrupted;
+    return checkRejections() ? 0 : Failed;
 }
 
 int run(int argc, char** argv)
 {
     Arguments args;
     RunOptions o;
-    if (!args.parse("run", argc, argv, 2, {"white", "dark", "out", "device", "min-size"}) ||
+    if (!args.parse("run", argc, argv, 2, {"white", "dark", "out", "device", "min-size"}, {"ignore-wavelengths", "ignore-value-range"}) ||
         !args.number("run", QStringLiteral("device"), 0, 1000, -1, &o.device) ||
         !args.number("run", QStringLiteral("min-size"), 1, 1 << 30, 0, &o.minSize))
         return BadUsage;
     if (args.positional.size() != 2) {
-        fail("run", QStringLiteral("needs a model and a cube: zelk run MODEL CUBE.hdr [--white W.hdr --dark D.hdr] [--out DIR]"));
+        fail("run", QStringLiteral("needs a model and a cube: zelk run MODEL CUBE.hdr [--white W.hdr --dark D.hdr] [--out DIR] (zelk help run)"));
         return BadUsage;
     }
     o.model = args.positional[0];
@@ -314,6 +416,8 @@ int run(int argc, char** argv)
     o.white = args.options.value(QStringLiteral("white"));
     o.dark = args.options.value(QStringLiteral("dark"));
     o.outDir = args.options.value(QStringLiteral("out"), o.outDir);
+    o.ignoreWavelengths = args.options.contains(QStringLiteral("ignore-wavelengths"));
+    o.ignoreValueRange = args.options.contains(QStringLiteral("ignore-value-range"));
     if (o.white.isEmpty() != o.dark.isEmpty()) {
         fail("run", QStringLiteral("--white and --dark go together"));
         return BadUsage;

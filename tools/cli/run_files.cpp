@@ -3,6 +3,8 @@
 
 #include "run.h"
 
+#include "overview.h"
+
 #include <QFile>
 #include <QFileInfo>
 #include <QJsonArray>
@@ -14,7 +16,16 @@ namespace cli {
 namespace {
 
 constexpr int ClassSizes = 9; // first of the per-decision pixel counts of a record
-constexpr quint8 Cross = 255; // marks an object's centroid in the decision image
+
+// A column name without spaces or commas: "Unseen in training" -> "Unseen_in_training".
+QString columnName(const QString& text)
+{
+    QString name = text.simplified();
+    for (QChar& c : name)
+        if (!c.isLetterOrNumber() && c != QLatin1Char('_') && c != QLatin1Char('-') && c != QLatin1Char('.'))
+            c = QLatin1Char('_');
+    return name;
+}
 
 QString csvField(const QString& text)
 {
@@ -25,28 +36,34 @@ QString csvField(const QString& text)
 
 } // namespace
 
-// Decisions in the model's colours, and a white cross at each object's centroid as the
-// library marks them in its ring of rows: an arm of 11 pixels along the centroid's line
-// and one of 10 lines through its column. (The frames handed back carry no crosses:
-// they are burnt into rows that were handed back before.)
-bool Run::saveDecisionImage(QImage& image) const
+// The decision of every pixel as an indexed PNG: the index is the decision's code, the
+// palette holds the decisions' colours and the text chunk "decisions" their codes, names
+// and colours, one per line. It is a label map for programs, with nothing drawn on it.
+bool Run::saveImages(QImage& labels) const
 {
     QVector<QRgb> table(256, qRgb(0, 0, 0));
-    for (int i = 0; i < decisions_.colours.size() && i < Cross; ++i)
+    QStringList legend;
+    for (int i = 0; i < decisions_.colours.size() && i < NoData; ++i) {
         table[i] = 0xFF000000u | decisions_.colours[i];
-    table[Cross] = qRgb(255, 255, 255);
-    image.setColorTable(table);
-    for (const ObjectRow& o : objects_) {
-        const int line = o.record[1], column = o.record[2];
-        if (line >= 0 && line < image.height())
-            for (int x = std::max(0, column - 5); x <= std::min(image.width() - 1, column + 5); ++x)
-                image.scanLine(line)[x] = Cross;
-        if (column >= 0 && column < image.width())
-            for (int y = std::max(0, line - 5); y < std::min(image.height(), line + 5); ++y)
-                image.scanLine(y)[column] = Cross;
+        legend << QStringLiteral("%1\t%2\t#%3").arg(i).arg(decisions_.names[i]).arg(decisions_.colours[i], 6, 16, QLatin1Char('0'));
     }
+    if (labelCounts_[NoData] > 0)
+        legend << QStringLiteral("%1\tno data\t#000000").arg(NoData);
+    labels.setColorTable(table);
+    labels.setText(QStringLiteral("decisions"), legend.join(QLatin1Char('\n')));
+    labels.setText(QStringLiteral("Software"), QStringLiteral("zelk %1").arg(QLatin1String(zelk_GetVersion())));
+    labels.setText(QStringLiteral("Source"), QFileInfo(o_.cube).fileName());
     const QString path = output(QStringLiteral("_decisions.png"));
-    return image.save(path, "png") || failed(QStringLiteral("cannot write %1").arg(path));
+    if (!labels.save(path, "png"))
+        return failed(QStringLiteral("cannot write %1").arg(path));
+    const QString overview = output(QStringLiteral("_overview.png"));
+    std::vector<OverviewObject> boxes;
+    for (const ObjectRow& o : objects_) {
+        const auto& r = o.record;
+        boxes.push_back({r[1], r[2], r[3], r[4], r[5], r[6], r[8]});
+    }
+    return drawOverview(labels, boxes, decisions_, labelCounts_).save(overview, "png") ||
+           failed(QStringLiteral("cannot write %1").arg(overview));
 }
 
 bool Run::writeRegressionHeader() const
@@ -56,7 +73,7 @@ bool Run::writeRegressionHeader() const
         return false;
     QTextStream out(&header);
     out << "ENVI\ndescription = {regression outputs of " << QFileInfo(o_.model).fileName() << "}\nsamples = " << cube_.samples
-        << "\nlines = " << cube_.lines << "\nbands = " << regNames_.size()
+        << "\nlines = " << linesDone_ << "\nbands = " << regNames_.size()
         << "\nheader offset = 0\nfile type = ENVI Standard\ndata type = 4\ninterleave = bil\nbyte order = 0\nband names = {"
         << regNames_.join(QStringLiteral(", ")) << "}\n";
     out.flush();
@@ -74,9 +91,9 @@ bool Run::writeObjects() const
     out << "object,decision,decision_name,centroid_line,centroid_column,first_line,last_line,first_column,last_column,pixels";
     if (classSizes)
         for (const QString& name : decisions_.names)
-            out << ',' << csvField(QStringLiteral("pixels_") + name);
+            out << ',' << QStringLiteral("pixels_") + columnName(name);
     for (const QString& name : regNames_)
-        out << ',' << csvField(name);
+        out << ',' << columnName(name);
     out << '\n';
 
     QJsonArray objects;
@@ -121,10 +138,12 @@ bool Run::writeObjects() const
         decisions.append(QJsonObject{{QStringLiteral("code"), d}, {QStringLiteral("name"), decisions_.names[d]},
                                      {QStringLiteral("colour"), QStringLiteral("#%1").arg(decisions_.colours[d], 6, 16, QLatin1Char('0'))}});
     const QJsonObject root{{QStringLiteral("model"), o_.model},
-                           {QStringLiteral("cube"), o_.cube},
+                           {QStringLiteral("cube"), cube_.headerPath},
+                           {QStringLiteral("data_file"), cube_.dataPath},
                            {QStringLiteral("kind"), s_.snapshot ? QStringLiteral("snapshot") : QStringLiteral("line-scan")},
                            {QStringLiteral("width"), cube_.samples},
-                           {QStringLiteral("lines"), cube_.lines},
+                           {QStringLiteral("lines"), linesDone_},
+                           {QStringLiteral("interrupted"), linesDone_ < cube_.lines},
                            {QStringLiteral("bands"), cube_.bands},
                            {QStringLiteral("corrected"), corrected_},
                            {QStringLiteral("seconds"), seconds_},
