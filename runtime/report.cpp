@@ -2,13 +2,20 @@
 #include "runtime/handle.h"
 
 #include <algorithm>
+#include <atomic>
 #include <cstring>
+#include <mutex>
 
 namespace {
 
+// The process-wide pair, written by calls on several threads (each zelk_Init clears
+// the text): the writes take turns, so that two threads never write the text at once.
+// The code reads without waiting; a text read while another thread fails may still be
+// the older one, as with any process-wide pair.
 constexpr int GlobalMessageSize = 4096;
-int globalCode = 0;
+std::atomic<int> globalCode{0};
 char globalMessage[GlobalMessageSize] = {0};
+std::mutex globalWriter;
 
 } // namespace
 
@@ -34,6 +41,7 @@ int setHandleError(ZelkHandle* h, int code, const QString& text)
 
 int setGlobalError(int code, const QString& text)
 {
+    const std::lock_guard<std::mutex> turn(globalWriter);
     globalCode = code;
     storeText(globalMessage, GlobalMessageSize, text);
     return code;
@@ -56,6 +64,7 @@ const char* globalErrorMessage()
 
 void clearGlobalErrorMessage()
 {
+    const std::lock_guard<std::mutex> turn(globalWriter);
     globalMessage[0] = '\0';
 }
 
