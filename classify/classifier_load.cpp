@@ -5,8 +5,8 @@
 
 #include "classify/classifier.h"
 #include "classify/element_reads.h"
-#include "model/stream_reads.h"
-#include "model/typed_arrays.h"
+#include "wire/stream_reads.h"
+#include "wire/typed_arrays.h"
 
 using streamreads::read;
 using streamreads::remaining;

@@ -1,6 +1,6 @@
 #include "classify/element_reads.h"
-#include "model/stream_reads.h"
-#include "model/typed_arrays.h"
+#include "wire/stream_reads.h"
+#include "wire/typed_arrays.h"
 
 using streamreads::value;
 

@@ -2,7 +2,7 @@
 #include "classify/apply_elements.h"
 #include "classify/device_copy.h"
 #include "compute/backend.h"
-#include "model/data_set.h"
+#include "wire/data_set.h"
 
 #include <vector>
 

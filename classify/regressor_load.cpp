@@ -4,8 +4,8 @@
 
 #include "classify/element_reads.h"
 #include "classify/regressor.h"
-#include "model/stream_reads.h"
-#include "model/typed_arrays.h"
+#include "wire/stream_reads.h"
+#include "wire/typed_arrays.h"
 
 using streamreads::value;
 

@@ -1,6 +1,5 @@
 #include "classify/resampler.h"
 #include "compute/backend.h"
-#include "compute/cpu/cpu_resampler.h"
 
 #include <algorithm>
 
@@ -73,7 +72,7 @@ int ZelkResampler::init(int width_, const ZelkBandSet& source, const ZelkBandSet
 
 void ZelkResampler::resample(const quint16* frame, quint16* out) const
 {
-    compute::cpu::resampleFrame(map_, frame, out);
+    compute::resampleOnHost(map_, frame, out);
 }
 
 bool ZelkResampler::prepareFrames(QString* why)

@@ -47,9 +47,8 @@ bool backendAvailable(int number);
 // The backend of that number, or null when it is not available.
 Backend* backend(int number);
 
-// Selection is per thread, as a caller's thread feeds one acquisition. Both return
-// false, and leave the selection as it was, when the backend or device does not exist.
-bool setBackend(int number);
+// Selection is per thread, as a caller's thread feeds one acquisition. False, with the
+// selection left as it was, when the backend or device does not exist.
 bool selectDevice(int device);
 Backend& activeBackend();
 

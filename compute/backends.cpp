@@ -55,15 +55,6 @@ Backend* backend(int number)
     }
 }
 
-bool setBackend(int number)
-{
-    Backend* b = backend(number);
-    if (!b)
-        return false;
-    selected = b;
-    return true;
-}
-
 bool selectDevice(int device)
 {
     Backend* b = backend(deviceBackend(device));

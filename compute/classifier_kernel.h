@@ -33,7 +33,6 @@ public:
         stage_ = std::move(stage);
         inputStageChanged();
     }
-    const InputStage& inputStage() const { return stage_; }
 
     // Stages a block of samples and classifies it; false, with nothing written, when
     // the block does not fit the stage and the model, or when the device failed.

@@ -29,6 +29,10 @@ struct ResampleMap {
     }
 };
 
+// Resamples one frame on the host, whichever device runs the frames: for the cubes of
+// loaders and the like, outside an acquisition.
+void resampleOnHost(const ResampleMap& map, const quint16* frame, quint16* out);
+
 class ResampleKernel {
 public:
     virtual ~ResampleKernel() = default;

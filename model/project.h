@@ -6,7 +6,7 @@
 
 #include "classify/classifier.h"
 #include "classify/regressor.h"
-#include "model/data_set.h"
+#include "wire/data_set.h"
 #include "model/report_elements.h"
 #include "segment/segmenter.h"
 #include "spectral/image.h"

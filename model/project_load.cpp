@@ -2,7 +2,7 @@
 // reads every section of the lower revisions in the same order, then its own.
 
 #include "model/project.h"
-#include "model/stream_reads.h"
+#include "wire/stream_reads.h"
 #include "spectral/image_family.h"
 
 #include <QRegularExpression>

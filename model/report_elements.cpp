@@ -1,5 +1,5 @@
 #include "model/report_elements.h"
-#include "model/stream_reads.h"
+#include "wire/stream_reads.h"
 
 using namespace streamreads;
 

@@ -127,17 +127,13 @@ int start(ZelkHandle* h)
 
     const qint64 width = qMax(0, h->inputWidth);
     if (p.regressor) {
-        h->hasRegression = true;
         h->regVarCount = p.regressor->regVarNames.size();
         h->regOutput.resize(size_t(width * h->regVarCount));
         h->regVarLine.resize(size_t(width));
-        h->regForeground = h->segmenter ? quint8(h->segmenter->firstForeground()) : 0;
     } else {
-        h->hasRegression = false;
         h->regVarCount = 0;
         h->regOutput = {};
         h->regVarLine = {};
-        h->regForeground = 0;
     }
     if (h->segmenter)
         if (const int r = h->segmenter->prepareSegmenter(h->lineScan, h->inputWidth, h->regVarCount))

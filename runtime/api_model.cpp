@@ -1,8 +1,8 @@
 // Loading a model file into the handle: envelope, project stream, then what the
 // handle derives from the project (call family, processing set-up, input geometry).
 
-#include "model/container.h"
-#include "model/model_keys.h"
+#include "wire/container.h"
+#include "wire/model_keys.h"
 #include "runtime/boundary.h"
 #include "runtime/handle.h"
 #include "runtime/report.h"

@@ -79,16 +79,12 @@ struct ZelkHandle {
     int device = compute::defaultDevice;
     bool meanCorrection = false;
 
-    bool hasRegression = true;
-    quint8 regForeground = 0;
     int regVarCount = 0;
     std::vector<float> regOutput;  // inputWidth x regVarCount, pixel-major
     std::vector<float> regVarLine; // one variable of the last frame
     std::vector<float> regFrame;         // the corrected frame of all bands that the regressor reads
     std::vector<quint16> resampledFrame; // the frame on the project's bands, when resampling
 
-    bool rawKernel = false;
-    bool fusedKernel = true;
     bool acquiring = false;
 
     double algTimeMs = 0;

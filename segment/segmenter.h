@@ -98,9 +98,6 @@ public:
     // Closes the objects that ended at least two lines before the current one. 0, or -1
     // when the finished list became full.
     int finishDecisions();
-    int finishForeground();
-    int finishValue();
-    int finishValues();
 
     // Records of the last pass; reset by the next row.
     int objectCount() const { return objectCount_; }
@@ -146,7 +143,6 @@ public:
     int width() const { return width_; }
     int valuesPerPixel() const { return valuesPerPixel_; }
     int currentLine() const { return currentLine_; }
-    int nextObjectNumber() const { return nextObjectNumber_; }
     int acceptedPixels() const { return acceptedPixels_; }
 
     // Issues labels by a scan from label 1 every time rather than from the lowest label

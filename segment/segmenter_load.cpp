@@ -2,7 +2,7 @@
 // optional item whose tag does not match has had its tag consumed and keeps its
 // default; a required one ends the read with -1. Version 2 adds a trailing "objSep".
 
-#include "model/stream_reads.h"
+#include "wire/stream_reads.h"
 #include "segment/segmenter.h"
 
 using streamreads::value;

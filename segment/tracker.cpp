@@ -71,21 +71,6 @@ int ZelkSegmenter::finishDecisions()
     return finishPass<Kernel::Decisions>();
 }
 
-int ZelkSegmenter::finishForeground()
-{
-    return finishPass<Kernel::Foreground>();
-}
-
-int ZelkSegmenter::finishValue()
-{
-    return finishPass<Kernel::Value>();
-}
-
-int ZelkSegmenter::finishValues()
-{
-    return finishPass<Kernel::Values>();
-}
-
 void ZelkSegmenter::noteFreed(int label)
 {
     freeSearchStart_ = std::min(freeSearchStart_, label);

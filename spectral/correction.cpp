@@ -9,21 +9,6 @@ ZelkCorrection::ZelkCorrection(QObject* parent)
 
 ZelkCorrection::~ZelkCorrection() = default;
 
-void ZelkCorrection::reset()
-{
-    white.reset();
-    dark.reset();
-    whiteInfo.clear();
-    darkInfo.clear();
-    state = NotSet;
-    source = SourceUnknown;
-    whiteLevel = DefaultWhiteLevel;
-    whiteValue1 = darkValue1 = -1.0;
-    darkNumber = -1;
-    whiteTime = darkTime = QDateTime();
-    whiteValue2 = darkValue2 = -1.0f;
-}
-
 int ZelkCorrection::setLast(int code, const QString& message)
 {
     lastError = code;

@@ -36,9 +36,6 @@ public:
     int lastError = 0;
     QString lastMessage; // "code: message" of the last validity check
 
-    // Drops both references and returns every field to its default.
-    void reset();
-
     // Decides the state from the references and the scan's columns, lines and bands:
     // 0 when a state was set; -4206 for a band count that differs from the scan's; -1
     // for a single reference; the scan's columns or lines when the references' size

@@ -1,7 +1,7 @@
 // Reading the element that a project stores for each image: a version word, the common
 // head, the labels that later versions added, and the tail of a few formats.
 
-#include "model/stream_reads.h"
+#include "wire/stream_reads.h"
 #include "spectral/image_family.h"
 
 #include <cstring>

@@ -2,7 +2,7 @@
 // linear map, the checks before it may run, and the data caches.
 
 #include "classify/regressor.h"
-#include "model/data_set.h"
+#include "wire/data_set.h"
 
 #include <gtest/gtest.h>
 

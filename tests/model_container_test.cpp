@@ -1,8 +1,8 @@
 // The model envelope: round trips from the writer, the cipher's byte-level rules, the
 // odd inputs, and damaged envelopes.
 
-#include "model/container.h"
-#include "model/model_keys.h"
+#include "wire/container.h"
+#include "wire/model_keys.h"
 #include "modelwriter/envelope_writer.h"
 
 #include <QCryptographicHash>

@@ -2,7 +2,7 @@
 // head, the annotation and object label forms, the tails of some formats, the data set
 // forms, and streams whose counts lie.
 
-#include "model/data_set.h"
+#include "wire/data_set.h"
 #include "modelwriter/image_writer.h"
 #include "spectral/image_family.h"
 

@@ -1,7 +1,7 @@
 // Tagged arrays of the model streams: the host arrays with their absent forms, and the
 // four-dimensional typed array; damaged and absurd streams.
 
-#include "model/typed_arrays.h"
+#include "wire/typed_arrays.h"
 #include "modelwriter/stream_builder.h"
 
 #include <gtest/gtest.h>

@@ -14,3 +14,8 @@ void resampleFrame(const ResampleMap& map, const quint16* frame, quint16* out)
 }
 
 } // namespace compute::cpu
+
+void compute::resampleOnHost(const ResampleMap& map, const quint16* frame, quint16* out)
+{
+    cpu::resampleFrame(map, frame, out);
+}

@@ -1,6 +1,5 @@
 #pragma once
-// The resampler on the host: the destination bands of a frame are independent and are
-// shared between the cores, a narrow frame stays on one.
+// The resampler on the host, band after band on the caller's thread.
 
 #include "compute/resample_kernel.h"
 

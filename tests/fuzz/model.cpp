@@ -2,8 +2,8 @@
 // stream (so that the parser is reached without passing the cipher's check), 1 a
 // ".zelk" envelope, 2 a ".zpl" file, tried with both of its keys.
 
-#include "model/container.h"
-#include "model/model_keys.h"
+#include "wire/container.h"
+#include "wire/model_keys.h"
 #include "model/project.h"
 
 #include <QBuffer>

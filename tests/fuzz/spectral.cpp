@@ -2,7 +2,7 @@
 // 0 an ENVI header and its raw file (the bytes up to the first zero byte are the
 // header's text, the rest the samples), 1 a compressed cube, 2 a mask stream.
 
-#include "model/stream_reads.h"
+#include "wire/stream_reads.h"
 #include "spectral/decompressor.h"
 #include "spectral/mask_stream.h"
 #include "spectral/spectral_cube.h"

@@ -1,5 +1,5 @@
-#include "model/typed_arrays.h"
-#include "model/stream_reads.h"
+#include "wire/typed_arrays.h"
+#include "wire/stream_reads.h"
 
 #include <QIODevice>
 #include <limits>

@@ -1,5 +1,5 @@
-#include "model/data_set.h"
-#include "model/stream_reads.h"
+#include "wire/data_set.h"
+#include "wire/stream_reads.h"
 
 using namespace streamreads;
 

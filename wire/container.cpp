@@ -1,4 +1,4 @@
-#include "model/container.h"
+#include "wire/container.h"
 
 #include <QCryptographicHash>
 #include <QDateTime>

@@ -1,4 +1,4 @@
-#include "model/model_keys.h"
+#include "wire/model_keys.h"
 
 namespace modelkeys {
 namespace {
