@@ -69,8 +69,8 @@ def run(model, recordings, out, scheduler=None, workers=None, client=None, progr
     own = client is None
     client = cluster.connect(scheduler, workers) if own else client
     try:
-        futures = cluster.submit(client, model, recordings)
-        results = cluster.gather(futures, names(recordings), progress=sys.stderr if progress else None)
+        tasks = cluster.recording_tasks(model, recordings)
+        results = cluster.run_tasks(client, tasks, names(recordings), progress=sys.stderr if progress else None)
     finally:
         if own:
             cluster.close(client)

@@ -4,6 +4,7 @@ inside the library), or an existing one named by its scheduler's address."""
 
 import os
 import sys
+import uuid
 
 import dask
 from distributed import Client, LocalCluster, as_completed
@@ -12,12 +13,17 @@ from distributed.scheduler import KilledWorker
 from .recording import run_recording
 
 # A worker that dies takes its task with it: the scheduler gives the task to another
-# worker once, and a second death fails the recording instead of a whole archive.
-ALLOWED_FAILURES = 1
+# worker once, and a second death fails the recording instead of a whole archive. A
+# worker holds only the task it runs (saturation 1), so that a death makes no other
+# recording suspect.
+SCHEDULER_SETTINGS = {"distributed.scheduler.allowed-failures": 1, "distributed.scheduler.worker-saturation": 1.0}
+ALLOWED_FAILURES = SCHEDULER_SETTINGS["distributed.scheduler.allowed-failures"]
 
 
-def _limit_failures(dask_scheduler=None):
+def _settle(dask_scheduler=None):
+    """The settings above on a running scheduler, which read its configuration at its start."""
     dask_scheduler.allowed_failures = ALLOWED_FAILURES
+    dask_scheduler.WORKER_SATURATION = SCHEDULER_SETTINGS["distributed.scheduler.worker-saturation"]
 
 
 def connect(scheduler=None, workers=None):
@@ -28,11 +34,11 @@ def connect(scheduler=None, workers=None):
     if scheduler:
         client = Client(scheduler)
     else:
-        with dask.config.set({"distributed.scheduler.allowed-failures": ALLOWED_FAILURES}):
+        with dask.config.set(SCHEDULER_SETTINGS):
             cluster = LocalCluster(n_workers=workers or os.cpu_count(), threads_per_worker=1, processes=True,
                                    dashboard_address=None)
         client = Client(cluster)
-    client.run_on_scheduler(_limit_failures)
+    client.run_on_scheduler(_settle)
     return client
 
 
@@ -44,26 +50,38 @@ def close(client):
         cluster.close()
 
 
-def submit(client, model, recordings):
-    """One task per recording (a dict with 'cube' and optionally 'white' and 'dark'),
-    keyed by its place in the list: the futures, in the list's order."""
-    return [
-        client.submit(run_recording, os.path.abspath(model), os.path.abspath(r["cube"]),
-                      _absolute(r.get("white")), _absolute(r.get("dark")), key=f"zelk-recording-{i}", pure=False)
-        for i, r in enumerate(recordings)
-    ]
+def recording_tasks(model, recordings):
+    """The task of each recording (a dict with 'cube' and optionally 'white' and 'dark'):
+    run_recording and its arguments, as absolute paths that every worker can open."""
+    model = os.path.abspath(model)
+    return [(run_recording, model, os.path.abspath(r["cube"]), _absolute(r.get("white")), _absolute(r.get("dark")))
+            for r in recordings]
 
 
 def _absolute(path):
     return os.path.abspath(path) if path else None
 
 
-def gather(futures, names, progress=sys.stderr):
-    """The result of every task, in the order of `futures`, with one line of progress per
-    finished recording. A recording whose workers died is a failed result."""
-    results = [None] * len(futures)
-    index = {f.key: i for i, f in enumerate(futures)}
-    for done, future in enumerate(as_completed(futures), 1):
+def run_tasks(client, tasks, names, progress=sys.stderr):
+    """The result of every task (a function and its arguments), in the order of `tasks`,
+    with one line of progress per finished recording. No more tasks are handed out than
+    the cluster has threads, so that each worker holds only the task it runs: a worker
+    that dies makes only that task suspect, and the scheduler runs it once more
+    elsewhere. A recording whose workers died twice is a failed result."""
+    results = [None] * len(tasks)
+    waiting = list(enumerate(tasks))[::-1]
+    index = {}
+    running = as_completed()
+
+    def hand_out():
+        while waiting and running.count() < max(1, sum(client.nthreads().values())):
+            i, (function, *args) = waiting.pop()
+            future = client.submit(function, *args, key=f"zelk-recording-{i}-{uuid.uuid4().hex}", pure=False)
+            index[future.key] = i
+            running.add(future)
+
+    hand_out()
+    for done, future in enumerate(running, 1):
         i = index[future.key]
         try:
             result = future.result()
@@ -73,7 +91,8 @@ def gather(futures, names, progress=sys.stderr):
         result["recording"] = names[i]
         results[i] = result
         if progress:
-            print(f"[{done}/{len(futures)}] {_line(result)}", file=progress, flush=True)
+            print(f"[{done}/{len(tasks)}] {_line(result)}", file=progress, flush=True)
+        hand_out()
     return results
 
 

@@ -64,11 +64,15 @@ def compare(found, truth, distance=MATCH_DISTANCE):
 
 def confusion(comparisons):
     """The confusion matrix of object decisions over all recordings: true material by
-    row (with 'extra' for found objects without a truth), decision by column (with
-    'missed' for true objects that were not found)."""
+    row, the trained ones first, then 'extra' for found objects without a truth; decision
+    by column, each row's right decision in the row's place, so that right decisions lie
+    on the diagonal, then 'missed' for true objects that were not found."""
     if comparisons.empty:
         return pd.DataFrame()
     matrix = pd.crosstab(comparisons["material"], comparisons["decision_name"])
-    rows = sorted(r for r in matrix.index if r != "extra") + (["extra"] if "extra" in matrix.index else [])
-    columns = sorted(c for c in matrix.columns if c != "missed") + (["missed"] if "missed" in matrix.columns else [])
-    return matrix.loc[rows, columns]
+    expected = dict(zip(comparisons["material"], comparisons["expected"]))
+    rows = sorted((m for m in matrix.index if m != "extra"), key=lambda m: (expected[m] == REJECTED, m))
+    rows += ["extra"] if "extra" in matrix.index else []
+    columns = list(dict.fromkeys(expected[m] for m in rows if m != "extra"))
+    columns += sorted(c for c in matrix.columns if c not in columns and c != "missed") + ["missed"]
+    return matrix.reindex(index=rows, columns=columns, fill_value=0)
