@@ -32,8 +32,8 @@ def throughput(model, recordings, workers):
     client = cluster.connect(workers=workers)
     try:
         start = time.perf_counter()
-        results = cluster.gather(cluster.submit(client, model, recordings), [str(i) for i in range(len(recordings))],
-                                 progress=None)
+        results = cluster.run_tasks(client, cluster.recording_tasks(model, recordings),
+                                    [str(i) for i in range(len(recordings))], progress=None)
         seconds = time.perf_counter() - start
     finally:
         cluster.close(client)

@@ -13,13 +13,14 @@ import matplotlib.pyplot as plt  # noqa: E402
 def class_counts_picture(classes, path):
     """Objects per decision per recording, as stacked bars."""
     counts = classes.pivot_table(index="recording", columns="decision", values="objects", aggfunc="sum", fill_value=0)
-    counts = counts.loc[:, counts.sum() > 0] if not counts.empty else counts
-    fig, ax = plt.subplots(figsize=(max(6, 0.5 * len(counts) + 3), 4.5))
+    order = [d for d in dict.fromkeys(classes["decision"]) if d in counts.columns]
+    counts = counts[order].loc[:, counts[order].sum() > 0] if not counts.empty else counts
+    fig, ax = plt.subplots(figsize=(max(7, 0.5 * len(counts) + 4), 4.5))
     if counts.empty or counts.shape[1] == 0:
         ax.text(0.5, 0.5, "no objects", ha="center", va="center")
     else:
         counts.plot.bar(stacked=True, ax=ax, width=0.8)
-        ax.legend(title="decision", fontsize="small")
+        ax.legend(title="decision", fontsize="small", loc="upper left", bbox_to_anchor=(1.0, 1.0))
     ax.set_xlabel("recording")
     ax.set_ylabel("objects")
     ax.set_title("Objects per class and recording")
