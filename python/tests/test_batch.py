@@ -132,6 +132,15 @@ def test_separate_processes_give_the_local_tables(archive, local_run, separate_c
     pd.testing.assert_frame_equal(remote, pd.read_csv(local_run["paths"]["recordings"]).drop(columns=TIMING))
 
 
+def test_an_unreachable_scheduler_is_refused(archive, tmp_path):
+    command = subprocess.run([sys.executable, "-m", "zelk.batch", str(archive / "recording-1" / "model.zelk"),
+                              str(archive / "recording-1" / "scene.hdr"), "--scheduler", f"tcp://127.0.0.1:{free_port()}",
+                              "--out", str(tmp_path)], capture_output=True, text=True,
+                             env={**os.environ, "PYTHONPATH": str(ROOT / "python")})
+    assert command.returncode == 2
+    assert "cannot reach the Dask scheduler at tcp://127.0.0.1:" in command.stderr.splitlines()[-1]
+
+
 def write_cube(path, lines, width, bands, data_bytes=None):
     """An ENVI uint16 BIL cube of zeros; `data_bytes` cuts its data file short."""
     path.with_suffix(".hdr").write_text(f"ENVI\nsamples = {width}\nlines = {lines}\nbands = {bands}\nheader offset = 0\n"

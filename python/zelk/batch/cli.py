@@ -11,6 +11,7 @@ from . import find_recordings, run, truth
 def parse(argv):
     parser = argparse.ArgumentParser(
         prog="zelk-batch",
+        usage="zelk-batch MODEL CUBE.hdr|GLOB... [--out DIR] [--scheduler tcp://HOST:PORT] [options]",
         description="Runs a model over many ENVI recordings, one Dask task per recording, and writes one objects "
         "table, a summary per recording and per class, the comparison with truths where they exist, and report.html.")
     parser.add_argument("model", help="the model file (.zelk)")
@@ -41,8 +42,12 @@ def main(argv=None):
         recordings = find_recordings(args.cubes, args.white, args.dark, references_beside=not args.no_references)
     except FileNotFoundError as e:
         parser.error(str(e))
-    result = run(args.model, recordings, args.out, scheduler=args.scheduler, workers=args.workers,
-                 match_distance=args.match_distance)
+    try:
+        result = run(args.model, recordings, args.out, scheduler=args.scheduler, workers=args.workers,
+                     match_distance=args.match_distance)
+    except ConnectionError as e:
+        print(f"zelk-batch: {e}", file=sys.stderr)
+        return 2
     summary = result["recordings"]
     ok = summary[summary["status"] == "ok"]
     print(f"recordings: {len(ok)} of {len(summary)} ran, {int(ok['objects'].sum())} objects")

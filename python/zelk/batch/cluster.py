@@ -16,6 +16,7 @@ from .recording import run_recording
 # worker once, and a second death fails the recording instead of a whole archive. A
 # worker holds only the task it runs (saturation 1), so that a death makes no other
 # recording suspect.
+CONNECT_SECONDS = 10
 SCHEDULER_SETTINGS = {"distributed.scheduler.allowed-failures": 1, "distributed.scheduler.worker-saturation": 1.0}
 ALLOWED_FAILURES = SCHEDULER_SETTINGS["distributed.scheduler.allowed-failures"]
 
@@ -32,7 +33,11 @@ def connect(scheduler=None, workers=None):
     # Each worker runs one task at a time; a BLAS below the library takes one core too.
     os.environ["OPENBLAS_NUM_THREADS"] = "1"
     if scheduler:
-        client = Client(scheduler)
+        try:
+            client = Client(scheduler, timeout=CONNECT_SECONDS)
+        except (OSError, ValueError, TypeError) as e:
+            raise ConnectionError(f"cannot reach the Dask scheduler at {scheduler} within {CONNECT_SECONDS} s "
+                                  f"({e}); give its address as tcp://HOST:PORT") from None
     else:
         with dask.config.set(SCHEDULER_SETTINGS):
             cluster = LocalCluster(n_workers=workers or os.cpu_count(), threads_per_worker=1, processes=True,
@@ -88,6 +93,9 @@ def run_tasks(client, tasks, names, progress=sys.stderr):
         except KilledWorker:
             result = {"cube": None, "status": "failed", "code": None,
                       "message": f"its worker died {ALLOWED_FAILURES + 1} times while running it"}
+        except Exception as e:  # the task could not run there: say why, and go on with the rest
+            result = {"cube": None, "status": "failed", "code": None,
+                      "message": f"the task failed on its worker: {type(e).__name__}: {e}"}
         result["recording"] = names[i]
         results[i] = result
         if progress:
