@@ -141,6 +141,55 @@ def test_an_unreachable_scheduler_is_refused(archive, tmp_path):
     assert "cannot reach the Dask scheduler at tcp://127.0.0.1:" in command.stderr.splitlines()[-1]
 
 
+def write_envi(path, cube, dtype, interleave, extra=""):
+    """`cube` (lines x samples x bands) as an ENVI cube of numpy type `dtype` ('>f8' is
+    big-endian) in `interleave`."""
+    lines, samples, bands = cube.shape
+    order = {"bip": (0, 1, 2), "bil": (0, 2, 1), "bsq": (2, 0, 1)}[interleave]
+    code = {"f4": 4, "f8": 5, "i2": 2, "u2": 12}[np.dtype(dtype).str[1:]]
+    path.with_suffix(".hdr").write_text(
+        f"ENVI\nsamples = {samples}\nlines = {lines}\nbands = {bands}\nheader offset = 0\ndata type = {code}\n"
+        f"interleave = {interleave}\nbyte order = {int(np.dtype(dtype).byteorder == '>')}\n{extra}")
+    path.with_suffix(".dat").write_bytes(np.ascontiguousarray(cube.transpose(order)).astype(dtype).tobytes())
+
+
+def leaves():
+    """100 lines x 8 pixels x 4 bands: the test model's leaves (band 1 near 10) on a bare
+    background, a block of them and a single one."""
+    cube = np.zeros((100, 8, 4))
+    cube[10:15, 1:4, 1] = 10
+    cube[60, 6, 1] = 10
+    return cube
+
+
+CUBE_CASES = {
+    # Whole numbers that the header scales down to the model's values.
+    "scaled-int16-bil": ("linescan", leaves() * 1000, "<i2", "bil", "reflectance scale factor = 1000\n"),
+    # Pixels at the ignore value: zeroed for the model, counted as no data.
+    "ignored-float64-big-endian-bsq": ("linescan", np.where(np.arange(8) == 0, -1.0, leaves().transpose(2, 0, 1)).transpose(1, 2, 0),
+                                       ">f8", "bsq", "data ignore value = -1\n"),
+    "snapshot-float32-bip": ("snapshot", leaves(), "<f4", "bip", ""),
+}
+
+
+@pytest.mark.parametrize("case", list(CUBE_CASES))
+def test_cubes_read_as_zelk_run_reads_them(case, write_model, tmp_path):
+    kind, cube, dtype, interleave, extra = CUBE_CASES[case]
+    model = write_model() if kind == "linescan" else write_model("--snapshot", "--all-foreground")
+    write_envi(tmp_path / "cube", cube, dtype, interleave, extra)
+    run = subprocess.run([str(TOOLS / "zelk"), "run", str(model), str(tmp_path / "cube.hdr"), "--out", str(tmp_path / "out")],
+                         capture_output=True, text=True)
+    assert run.returncode == 0, run.stderr
+    result = run_recording(model, tmp_path / "cube.hdr")
+    assert result["status"] == "ok", result["message"]
+    expected = pd.read_csv(tmp_path / "out" / "cube_objects.csv")
+    assert len(expected) == 2
+    pd.testing.assert_frame_equal(pd.DataFrame(result["objects"]), expected, check_dtype=False)
+    labels = np.bincount(np.asarray(Image.open(tmp_path / "out" / "cube_decisions.png")).ravel(), minlength=256)
+    assert result["pixels"] == {**{"bg": labels[0], "leaf": labels[1]}, **({"no data": labels[255]} if labels[255] else {})}
+    assert ("no data" in result["pixels"]) == ("ignore" in extra)
+
+
 def write_cube(path, lines, width, bands, data_bytes=None):
     """An ENVI uint16 BIL cube of zeros; `data_bytes` cuts its data file short."""
     path.with_suffix(".hdr").write_text(f"ENVI\nsamples = {width}\nlines = {lines}\nbands = {bands}\nheader offset = 0\n"

@@ -89,14 +89,13 @@ def _run(model, path, white, dark):
         if h.input_bands != cube.bands:
             raise RecordingError(f"the model takes {h.input_bands} bands, the cube {path} has {cube.bands}")
         scale = np.float32(1.0 / cube.reflectance_scale) if cube.reflectance_scale > 0 else None
-        counts = h.input_data_type == 1 or (snapshot and h.input_data_layout == 3)
+        # Band-sequential cubes of that snapshot camera are 16-bit counts whatever the type.
+        counts = (snapshot and h.input_data_layout == 3) or h.input_data_type == 1
         if counts and not cube.counts_only:
             raise RecordingError("the model takes 16-bit counts, the cube holds floating-point samples")
         if counts and cube.reflectance_scale > 0:
             raise RecordingError("the model takes 16-bit counts, the cube holds reflectance "
                                  "(its header states a reflectance scale factor)")
-        if not snapshot and white is None and not counts:
-            _check_value_range(cube, scale)
         if snapshot:
             if (h.input_width, h.input_height) != (cube.samples, cube.lines):
                 raise RecordingError(f"the model takes cubes of {h.input_width} x {h.input_height} pixels, "
@@ -121,24 +120,6 @@ def _run(model, path, white, dark):
             "model was trained on. Counts need the recording's references; a cube of another camera or other "
             "wavelengths needs a model of its own")
     return results
-
-
-def _check_value_range(cube, scale):
-    """A model that takes reflectance, given counts, rejects nearly every pixel:
-    refused when more than 1 % of the values of sampled lines exceed 2."""
-    values = above = 0
-    largest = 0.0
-    for index in range(0, cube.lines, max(1, cube.lines // 64)):
-        line, no_data = _prepared(cube, index, scale)
-        line = line[:, ~no_data]
-        values += line.size
-        above += int((line > 2.0).sum())
-        largest = max(largest, float(line.max(initial=0.0)))
-    if above * 100 > values:
-        raise RecordingError(
-            f"{os.path.basename(cube.header_path)} cannot hold reflectance: {above * 100 / values:.0f}% of its values exceed 2, "
-            f"up to {largest:g}. Without references the model takes reflectance: give the recording's white and dark "
-            "references, or state 'reflectance scale factor' in its header")
 
 
 def _prepared(cube, index, scale):
