@@ -8,7 +8,6 @@ import signal
 import socket
 import subprocess
 import sys
-import time
 from pathlib import Path
 
 import numpy as np
