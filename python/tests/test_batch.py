@@ -201,7 +201,8 @@ def test_failed_recordings_are_reported_and_the_rest_go_on(archive, tmp_path):
     good = archive / "recording-2"
     write_cube(tmp_path / "wrong_bands", 20, 96, 24)
     write_cube(tmp_path / "short", 20, 96, 32, data_bytes=1000)
-    recordings = batch.find_recordings([str(tmp_path / "*.hdr"), str(good / "scene.hdr")])
+    # The good recording named twice runs once.
+    recordings = batch.find_recordings([str(tmp_path / "*.hdr"), str(good / "scene.hdr"), str(good / ".." / good.name / "scene.hdr")])
     tables = batch.run(archive / "recording-1" / "model.zelk", recordings, tmp_path / "out", workers=1, progress=False)
     short, wrong_bands, scene = batch.names(recordings)
     summary = tables["recordings"].set_index("recording")

@@ -33,14 +33,18 @@ def find_recordings(patterns, white=None, dark=None, references_beside=True):
     """The recordings named by cube headers or glob patterns, in that order, each a dict
     of 'cube', 'white', 'dark' and 'truth'. References are `white` and `dark` when
     given, else whiteReference.hdr and darkReference.hdr beside the cube; the truth is
-    STEM_truth.csv or truth.csv beside it. A pattern that matches nothing is refused."""
-    recordings = []
+    STEM_truth.csv or truth.csv beside it. A pattern that matches nothing is refused; a
+    recording named twice is taken once, so that nothing is counted twice."""
+    recordings, seen = [], set()
     for pattern in patterns:
         paths = sorted(glob.glob(pattern)) if glob.has_magic(pattern) else [pattern]
         paths = [p for p in paths if os.path.splitext(os.path.basename(p))[0] not in REFERENCE_NAMES]
         if not paths or not glob.has_magic(pattern) and not os.path.exists(pattern):
             raise FileNotFoundError(f"{pattern} names no recording")
         for path in paths:
+            if os.path.abspath(path) in seen:
+                continue
+            seen.add(os.path.abspath(path))
             stem = os.path.splitext(os.path.basename(path))[0]
             w, d = white, dark
             if w is None and references_beside:

@@ -103,13 +103,12 @@ def _run(model, path, white, dark):
         else:
             h.set_input_width(cube.samples)
         decisions = [d.name for d in h.decisions()]
-        segmented = False
+        # Objects when the model defines a segmenter that can run; decisions alone otherwise.
         try:
+            h.set_segmentation(h.mask_type > 0)
             segmented = h.mask_type > 0
         except zelk.ZelkError:
-            pass  # the model defines no segmenter: decisions without objects
-        if segmented:
-            h.set_segmentation(True)
+            segmented = False
         run = _Run(h, cube, scale, counts, segmented)
         with h.acquisition():
             run.snapshot() if snapshot else run.line_scan()
