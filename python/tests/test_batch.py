@@ -24,7 +24,7 @@ from zelk.batch.recording import run_recording
 TOOLS = Path(os.environ["ZELK_LIBRARY"]).resolve().parent / "tools"
 SEEDS = (1, 2, 3)
 # Columns that are measured, not computed: they differ from run to run.
-TIMING = ["seconds", "frames_per_s"]
+TIMING = ["seconds", "frames_per_s", "wall_seconds"]
 
 
 def zelk_scene(directory, seed, lines=300):
@@ -104,7 +104,7 @@ def test_each_recording_equals_zelk_run_and_its_truth(archive, local_run, tmp_pa
         truth = pd.read_csv(folder / "truth.csv")
         row = summary[summary["recording"] == name].iloc[0]
         assert (row["matched"], row["correct"], row["missed"], row["extra"]) == (len(truth), len(truth), 0, 0)
-        assert row["frames"] == 300 and row["frames_per_s"] > 0
+        assert row["frames"] == 300 and row["frames_per_s"] > 0 and row["wall_seconds"] > row["seconds"]
 
     # Right decisions on the diagonal, the foreign material's as rejected; none missed.
     matrix = local_run["confusion"]
@@ -210,6 +210,8 @@ def test_failed_recordings_are_reported_and_the_rest_go_on(archive, tmp_path):
     assert "the model takes 32 bands" in summary.loc[wrong_bands, "message"] and "has 24" in summary.loc[wrong_bands, "message"]
     assert "too short" in summary.loc[short, "message"]
     assert set(tables["objects"]["recording"]) == {scene}
+    page = Path(tables["paths"]["report"]).read_text()
+    assert "<h2>Failed recordings</h2>" in page and "too short" in page
 
     # A model the library refuses fails every recording with the library's code and text.
     not_a_model = tmp_path / "model.zelk"

@@ -38,9 +38,10 @@ def run_recording(model, cube, white=None, dark=None):
     object records, pixels per decision and speed, or "failed" with the library's
     'code' (None when the recording was refused before the library saw it) and 'message'."""
     result = {"cube": os.fspath(cube), "worker_pid": os.getpid()}
+    start = time.perf_counter()
     try:
         result.update(_run(os.fspath(model), os.fspath(cube), white, dark))
-        result["status"] = "ok"
+        result.update(status="ok", wall_seconds=time.perf_counter() - start)
     except zelk.ZelkError as e:
         result.update(status="failed", code=e.code, message=f"{e.function}: {e.message or 'no text'}")
     except RecordingError as e:

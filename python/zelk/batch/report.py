@@ -54,7 +54,7 @@ def write(directory, summary, classes, matrix):
              "<style>body{font-family:sans-serif} table{border-collapse:collapse} td,th{border:1px solid #ccc;"
              "padding:2px 6px;text-align:right}</style>",
              "<h1>zelk-batch report</h1>", "<h2>Recordings</h2>",
-             summary.drop(columns=["cube", "white", "dark", "truth"]).to_html(index=False, na_rep="", float_format="%.3g"),
+             summary.drop(columns=["cube", "white", "dark", "truth"]).fillna("").to_html(index=False, float_format=lambda v: f"{v:.3g}"),
              "<h2>Objects per class</h2><img src='class_counts.png' alt='objects per class and recording'>"]
     if not matrix.empty:
         confusion_picture(matrix, os.path.join(directory, "confusion.png"))

@@ -7,7 +7,9 @@ import pandas as pd
 
 from . import truth as truths
 
-SUMMARY_COLUMNS = ["recording", "status", "code", "message", "objects", "frames", "seconds", "frames_per_s",
+# seconds and frames_per_s: inside the library's calls, as zelk run states them;
+# wall_seconds: the whole task on its worker, reading the recording included.
+SUMMARY_COLUMNS = ["recording", "status", "code", "message", "objects", "frames", "seconds", "frames_per_s", "wall_seconds",
                    "rejected_share", "width", "lines", "cube", "white", "dark", "truth", "matched", "correct", "missed",
                    "extra"]
 
