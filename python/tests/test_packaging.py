@@ -34,3 +34,9 @@ def test_pip_installs_a_package_that_finds_the_library(tmp_path):
         assert where.startswith(str(venv)), where
         assert versions.startswith("5.1.0 5.1 ("), versions
 
+
+    # The batch tool comes along as a command of the package.
+    batch = subprocess.run([str(venv / "bin" / "zelk-batch"), "--help"], cwd=tmp_path,
+                           env={**plain, "ZELK_LIBRARY": str(library)}, capture_output=True, text=True)
+    assert batch.returncode == 0, batch.stderr
+    assert batch.stdout.startswith("usage: zelk-batch MODEL CUBE"), batch.stdout
