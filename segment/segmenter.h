@@ -165,6 +165,9 @@ private:
     int issueLabel();
     int issueImageLabel();
     void appendMembers(qint32 root, qint32 absorbed);
+    void relabelNewRun(qint32 x, qint32 lo);
+    void relabelByScan(qint32 lo, qint32 hi, OpenObject*& touched);
+    void relabelByMembers(qint32 lo, qint32 hi, OpenObject*& touched);
     void noteFreed(int label);
     bool rowsReady() const;
 

@@ -130,6 +130,64 @@ void ZelkSegmenter::appendMembers(qint32 root, qint32 absorbed)
     memberTail_[size_t(root)] = memberTail_[size_t(absorbed)];
 }
 
+// The three ways in which a merge points the labels of object hi at lo.
+
+// A run that has just begun (label x) meets an older object: its label has no aliases
+// yet, so pointing it at the older root is enough. A reused label can be the smaller one
+// here; then nothing changes and hi keeps its own entry. In an image labels only grow,
+// so x is hi.
+void ZelkSegmenter::relabelNewRun(qint32 x, qint32 lo)
+{
+    labelMap_.data()[x] = lo;
+    if (!streaming_)
+        appendMembers(lo, x);
+}
+
+// Every label up to the highest issued that resolves to hi is looked at; `touched`
+// becomes the record of the last alias found.
+void ZelkSegmenter::relabelByScan(qint32 lo, qint32 hi, OpenObject*& touched)
+{
+    qint32* map = labelMap_.data();
+    const int last = highestLabel_;
+    for (int k = 0; k <= last; ++k) {
+        if (map[k] == hi) {
+            map[k] = lo;
+            if (k != hi) {
+                openObjects_.data()[k].root = lo;
+                touched = &openObjects_.data()[k];
+            }
+        }
+    }
+    if (!streaming_)
+        appendMembers(lo, hi);
+}
+
+// Image mode: the same relabelling as the scan, through the member list of hi. The scan
+// ends with the highest of them, so that is the touched record.
+void ZelkSegmenter::relabelByMembers(qint32 lo, qint32 hi, OpenObject*& touched)
+{
+    qint32* map = labelMap_.data();
+    qint32 alias = 0;
+    for (qint32 k = hi; k != 0; k = memberNext_[size_t(k)]) {
+        map[k] = lo;
+        if (k != hi) {
+            openObjects_.data()[k].root = lo;
+            alias = std::max(alias, k);
+        }
+    }
+    // The scan also reaches highestLabel, the label to be issued next. Its entry is left
+    // from an earlier image and can name hi as well.
+    const qint32 next = highestLabel_;
+    if (next >= nextLabel_ && next < labelCapacity && map[next] == hi) {
+        map[next] = lo;
+        openObjects_.data()[next].root = lo;
+        alias = next;
+    }
+    if (alias != 0)
+        touched = &openObjects_.data()[alias];
+    appendMembers(lo, hi);
+}
+
 template <ZelkSegmenter::Kernel K>
 int ZelkSegmenter::trackRow(const quint8* decisions, const float* values)
 {
@@ -226,50 +284,12 @@ int ZelkSegmenter::scanRow(const quint8* decisions, const float* values)
         const qint32 lo = std::min(a, b);
         const qint32 hi = std::max(a, b);
         const qint32 x = labels[c - 1];
-        if (x == lastIssuedLabel_) {
-            // A run that has just begun meets an older object: its label has no aliases
-            // yet, so pointing it at the older root is enough. A reused label can be the
-            // smaller one here; then nothing changes and hi keeps its own entry. In an
-            // image labels only grow, so x is hi.
-            map[x] = lo;
-            if (!stream)
-                appendMembers(lo, x);
-        } else if (stream || plainRelabel_) {
-            const int last = highestLabel_;
-            for (int k = 0; k <= last; ++k) {
-                if (map[k] == hi) {
-                    map[k] = lo;
-                    if (k != hi) {
-                        table[k].root = lo;
-                        touched = &table[k];
-                    }
-                }
-            }
-            if (!stream)
-                appendMembers(lo, hi);
-        } else {
-            // The same relabelling as the scan above, through the labels that resolve to
-            // hi. The scan ends with the highest of them, so that is the touched record.
-            qint32 alias = 0;
-            for (qint32 k = hi; k != 0; k = memberNext_[size_t(k)]) {
-                map[k] = lo;
-                if (k != hi) {
-                    table[k].root = lo;
-                    alias = std::max(alias, k);
-                }
-            }
-            // The scan also reaches highestLabel, the label to be issued next. Its entry
-            // is left from an earlier image and can name hi as well.
-            const qint32 next = highestLabel_;
-            if (next >= nextLabel_ && next < labelCapacity && map[next] == hi) {
-                map[next] = lo;
-                table[next].root = lo;
-                alias = next;
-            }
-            if (alias != 0)
-                touched = &table[alias];
-            appendMembers(lo, hi);
-        }
+        if (x == lastIssuedLabel_)
+            relabelNewRun(x, lo);
+        else if (stream || plainRelabel_)
+            relabelByScan(lo, hi, touched);
+        else
+            relabelByMembers(lo, hi, touched);
         OpenObject& into = table[lo];
         OpenObject& from = table[hi];
         const qint32 touchedFirstLine = touched ? touched->firstLine : into.firstLine;
