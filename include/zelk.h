@@ -109,7 +109,26 @@ ZELK_API int zelk_ProcessCube(ZelkHandle* h, const void* cube);
 
 /* Objects finished by the last frame, or found in the last cube. */
 ZELK_API int zelk_GetObjCount(ZelkHandle* h);
-/* Points *out at the 30 integers of object `index`, 0 <= index < zelk_GetObjCount. */
+/* The positions in an object record: ZELK_OBJ_RECORD_INTS signed 32-bit integers. The
+ * centroid is the rounded mean line and column (in a stream of lines, the line counts
+ * from the start of the acquisition); from ZELK_OBJ_CLASS_SIZES on, ZELK_OBJ_CLASS_SLOTS
+ * counts of the object's pixels per decision code (20 foreground classes and the
+ * unknown decision). */
+enum {
+    ZELK_OBJ_NUMBER = 0,
+    ZELK_OBJ_CENTROID_LINE = 1,
+    ZELK_OBJ_CENTROID_COLUMN = 2,
+    ZELK_OBJ_FIRST_LINE = 3,
+    ZELK_OBJ_LAST_LINE = 4,
+    ZELK_OBJ_FIRST_COLUMN = 5,
+    ZELK_OBJ_LAST_COLUMN = 6,
+    ZELK_OBJ_PIXEL_COUNT = 7,
+    ZELK_OBJ_DECISION = 8,
+    ZELK_OBJ_CLASS_SIZES = 9,
+    ZELK_OBJ_CLASS_SLOTS = 21,
+    ZELK_OBJ_RECORD_INTS = 30
+};
+/* Points *out at the record of object `index`, 0 <= index < zelk_GetObjCount. */
 ZELK_API int zelk_GetObjDataInt(ZelkHandle* h, int index, int** out);
 /* Pixels of decision `classIndex` (0..20) in object `index`; needs 'All foreground'
  * segmentation and a running acquisition. */
