@@ -21,6 +21,72 @@ extern "C" {
 
 typedef struct ZelkHandle ZelkHandle;
 
+/* Codes of failures; zelk_GetErrorMsg has the text. Groups of hundreds: -1xx arguments,
+ * project, loading, correction, devices, objects and acquisition; -2xx data shape and
+ * kind; -3xx regression; -4xx resampling; -4xxx correction. */
+enum {
+    ZELK_E_FAILED = -1, /* a failure that stores no text */
+    ZELK_E_NULL_POINTER = -101, /* a null handle or pointer */
+    ZELK_E_NAME_INDEX = -102, /* a device or variable index out of range */
+    ZELK_E_NO_PROJECT = -103, /* no model loaded */
+    ZELK_E_NO_CLASSIFIER = -104, /* the model has no classifier */
+    ZELK_E_MODEL_READ = -110, /* the model file cannot be read */
+    ZELK_E_MODEL_FORMAT = -111, /* not a model file */
+    ZELK_E_MODEL_CONTENT = -112, /* the model's content cannot be used */
+    ZELK_E_MODEL_OPEN = -113, /* the model file cannot be opened */
+    ZELK_E_NO_DECISION_IMAGE = -120, /* no decision image yet */
+    ZELK_E_SCAN_METADATA = -130, /* the meta-data of a correction scan */
+    ZELK_E_REFERENCE_READ = -131, /* a reference cannot be read */
+    ZELK_E_REFERENCE_SHAPE = -132, /* references of different shapes */
+    ZELK_E_REFERENCE_PAIR = -134, /* only one of the two references */
+    ZELK_E_REFERENCE_MISSING = -135, /* a reference file is missing */
+    ZELK_E_LAYOUT = -136, /* a layout that cannot be used */
+    ZELK_E_CORRECTION_SCAN = -137, /* a correction scan cannot be loaded */
+    ZELK_E_DEVICE = -140, /* the device cannot be selected */
+    ZELK_E_CUDA = -141, /* the CUDA backend cannot be set */
+    ZELK_E_OPENCL = -142, /* the OpenCL backend cannot be set */
+    ZELK_E_DEVICE_FLAGS = -143, /* device list flags other than 0 or 1 */
+    ZELK_E_TOO_MANY_OBJECTS = -160, /* more objects than a frame or cube reports */
+    ZELK_E_OBJECT_INDEX = -161, /* an object index out of range */
+    ZELK_E_CLASS_INDEX = -162, /* a class index out of range */
+    ZELK_E_NOT_ALL_FOREGROUND = -163, /* segmentation not in 'All foreground' mode */
+    ZELK_E_NO_SEGMENTER = -164, /* the model defines no segmentation */
+    ZELK_E_CAMERA_UNSUPPORTED = -165, /* project and acquisition type unsupported */
+    ZELK_E_ACQUIRING = -170, /* not while acquiring */
+    ZELK_E_NOT_ACQUIRING = -171, /* only while acquiring */
+    ZELK_E_SEGMENTATION = -172, /* the segmentation cannot run */
+    ZELK_E_LAYOUT_NOT_SET = -173, /* no input layout */
+    ZELK_E_TYPE_NOT_SET = -174, /* no input sample type */
+    ZELK_E_DECISION_INDEX = -180, /* a decision index out of range */
+    ZELK_E_OBJECT_SIZE = -190, /* a minimum object size below 1 */
+    ZELK_E_INTERNAL = -199, /* an unexpected internal failure */
+    ZELK_E_NOT_SNAPSHOT_PROJECT = -201, /* a cube for a line-scan project */
+    ZELK_E_LAYOUT_UNDEFINED = -205, /* the camera gives no layout */
+    ZELK_E_TYPE_UNDEFINED = -206, /* the camera gives no sample type */
+    ZELK_E_PROJECT_TYPE = -207, /* a camera whose cubes cannot be taken */
+    ZELK_E_DATA_FORMAT = -208, /* a sample type or layout that cannot be taken */
+    ZELK_E_BIP_CORRECTION = -209, /* correction of BIP frames */
+    ZELK_E_ROI = -210, /* a region of interest outside the image */
+    ZELK_E_LINE_SCAN_EXPECTED = -211, /* a line-scan call on a snapshot project */
+    ZELK_E_SNAPSHOT_EXPECTED = -212, /* a snapshot call on a line-scan project */
+    ZELK_E_CUBE_SEGMENTATION = -213, /* the labelling of a cube failed */
+    ZELK_E_IMAGE_SAVE = -220, /* the image cannot be saved */
+    ZELK_E_ROI_UNSUPPORTED = -221, /* a region of interest for this camera */
+    ZELK_E_WIDTH = -230, /* a width below 1 */
+    ZELK_E_VARIABLE_INDEX = -301, /* a regression variable out of range */
+    ZELK_E_NO_REGRESSOR = -302, /* the model has no regressor */
+    ZELK_E_MASK_WITHOUT_SEGMENTATION = -303, /* masking without segmentation */
+    ZELK_E_REGRESSION = -304, /* the regressor cannot run */
+    ZELK_E_NO_REGRESSION_OUTPUT = -305, /* no regression output before a start */
+    ZELK_E_RESAMPLING_WAVELENGTHS = -402, /* no camera or target wavelengths */
+    ZELK_E_RESAMPLING_CAMERA = -403, /* the camera's wavelengths or width do not fit */
+    ZELK_E_RESAMPLING = -404, /* the resampler cannot run */
+    ZELK_E_CORRECTION_INVALID = -4302, /* a correction that does not fit the scan */
+    ZELK_E_CORRECTION_INFO = -4304, /* invalid correction information */
+    ZELK_E_REFERENCE_NOT_BIP = -4305, /* a cube reference not in BIP */
+    ZELK_E_REFERENCE_NOT_FLOAT = -4306 /* a cube reference not of float samples */
+};
+
 /* Handle, errors and version. */
 
 /* A new handle; the argument is not used. Its text reads the library's version line. */

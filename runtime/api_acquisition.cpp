@@ -90,7 +90,7 @@ int start(ZelkHandle* h)
     }
     ZelkClassifier& c = *p.classifier;
     if (h->acquiring)
-        return setHandleError(h, -170, QStringLiteral("zelk_StartAcquisition: Acquisition already running."));
+        return setHandleError(h, ZELK_E_ACQUIRING, QStringLiteral("zelk_StartAcquisition: Acquisition already running."));
 
     compute::selectDevice(h->device);
     h->classRow = c.roc ? c.roc->classRow(c.classCount()) : QVector<float>();
@@ -100,10 +100,10 @@ int start(ZelkHandle* h)
     if (h->segmentationEnabled) {
         ZelkSegmenter* s = p.segmenter.get();
         if (!s)
-            return setHandleError(h, -164, QStringLiteral("zelk_StartAcquisition: Object segmetation not defined."));
+            return setHandleError(h, ZELK_E_NO_SEGMENTER, QStringLiteral("zelk_StartAcquisition: Object segmetation not defined."));
         if (!s->isCompiled() && s->compile() != 0) {
             h->segmenter = nullptr;
-            return setHandleError(h, -172, QStringLiteral("zelk_StartAcquisition: Object segmentation cannot proceed (%1:%2).")
+            return setHandleError(h, ZELK_E_SEGMENTATION, QStringLiteral("zelk_StartAcquisition: Object segmentation cannot proceed (%1:%2).")
                                                .arg(s->lastErrorCode()).arg(s->lastErrorText()));
         }
         h->segmenter = s;
@@ -113,7 +113,7 @@ int start(ZelkHandle* h)
         if (type >= 0)
             h->inputDataType = type;
         if (type < 1)
-            return setHandleError(h, -174, QStringLiteral("zelk_StartAcquisition: Input data type not set. Use "
+            return setHandleError(h, ZELK_E_TYPE_NOT_SET, QStringLiteral("zelk_StartAcquisition: Input data type not set. Use "
                                                           "zelk_SetInputDataType call to specify it"));
     }
     if (h->inputDataLayout == 0) {
@@ -121,7 +121,7 @@ int start(ZelkHandle* h)
         if (layout >= 0)
             h->inputDataLayout = layout;
         if (layout < 1)
-            return setHandleError(h, -173, QStringLiteral("zelk_StartAcquisition: Input data layout not set. Use "
+            return setHandleError(h, ZELK_E_LAYOUT_NOT_SET, QStringLiteral("zelk_StartAcquisition: Input data layout not set. Use "
                                                           "zelk_SetInputDataLayout call to specify it"));
     }
 
@@ -151,7 +151,7 @@ int start(ZelkHandle* h)
         h->classObjectMap.assign(size_t(pixels), 0);
     } else {
         if (h->correctionEnabled && !h->meanCorrection && !selectCorrection(h, c))
-            return setHandleError(h, -4304, QStringLiteral("Invalid correction information"));
+            return setHandleError(h, ZELK_E_CORRECTION_INFO, QStringLiteral("Invalid correction information"));
         if (!makeLabelImage(h, c, h->ringRows))
             return setHandleError(h, InternalErrorCode, noImage.arg(h->inputWidth).arg(h->ringRows));
     }
@@ -159,7 +159,7 @@ int start(ZelkHandle* h)
     c.frameWidth = h->inputWidth;
     const int prepared = h->lineScan ? prepareLineScanKernel(h, c) : prepareCubeKernel(h, c);
     if (prepared != 0)
-        return setHandleError(h, -104, QStringLiteral("zelk_StartAcquisition: %1").arg(c.lastError));
+        return setHandleError(h, ZELK_E_NO_CLASSIFIER, QStringLiteral("zelk_StartAcquisition: %1").arg(c.lastError));
     if (const int refused = prepareFrameVariant(h))
         return refused;
     h->acquiring = true;
@@ -169,7 +169,7 @@ int start(ZelkHandle* h)
 int stop(ZelkHandle* h)
 {
     if (!h->acquiring)
-        return setHandleError(h, -171, QStringLiteral("zelk_StopAcquisition: Acquisition not running."));
+        return setHandleError(h, ZELK_E_NOT_ACQUIRING, QStringLiteral("zelk_StopAcquisition: Acquisition not running."));
     h->acquiring = false;
     h->segmenter = nullptr;
     compute::selectDevice(compute::defaultDevice);

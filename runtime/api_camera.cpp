@@ -99,7 +99,7 @@ extern "C" ZELK_API int zelk_SetResamplingWavelengthsGrid(ZelkHandle* h, float f
     // first value, as the end test says.
     const int points = gridPoints(first, step, last);
     if (points < 0)
-        return setHandleError(h, -1, QStringLiteral("zelk_SetResamplingWavelengthsGrid: The grid from %1 in steps of %2 to %3 has no end")
+        return setHandleError(h, ZELK_E_FAILED, QStringLiteral("zelk_SetResamplingWavelengthsGrid: The grid from %1 in steps of %2 to %3 has no end")
                                          .arg(double(first)).arg(double(step)).arg(double(last)));
     return guarded<int>(h, "zelk_SetResamplingWavelengthsGrid", InternalErrorCode, [&] {
         if (!h->resamplingWavelengths)

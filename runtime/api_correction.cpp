@@ -165,7 +165,7 @@ int loadCaptureReferences(ZelkHandle* h, const QString& directory, const QString
 {
     ZelkImageSpecim image(name);
     if (image.readMetaData(directory) != 0)
-        return setHandleError(h, -130, QStringLiteral("zelk_LoadCorrection: Loading meta-data from the correction scan failed."));
+        return setHandleError(h, ZELK_E_SCAN_METADATA, QStringLiteral("zelk_LoadCorrection: Loading meta-data from the correction scan failed."));
 
     const QString darkFailed = coded(-131, QStringLiteral("zelk_LoadCorrection: Error loading dark reference data"));
     const QString whiteFailed = coded(-131, QStringLiteral("zelk_LoadCorrection: Error loading white reference data"));
@@ -176,7 +176,7 @@ int loadCaptureReferences(ZelkHandle* h, const QString& directory, const QString
     if (!white)
         return keep(h, -131, whiteFailed);
     if (white->bands != dark->bands)
-        return setHandleError(h, -132, QStringLiteral("zelk_LoadCorrection: Dark and White reference images have different band count."));
+        return setHandleError(h, ZELK_E_REFERENCE_SHAPE, QStringLiteral("zelk_LoadCorrection: Dark and White reference images have different band count."));
     // References of two widths cannot be subtracted from each other.
     if (white->columns != dark->columns)
         return keep(h, -132, QStringLiteral("Correction scans must have identical width and band count."));
@@ -229,11 +229,11 @@ int loadCorrectionScan(ZelkHandle* h, const QString& directory, const QString& n
     const QDir dir(directory);
     ZelkSpectralCube scan;
     if (scan.load(dir.absoluteFilePath(name), QStringLiteral(".hdr"), QStringLiteral(".trf"), false) != 0 || !scan.loadMessage.isEmpty())
-        return setHandleError(h, -137, QStringLiteral("zelk_LoadCorrection: Cannot load correction scan %1: %2").arg(name, scan.loadMessage));
+        return setHandleError(h, ZELK_E_CORRECTION_SCAN, QStringLiteral("zelk_LoadCorrection: Cannot load correction scan %1: %2").arg(name, scan.loadMessage));
 
     std::unique_ptr<ZelkCorrection> found = image.loadCorrection(dir, scan);
     if (!found)
-        return setHandleError(h, -137, QStringLiteral("zelk_LoadCorrection: Error loading correction %1: %2:%3")
+        return setHandleError(h, ZELK_E_CORRECTION_SCAN, QStringLiteral("zelk_LoadCorrection: Error loading correction %1: %2:%3")
                                            .arg(name, QString::number(image.imageError), image.imageErrorMsg));
     image.setCorrection(std::move(found));
     if (h->resamplingEnabled && (!h->resampler || image.resampleReferences(*h->resampler, h->device) != 0))
@@ -241,11 +241,11 @@ int loadCorrectionScan(ZelkHandle* h, const QString& directory, const QString& n
 
     ZelkCorrection& c = *image.correction();
     if (c.state == ZelkCorrection::NotSet)
-        return setHandleError(h, -4304, QStringLiteral("Invalid correction information"));
+        return setHandleError(h, ZELK_E_CORRECTION_INFO, QStringLiteral("Invalid correction information"));
     if (c.state == ZelkCorrection::NoCorrection)
         return 0;
     if (c.isValid(1) != 0)
-        return setHandleError(h, -4302, QStringLiteral("Correction not valid (%1)").arg(1));
+        return setHandleError(h, ZELK_E_CORRECTION_INVALID, QStringLiteral("Correction not valid (%1)").arg(1));
     if (h->lineScan && c.state != ZelkCorrection::Frame)
         return keep(h, NotForFrames,
                     QStringLiteral("zelk_LoadCorrection: A %1 correction cannot correct line-scan frames (references of one line expected)")

@@ -46,13 +46,13 @@ int cubeFailure(ZelkHandle* h, const QString& reason)
 
 int unsupportedFormat(ZelkHandle* h)
 {
-    return setHandleError(h, -208, QStringLiteral("zelk_ProcessCube: Unsupported data type (%1) or data layout (%2)")
+    return setHandleError(h, ZELK_E_DATA_FORMAT, QStringLiteral("zelk_ProcessCube: Unsupported data type (%1) or data layout (%2)")
                                        .arg(h->inputDataType).arg(h->inputDataLayout));
 }
 
 int roiRefused(ZelkHandle* h)
 {
-    return setHandleError(h, -221, QStringLiteral("zelk_ProcessCube: ROI processing unsupported for this project type"));
+    return setHandleError(h, ZELK_E_ROI_UNSUPPORTED, QStringLiteral("zelk_ProcessCube: ROI processing unsupported for this project type"));
 }
 
 bool classify(ZelkHandle* h, const compute::SampleBlock& block, quint8* decisions)
@@ -215,7 +215,7 @@ int processCube(ZelkHandle* h, const void* cube)
             return roiRefused(h);
         break;
     case CubeForm::None:
-        return setHandleError(h, -207, QStringLiteral("zelk_ProcessCube: Unsupported project type (%1)").arg(p.projectType));
+        return setHandleError(h, ZELK_E_PROJECT_TYPE, QStringLiteral("zelk_ProcessCube: Unsupported project type (%1)").arg(p.projectType));
     }
 
     // The buffers and the kernel were made at start for the size of that time; a width
@@ -268,10 +268,10 @@ int prepareCubeKernel(ZelkHandle* h, ZelkClassifier& c)
 extern "C" ZELK_API int zelk_ProcessCube(ZelkHandle* h, const void* cube)
 {
     if (!h || !cube)
-        return setGlobalError(-101, QStringLiteral("zelk_ProcessCube: Passing NULL pointer."));
+        return setGlobalError(ZELK_E_NULL_POINTER, QStringLiteral("zelk_ProcessCube: Passing NULL pointer."));
     if (h->lineScan)
-        return setHandleError(h, -201, QStringLiteral("zelk_ProcessCube: Line-scan project type cannot process cubes"));
+        return setHandleError(h, ZELK_E_NOT_SNAPSHOT_PROJECT, QStringLiteral("zelk_ProcessCube: Line-scan project type cannot process cubes"));
     if (!h->acquiring)
-        return setHandleError(h, -171, QStringLiteral("zelk_ProcessCube: Acquisition not running."));
+        return setHandleError(h, ZELK_E_NOT_ACQUIRING, QStringLiteral("zelk_ProcessCube: Acquisition not running."));
     return guarded<int>(h, "zelk_ProcessCube", InternalErrorCode, [&] { return processCube(h, cube); });
 }

@@ -50,15 +50,15 @@ int classifyFrame(ZelkHandle* h, const void* frame)
     switch (h->inputDataLayout) {
     case 2:
         if (h->inputDataType != 1 && h->inputDataType != 2)
-            return setHandleError(h, -208, QStringLiteral("zelk_ProcessFrame: Unsupported data type."));
+            return setHandleError(h, ZELK_E_DATA_FORMAT, QStringLiteral("zelk_ProcessFrame: Unsupported data type."));
         block.type = h->inputDataType == 1 ? compute::SampleType::U16 : compute::SampleType::F32;
         block.layout = compute::SpectraLayout::PixelsByBands;
         break;
     case 1:
         if (h->inputDataType != 2)
-            return setHandleError(h, -208, QStringLiteral("zelk_ProcessFrame: Unsupported data type."));
+            return setHandleError(h, ZELK_E_DATA_FORMAT, QStringLiteral("zelk_ProcessFrame: Unsupported data type."));
         if (h->correctionEnabled)
-            return setHandleError(h, -209, QStringLiteral("zelk_ProcessFrame: Correction not supported for the BIP frame layout type"));
+            return setHandleError(h, ZELK_E_BIP_CORRECTION, QStringLiteral("zelk_ProcessFrame: Correction not supported for the BIP frame layout type"));
         block.type = compute::SampleType::F32;
         block.layout = compute::SpectraLayout::BandsByPixels;
         break;
@@ -99,7 +99,7 @@ int reportObjects(ZelkHandle* h, bool markInRing, const char* overflowText)
     for (int i = 0; i < n; ++i) {
         ++h->objectSerial;
         if (i >= h->maxObjects)
-            return setHandleError(h, -160, QLatin1String(overflowText));
+            return setHandleError(h, ZELK_E_TOO_MANY_OBJECTS, QLatin1String(overflowText));
         const qint32* from = s.object(i);
         qint32* to = h->objects.data() + qint64(i) * ObjectRecordInts;
         if (s.objMask == 2)
@@ -115,9 +115,9 @@ int reportObjects(ZelkHandle* h, bool markInRing, const char* overflowText)
 extern "C" ZELK_API int zelk_ProcessFrame(ZelkHandle* h, const void* frame)
 {
     if (!h || !frame)
-        return setGlobalError(-101, QStringLiteral("zelk_ProcessFrame: Passing NULL pointer."));
+        return setGlobalError(ZELK_E_NULL_POINTER, QStringLiteral("zelk_ProcessFrame: Passing NULL pointer."));
     if (!h->acquiring)
-        return setHandleError(h, -171, QStringLiteral("zelk_ProcessFrame: Acquisition not running."));
+        return setHandleError(h, ZELK_E_NOT_ACQUIRING, QStringLiteral("zelk_ProcessFrame: Acquisition not running."));
     QElapsedTimer timer;
     timer.start();
     int (*variant)(ZelkHandle*, const void*) = nullptr;
@@ -125,7 +125,7 @@ extern "C" ZELK_API int zelk_ProcessFrame(ZelkHandle* h, const void* frame)
     case 1: case 2: case 5: case 6: variant = classifyFrame; break;
     case 3: case 7: variant = regressFrame; break;
     case 9: variant = resampleFrame; break;
-    default: return setHandleError(h, -171, QStringLiteral("zelk_ProcessFrame: Unsupported processing setup."));
+    default: return setHandleError(h, ZELK_E_NOT_ACQUIRING, QStringLiteral("zelk_ProcessFrame: Unsupported processing setup."));
     }
 
     const int result = guarded<int>(h, "zelk_ProcessFrame", InternalErrorCode, [&] { return variant(h, frame); });

@@ -10,13 +10,13 @@
 extern "C" ZELK_API int zelk_SaveImage(ZelkHandle* h, const char* fileName)
 {
     if (!h)
-        return setGlobalError(-101, QStringLiteral("zelk_SaveImage: Passing NULL pointer."));
+        return setGlobalError(ZELK_E_NULL_POINTER, QStringLiteral("zelk_SaveImage: Passing NULL pointer."));
     if (!fileName)
-        return setHandleError(h, -101, QStringLiteral("zelk_SaveImage: Passing NULL pointer to a filename."));
+        return setHandleError(h, ZELK_E_NULL_POINTER, QStringLiteral("zelk_SaveImage: Passing NULL pointer to a filename."));
     return guarded<int>(h, "zelk_SaveImage", InternalErrorCode, [&] {
         QImage* image = h->labelImage.get();
         if (!image)
-            return setHandleError(h, -120, QStringLiteral("zelk_SaveImage: Label image does not exist."));
+            return setHandleError(h, ZELK_E_NO_DECISION_IMAGE, QStringLiteral("zelk_SaveImage: Label image does not exist."));
         if (!h->lineScan) {
             // The decisions of the last cube go into the image first. An image or a
             // buffer smaller than the current cube size was made for another project.
@@ -24,7 +24,7 @@ extern "C" ZELK_API int zelk_SaveImage(ZelkHandle* h, const char* fileName)
             const bool fits = width >= 0 && height >= 0 && image->width() >= width && image->height() >= height
                               && h->cubeDecisions.size() >= size_t(width) * size_t(height);
             if (h->cubeDecisions.empty() || !fits)
-                return setHandleError(h, -220, QStringLiteral("zelk_SaveImage: Internal error"));
+                return setHandleError(h, ZELK_E_IMAGE_SAVE, QStringLiteral("zelk_SaveImage: Internal error"));
             for (int y = 0; y < height; ++y)
                 std::memcpy(image->scanLine(y), h->cubeDecisions.data() + size_t(y) * size_t(width), size_t(width));
         }

@@ -47,7 +47,7 @@ extern "C" ZELK_API int zelk_GetInputDataType(ZelkHandle* h)
     if (type == 19) {
         switch (acq) {
         case -1:
-            return setHandleError(h, -206, undefined);
+            return setHandleError(h, ZELK_E_TYPE_UNDEFINED, undefined);
         case 0: case 3: case 4: case 5: case 6: case 7: case 8: case 9: case 10: case 11:
             return 1;
         case 1:
@@ -61,7 +61,7 @@ extern "C" ZELK_API int zelk_GetInputDataType(ZelkHandle* h)
         return type == 4 || type == 11 ? 1 : 2;
     if (type == 1 || type == 2 || type == 8 || type == 10)
         return 1;
-    return setHandleError(h, -206, undefined);
+    return setHandleError(h, ZELK_E_TYPE_UNDEFINED, undefined);
 }
 
 extern "C" ZELK_API int zelk_GetInputDataLayout(ZelkHandle* h)
@@ -86,7 +86,7 @@ extern "C" ZELK_API int zelk_GetInputDataLayout(ZelkHandle* h)
         layout = 3;
     }
     if (layout < 0)
-        return setHandleError(h, -205, QStringLiteral("zelk_GetInputDataLayout: Undefined data layout."));
+        return setHandleError(h, ZELK_E_LAYOUT_UNDEFINED, QStringLiteral("zelk_GetInputDataLayout: Undefined data layout."));
     return layout;
 }
 
@@ -97,7 +97,7 @@ extern "C" ZELK_API int zelk_GetMaskType(ZelkHandle* h)
     if (!h->project)
         return noProject(h, "zelk_GetMaskType");
     if (!h->project->segmenter)
-        return setHandleError(h, -164, QStringLiteral("zelk_GetMaskType: Object segmetation not defined."));
+        return setHandleError(h, ZELK_E_NO_SEGMENTER, QStringLiteral("zelk_GetMaskType: Object segmetation not defined."));
     return h->project->segmenter->objMask;
 }
 
@@ -108,7 +108,7 @@ extern "C" ZELK_API int zelk_SetInputWidth(ZelkHandle* h, int width)
     if (!h->project)
         return noProject(h, "zelk_SetInputWidth");
     if (width <= 0)
-        return setHandleError(h, -230, QStringLiteral("zelk_SetInputWidth: Width value must be positive"));
+        return setHandleError(h, ZELK_E_WIDTH, QStringLiteral("zelk_SetInputWidth: Width value must be positive"));
     h->inputWidth = width;
     return 0;
 }
@@ -120,7 +120,7 @@ extern "C" ZELK_API int zelk_SetInputDataLayout(ZelkHandle* h, unsigned int layo
     if (!h)
         return nullHandle("zelk_SetInputDataType");
     if (layout < 1 || layout > 3)
-        return setGlobalError(-136, QStringLiteral("zelk_SetInputDataLayout: Unsuported layout type requested (%1)").arg(layout));
+        return setGlobalError(ZELK_E_LAYOUT, QStringLiteral("zelk_SetInputDataLayout: Unsuported layout type requested (%1)").arg(layout));
     h->inputDataLayout = int(layout);
     return 0;
 }
@@ -140,7 +140,7 @@ extern "C" ZELK_API int zelk_SetCubeROI(ZelkHandle* h, int col, int row, int wid
     const bool valid = col >= 0 && col < w && row >= 0 && row < ht && width > 0 && height > 0 &&
                        qint64(width) - 1 + col < w && qint64(height) - 1 + row < ht;
     if (!valid)
-        return setHandleError(h, -210,
+        return setHandleError(h, ZELK_E_ROI,
                               QStringLiteral("zelk_SetCubeROI: Invalid ROI specification (col=%1,row=%2,width=%3,height=%4 "
                                              "while imageWidth=%5, imageHeight=%6")
                                   .arg(col).arg(row).arg(width).arg(height).arg(h->inputWidth).arg(h->inputHeight));
@@ -163,11 +163,11 @@ extern "C" ZELK_API int zelk_SetSegmentation(ZelkHandle* h, unsigned int mode)
         if (mode == 1) {
             ZelkSegmenter* s = h->project->segmenter.get();
             if (!s)
-                return setHandleError(h, -164, QStringLiteral("zelk_SetSegmentation: Object segmetation not defined."));
+                return setHandleError(h, ZELK_E_NO_SEGMENTER, QStringLiteral("zelk_SetSegmentation: Object segmetation not defined."));
             if (!h->segmenter) {
                 if (!s->isCompiled() && s->compile() != 0) {
                     h->segmenter = nullptr;
-                    return setHandleError(h, -172, QStringLiteral("zelk_StartAcquisition: Object segmentation cannot proceed (%1:%2).")
+                    return setHandleError(h, ZELK_E_SEGMENTATION, QStringLiteral("zelk_StartAcquisition: Object segmentation cannot proceed (%1:%2).")
                                                        .arg(s->lastErrorCode()).arg(s->lastErrorText()));
                 }
                 h->segmenter = s;
@@ -175,7 +175,7 @@ extern "C" ZELK_API int zelk_SetSegmentation(ZelkHandle* h, unsigned int mode)
                     return r;
             }
             if (!h->segmenter->isCompiled() && h->segmenter->compile() != 0)
-                return setHandleError(h, -172, QStringLiteral("zelk_SetSegmentation: Object segmentation cannot proceed (%1:%2).")
+                return setHandleError(h, ZELK_E_SEGMENTATION, QStringLiteral("zelk_SetSegmentation: Object segmentation cannot proceed (%1:%2).")
                                                    .arg(h->segmenter->lastErrorCode()).arg(h->segmenter->lastErrorText()));
         }
         h->segmentationEnabled = mode != 0;
@@ -194,9 +194,9 @@ extern "C" ZELK_API int zelk_SetMinObjSize(ZelkHandle* h, int size)
         return -1;
     }
     if (!h->project->segmenter)
-        return setHandleError(h, -164, QStringLiteral("zelk_SetMinObjSize: Object segmetation not defined."));
+        return setHandleError(h, ZELK_E_NO_SEGMENTER, QStringLiteral("zelk_SetMinObjSize: Object segmetation not defined."));
     if (size <= 0) {
-        setHandleError(h, -190, QStringLiteral("zelk_SetMinObjSize: Wrong minimum object size (must be >0)"));
+        setHandleError(h, ZELK_E_OBJECT_SIZE, QStringLiteral("zelk_SetMinObjSize: Wrong minimum object size (must be >0)"));
         return -1;
     }
     h->project->segmenter->setMinObjSize(size);

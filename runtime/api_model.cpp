@@ -92,7 +92,7 @@ int decipher(ZelkHandle* h, const QByteArray& bytes, const QString& suffix, QByt
     if (first.lastError == ZelkContainer::NoError)
         return 0;
     if (first.lastError == ZelkContainer::BadMagic)
-        return setHandleError(h, -111, QStringLiteral("zelk_LoadModel: Wrong file format"));
+        return setHandleError(h, ZELK_E_MODEL_FORMAT, QStringLiteral("zelk_LoadModel: Wrong file format"));
     const QString failure = QStringLiteral("zelk_LoadModel: Internal error when loading model (%1)").arg(first.lastError);
     if (!zpl)
         return 1;
@@ -101,14 +101,14 @@ int decipher(ZelkHandle* h, const QByteArray& bytes, const QString& suffix, QByt
     second.protectionMode = 2;
     *plain = second.decrypt(QByteArray::fromBase64(bytes));
     if (second.lastError != ZelkContainer::NoError)
-        return setHandleError(h, -112, failure);
+        return setHandleError(h, ZELK_E_MODEL_CONTENT, failure);
     return 0;
 }
 
 int loadModel(ZelkHandle* h, const QString& fileName)
 {
     if (h->acquiring)
-        return setHandleError(h, -170, QStringLiteral("zelk_LoadModel: Cannot load model into running acquisition. Stop acquisition first."));
+        return setHandleError(h, ZELK_E_ACQUIRING, QStringLiteral("zelk_LoadModel: Cannot load model into running acquisition. Stop acquisition first."));
 
     h->segmenter = nullptr; // it belongs to the project that goes now
     h->project = std::make_unique<ZelkProject>(0);
@@ -116,7 +116,7 @@ int loadModel(ZelkHandle* h, const QString& fileName)
 
     QFile file(fileName);
     if (!file.open(QIODevice::ReadOnly))
-        return setHandleError(h, -113, QStringLiteral("zelk_LoadModel: File cannot be opened"));
+        return setHandleError(h, ZELK_E_MODEL_OPEN, QStringLiteral("zelk_LoadModel: File cannot be opened"));
     const QByteArray bytes = file.readAll();
     file.close();
     const QString suffix = QFileInfo(fileName).suffix();
@@ -133,13 +133,13 @@ int loadModel(ZelkHandle* h, const QString& fileName)
         QDataStream in(&buffer);
         if (h->project->load(in) != 0) {
             h->project.reset();
-            return setHandleError(h, -110, QStringLiteral("zelk_LoadModel: Error loading model from file"));
+            return setHandleError(h, ZELK_E_MODEL_READ, QStringLiteral("zelk_LoadModel: Error loading model from file"));
         }
     }
 
     if (applyApiKind(h) != 0) {
         h->project.reset();
-        return setHandleError(h, -112, QStringLiteral("Cannot load the project: Unknown acquisition type"));
+        return setHandleError(h, ZELK_E_MODEL_CONTENT, QStringLiteral("Cannot load the project: Unknown acquisition type"));
     }
     logToHandle(h, QStringLiteral("Model loaded from '%1' (%2 API)")
                        .arg(fileName, h->lineScan ? QStringLiteral("line-scan") : QStringLiteral("snapshot")));
@@ -169,6 +169,6 @@ extern "C" ZELK_API int zelk_LoadModel(ZelkHandle* h, const char* fileName)
     if (!h)
         return nullHandle("zelk_LoadModel");
     if (!fileName)
-        return setHandleError(h, -101, QStringLiteral("zelk_LoadModel: Passing NULL pointer to a filename."));
+        return setHandleError(h, ZELK_E_NULL_POINTER, QStringLiteral("zelk_LoadModel: Passing NULL pointer to a filename."));
     return guarded<int>(h, "zelk_LoadModel", InternalErrorCode, [&] { return loadModel(h, QString::fromLatin1(fileName)); });
 }

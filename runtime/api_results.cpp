@@ -36,7 +36,7 @@ int checkObjectIndex(ZelkHandle* h, const char* function, int index)
     const int count = readableObjects(h);
     if (index >= 0 && index < count)
         return 0;
-    return setHandleError(h, -161, QStringLiteral("%1: Object index out of bounds (0..%2 got %3)")
+    return setHandleError(h, ZELK_E_OBJECT_INDEX, QStringLiteral("%1: Object index out of bounds (0..%2 got %3)")
                                        .arg(QLatin1String(function)).arg(count - 1).arg(index));
 }
 
@@ -53,10 +53,10 @@ int checkClassEntry(ZelkHandle* h, const char* function, int index, unsigned cla
     if (const int code = checkObjectIndex(h, function, index))
         return code;
     if (!h->segmenter || h->segmenter->objMask != 2)
-        return setHandleError(h, -163, text(function, "Segmentation not set to required 'All foreground' mode."));
+        return setHandleError(h, ZELK_E_NOT_ALL_FOREGROUND, text(function, "Segmentation not set to required 'All foreground' mode."));
     if (classIndex > MaxClassIndex)
         // The message shows the object index, not the class index.
-        return setHandleError(h, -162, QStringLiteral("%1: Class index out of bounds (0..20, got %2)")
+        return setHandleError(h, ZELK_E_CLASS_INDEX, QStringLiteral("%1: Class index out of bounds (0..20, got %2)")
                                            .arg(QLatin1String(function)).arg(index));
     return 0;
 }
@@ -99,7 +99,7 @@ extern "C" ZELK_API int zelk_GetObjDataInt(ZelkHandle* h, int index, int** out)
         if (const int code = checkObjectIndex(h, "zelk_GetObjDataInt", index))
             return code;
         if (!out)
-            return setHandleError(h, -101, QStringLiteral("zelk_GetObjDataInt: Passing NULL pointer."));
+            return setHandleError(h, ZELK_E_NULL_POINTER, QStringLiteral("zelk_GetObjDataInt: Passing NULL pointer."));
         *out = h->objects.data() + size_t(index) * ObjectRecordInts;
         return 0;
     });
@@ -146,9 +146,9 @@ extern "C" ZELK_API int zelk_GetObjDataRegOutput(ZelkHandle* h, int index, float
         const float* means = segmenter ? segmenter->objectMeans() : nullptr;
         // Rows of the table are valuesPerPixel long; the caller reads regVarCount of them.
         if (!means || h->regVarCount < 1 || segmenter->valuesPerPixel() != h->regVarCount)
-            return setHandleError(h, -303, QStringLiteral("zelk_GetObjDataRegOut: No regression outputs of objects (regression with segmentation needed)"));
+            return setHandleError(h, ZELK_E_MASK_WITHOUT_SEGMENTATION, QStringLiteral("zelk_GetObjDataRegOut: No regression outputs of objects (regression with segmentation needed)"));
         if (!out)
-            return setHandleError(h, -101, QStringLiteral("zelk_GetObjDataRegOut: Passing NULL pointer."));
+            return setHandleError(h, ZELK_E_NULL_POINTER, QStringLiteral("zelk_GetObjDataRegOut: Passing NULL pointer."));
         *out = const_cast<float*>(means) + size_t(index) * size_t(h->regVarCount);
         return 0;
     });
@@ -162,11 +162,11 @@ extern "C" ZELK_API unsigned char* zelk_GetFrameDecisions(ZelkHandle* h)
     }
     return guarded<unsigned char*>(h, "zelk_GetFrameDecisions", nullptr, [&]() -> unsigned char* {
         if (!h->lineScan) {
-            setHandleError(h, -211, QStringLiteral("zelk_GetFrameDecisions: Line-scan project type expected, got snapshot."));
+            setHandleError(h, ZELK_E_LINE_SCAN_EXPECTED, QStringLiteral("zelk_GetFrameDecisions: Line-scan project type expected, got snapshot."));
             return nullptr;
         }
         if (!lastDecisionRow(h)) {
-            setHandleError(h, -120, QStringLiteral("zelk_GetFrameDecisions: Label image does not exist."));
+            setHandleError(h, ZELK_E_NO_DECISION_IMAGE, QStringLiteral("zelk_GetFrameDecisions: Label image does not exist."));
             return nullptr;
         }
         return h->labelImage->scanLine(h->ringLast);
@@ -181,7 +181,7 @@ extern "C" ZELK_API unsigned char* zelk_GetCubeDecisions(ZelkHandle* h)
     }
     return guarded<unsigned char*>(h, "zelk_GetCubeDecisions", nullptr, [&]() -> unsigned char* {
         if (h->lineScan) {
-            setHandleError(h, -212, QStringLiteral("zelk_GetCubeDecisions: Snapshot project type expected, got linescan"));
+            setHandleError(h, ZELK_E_SNAPSHOT_EXPECTED, QStringLiteral("zelk_GetCubeDecisions: Snapshot project type expected, got linescan"));
             return nullptr;
         }
         // Null before the first start, and when the buffer was made for a smaller cube
@@ -202,7 +202,7 @@ extern "C" ZELK_API float* zelk_GetFrameRegOutputVar(ZelkHandle* h, int varIndex
     }
     return guarded<float*>(h, function, nullptr, [&]() -> float* {
         if (!h->lineScan) {
-            setHandleError(h, -211, text(function, "Line-scan project type expected, got snapshot."));
+            setHandleError(h, ZELK_E_LINE_SCAN_EXPECTED, text(function, "Line-scan project type expected, got snapshot."));
             return nullptr;
         }
         if (!h->project) {
@@ -214,11 +214,11 @@ extern "C" ZELK_API float* zelk_GetFrameRegOutputVar(ZelkHandle* h, int varIndex
         const ZelkRegressor* regressor = h->project->regressor.get();
         const int variables = regressor ? regressor->regVarNames.size() : 0;
         if (varIndex < 0 || varIndex >= variables) {
-            setHandleError(h, -301, text(function, "Variable index out of bounds"));
+            setHandleError(h, ZELK_E_VARIABLE_INDEX, text(function, "Variable index out of bounds"));
             return nullptr;
         }
         if (mask == 1 && !h->segmentationEnabled) {
-            setHandleError(h, -303, text(function, "Masking cannot be used as segmentation is not enabled"));
+            setHandleError(h, ZELK_E_MASK_WITHOUT_SEGMENTATION, text(function, "Masking cannot be used as segmentation is not enabled"));
             return nullptr;
         }
         // The outputs are those of the last start, sized for its regressor and width:
@@ -227,7 +227,7 @@ extern "C" ZELK_API float* zelk_GetFrameRegOutputVar(ZelkHandle* h, int varIndex
         const bool outputsExist = varIndex < h->regVarCount && width >= 0 && h->regVarLine.size() >= size_t(width)
                                   && h->regOutput.size() >= size_t(width) * size_t(h->regVarCount);
         if (!outputsExist) {
-            setHandleError(h, -304, text(function, "No regression output yet. Start the acquisition first."));
+            setHandleError(h, ZELK_E_NO_REGRESSION_OUTPUT, text(function, "No regression output yet. Start the acquisition first."));
             return nullptr;
         }
         const float* output = h->regOutput.data();
@@ -241,12 +241,12 @@ extern "C" ZELK_API float* zelk_GetFrameRegOutputVar(ZelkHandle* h, int varIndex
         // Masking reads the foreground flags of the running segmentation.
         const quint8* foreground = h->segmenter ? h->segmenter->foregroundTable() : nullptr;
         if (!foreground) {
-            setHandleError(h, -303, text(function, "Masking cannot be used as segmentation is not enabled"));
+            setHandleError(h, ZELK_E_MASK_WITHOUT_SEGMENTATION, text(function, "Masking cannot be used as segmentation is not enabled"));
             return nullptr;
         }
         const quint8* decisions = lastDecisionRow(h);
         if (!decisions) {
-            setHandleError(h, -120, text(function, "Label image does not exist."));
+            setHandleError(h, ZELK_E_NO_DECISION_IMAGE, text(function, "Label image does not exist."));
             return nullptr;
         }
         for (int i = 0; i < width; ++i)
@@ -277,7 +277,7 @@ extern "C" ZELK_API const char* zelk_GetDecName(ZelkHandle* h, int index)
             return nullptr;
         const ZelkClassifier* classifier = h->project->classifier.get();
         if (index < 0 || index >= classifier->decisionCount()) {
-            setHandleError(h, -180, QStringLiteral("zelk_GetDecName: Decision index out of bounds"));
+            setHandleError(h, ZELK_E_DECISION_INDEX, QStringLiteral("zelk_GetDecName: Decision index out of bounds"));
             return nullptr;
         }
         logToHandle(h, classifier->decisionName(index));
@@ -294,9 +294,9 @@ extern "C" ZELK_API int zelk_GetDecColor(ZelkHandle* h, int index, unsigned char
             return code;
         const ZelkClassifier* classifier = h->project->classifier.get();
         if (index < 0 || index >= classifier->decisionCount())
-            return setHandleError(h, -180, QStringLiteral("zelk_GetDecColor: Decision index out of bounds"));
+            return setHandleError(h, ZELK_E_DECISION_INDEX, QStringLiteral("zelk_GetDecColor: Decision index out of bounds"));
         if (!r || !g || !b)
-            return setHandleError(h, -101, QStringLiteral("zelk_GetDecColor: Passing NULL pointer."));
+            return setHandleError(h, ZELK_E_NULL_POINTER, QStringLiteral("zelk_GetDecColor: Passing NULL pointer."));
         // The rejected decision has a fixed orange; the classes take their colour from
         // the classifier's table as 0xRRGGBB. A table too short for a class gives black.
         quint32 colour = 0xFFAA00u;
@@ -314,7 +314,7 @@ extern "C" ZELK_API int zelk_GetRegVarCount(ZelkHandle* h)
     if (!h)
         return nullHandle("zelk_GetRegVarCount");
     if (!h->project)
-        return setHandleError(h, -103, QStringLiteral("zelk_GetRegVarCount: Project not loaded."));
+        return setHandleError(h, ZELK_E_NO_PROJECT, QStringLiteral("zelk_GetRegVarCount: Project not loaded."));
     const ZelkRegressor* regressor = h->project->regressor.get();
     return regressor ? regressor->regVarNames.size() : 0;
 }
@@ -327,17 +327,17 @@ extern "C" ZELK_API const char* zelk_GetRegVarName(ZelkHandle* h, int index)
     }
     return guarded<const char*>(h, "zelk_GetRegVarName", nullptr, [&]() -> const char* {
         if (!h->project) {
-            setHandleError(h, -103, QStringLiteral("zelk_GetRegVarName: Project not loaded."));
+            setHandleError(h, ZELK_E_NO_PROJECT, QStringLiteral("zelk_GetRegVarName: Project not loaded."));
             return nullptr;
         }
         const ZelkRegressor* regressor = h->project->regressor.get();
         if (!regressor) {
             // Reported in the process-wide pair; the handle's error stays as it was.
-            setGlobalError(-302, QStringLiteral("zelk_GetRegVarName: Passing NULL pointer."));
+            setGlobalError(ZELK_E_NO_REGRESSOR, QStringLiteral("zelk_GetRegVarName: Passing NULL pointer."));
             return nullptr;
         }
         if (index < 0 || index >= regressor->regVarNames.size()) {
-            setHandleError(h, -102, QStringLiteral("zelk_GetRegVarName: Variable index out of bounds (%1)").arg(index));
+            setHandleError(h, ZELK_E_NAME_INDEX, QStringLiteral("zelk_GetRegVarName: Variable index out of bounds (%1)").arg(index));
             return nullptr;
         }
         logToHandle(h, regressor->regVarNames.at(index));

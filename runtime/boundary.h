@@ -3,11 +3,13 @@
 // `guarded`: an exception that escapes becomes code -199 with the function's name and
 // the reason, stored like any other failure, and the call returns `failure`.
 
+#include "zelk.h"
+
 #include <exception>
 
 struct ZelkHandle;
 
-constexpr int InternalErrorCode = -199;
+constexpr int InternalErrorCode = ZELK_E_INTERNAL;
 
 void reportInternalError(ZelkHandle* h, const char* function, const char* reason);
 

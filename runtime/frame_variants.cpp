@@ -25,7 +25,7 @@ int frameFailure(ZelkHandle* h, const QString& reason)
 
 int unsupportedType(ZelkHandle* h)
 {
-    return setHandleError(h, -208, QStringLiteral("zelk_ProcessFrame: Unsupported data type."));
+    return setHandleError(h, ZELK_E_DATA_FORMAT, QStringLiteral("zelk_ProcessFrame: Unsupported data type."));
 }
 
 // The checks of a BIP frame, which the regressor cannot take: it needs the pixels of a
@@ -35,13 +35,13 @@ int refuseBip(ZelkHandle* h)
     if (h->inputDataType != 2)
         return unsupportedType(h);
     if (h->correctionEnabled)
-        return setHandleError(h, -209, QStringLiteral("zelk_ProcessFrame: Correction not supported for the BIP frame layout type"));
-    return setHandleError(h, -208, QStringLiteral("zelk_ProcessFrame: Regression needs frames in the BIL layout."));
+        return setHandleError(h, ZELK_E_BIP_CORRECTION, QStringLiteral("zelk_ProcessFrame: Correction not supported for the BIP frame layout type"));
+    return setHandleError(h, ZELK_E_DATA_FORMAT, QStringLiteral("zelk_ProcessFrame: Regression needs frames in the BIL layout."));
 }
 
 int refuseLayout(ZelkHandle* h)
 {
-    return setHandleError(h, -208, QStringLiteral("zelk_ProcessFrame: Unsupported data layout (%1).").arg(h->inputDataLayout));
+    return setHandleError(h, ZELK_E_DATA_FORMAT, QStringLiteral("zelk_ProcessFrame: Unsupported data layout (%1).").arg(h->inputDataLayout));
 }
 
 bool perPixelCorrection(const ZelkHandle* h)
@@ -76,7 +76,7 @@ int checkRun(ZelkHandle* h, int bands)
         || qint64(h->regOutput.size()) != width * h->regVarCount)
         return frameFailure(h, QStringLiteral("Frames of %1 pixels and %2 bands were not prepared at the start.").arg(width).arg(bands));
     if (perPixelCorrection(h) && (h->darkRef.size() != samples || h->gainRef.size() != samples))
-        return setHandleError(h, -4304, QStringLiteral("zelk_ProcessFrame: Invalid correction information"));
+        return setHandleError(h, ZELK_E_CORRECTION_INFO, QStringLiteral("zelk_ProcessFrame: Invalid correction information"));
     ZelkSegmenter* s = h->segmentationEnabled ? h->segmenter : nullptr;
     if (s && (s->width() != width || s->valuesPerPixel() != h->regVarCount))
         return frameFailure(h, QStringLiteral("Segmentation was not prepared for the regression outputs."));
@@ -143,18 +143,18 @@ int prepareFrameVariant(ZelkHandle* h)
     if (resampling) {
         ZelkResampler* r = h->resampler.get();
         if (!r || !r->resamplerReady || r->width != width || r->sourceBands != h->inputBands)
-            return setHandleError(h, -404, QStringLiteral("zelk_StartAcquisition: Resampling does not fit the frames "
+            return setHandleError(h, ZELK_E_RESAMPLING, QStringLiteral("zelk_StartAcquisition: Resampling does not fit the frames "
                                                           "(%1 pixels of %2 bands).").arg(width).arg(h->inputBands));
         if (!r->prepareFrames(&why))
-            return setHandleError(h, -404, QStringLiteral("zelk_StartAcquisition: Resampling cannot run (%1).").arg(why));
+            return setHandleError(h, ZELK_E_RESAMPLING, QStringLiteral("zelk_StartAcquisition: Resampling cannot run (%1).").arg(why));
     }
     const int bands = chainBands(h);
     why = QStringLiteral("no regression model");
     if (!p.regressor || !p.regressor->prepareFrames(width, bands, &why))
-        return setHandleError(h, -304, QStringLiteral("zelk_StartAcquisition: Regression model cannot run (%1).").arg(why));
+        return setHandleError(h, ZELK_E_REGRESSION, QStringLiteral("zelk_StartAcquisition: Regression model cannot run (%1).").arg(why));
     const qint64 samples = qint64(width) * bands;
     if (perPixelCorrection(h) && (h->darkRef.size() != samples || h->gainRef.size() != samples))
-        return setHandleError(h, -4304, QStringLiteral("Invalid correction information"));
+        return setHandleError(h, ZELK_E_CORRECTION_INFO, QStringLiteral("Invalid correction information"));
     h->regFrame.assign(size_t(samples), 0.0f);
     h->resampledFrame.assign(resampling ? size_t(samples) : 0, 0);
     return 0;

@@ -70,15 +70,15 @@ void clearGlobalErrorMessage()
 
 int nullHandle(const char* function)
 {
-    return setGlobalError(-101, QStringLiteral("%1: Passing NULL pointer.").arg(QLatin1String(function)));
+    return setGlobalError(ZELK_E_NULL_POINTER, QStringLiteral("%1: Passing NULL pointer.").arg(QLatin1String(function)));
 }
 
 int noProject(ZelkHandle* h, const char* function)
 {
-    return setHandleError(h, -103, QStringLiteral("%1: Project not loaded.").arg(QLatin1String(function)));
+    return setHandleError(h, ZELK_E_NO_PROJECT, QStringLiteral("%1: Project not loaded.").arg(QLatin1String(function)));
 }
 
 int noClassifier(ZelkHandle* h, const char* function)
 {
-    return setHandleError(h, -104, QStringLiteral("%1: Classifier model not loaded.").arg(QLatin1String(function)));
+    return setHandleError(h, ZELK_E_NO_CLASSIFIER, QStringLiteral("%1: Classifier model not loaded.").arg(QLatin1String(function)));
 }

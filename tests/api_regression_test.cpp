@@ -83,7 +83,7 @@ TEST(RegressionVariant, OutputsBeforeTheFirstStart)
     ZelkHandle* h = run.h;
     const struct {
         int varIndex, mask, code;
-    } cases[] = {{1, 1, -303}, {2, 1, -301}, {-1, 0, -301}, {1, 0, -304}, {0, 2, -304}};
+    } cases[] = {{1, 1, -303}, {2, 1, -301}, {-1, 0, -301}, {1, 0, -305}, {0, 2, -305}};
     for (const auto& c : cases) {
         EXPECT_EQ(zelk_GetFrameRegOutputVar(h, c.varIndex, c.mask, 0), nullptr);
         EXPECT_EQ(zelk_GetErrorCode(h), c.code) << c.varIndex << " " << c.mask << ": " << zelk_GetErrorMsg(h);

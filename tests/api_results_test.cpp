@@ -332,7 +332,7 @@ TEST(Results, FrameRegressionVariableIsPickedAndMaskedByTheForeground)
     // compute; without any regressor there is none at all.
     h.h->project->regressor->regVarNames << "salt";
     EXPECT_EQ(zelk_GetFrameRegOutputVar(h, 2, 0, 0), nullptr);
-    EXPECT_EQ(zelk_GetErrorCode(h), -304);
+    EXPECT_EQ(zelk_GetErrorCode(h), -305);
     h.h->project->regressor.reset();
     EXPECT_EQ(zelk_GetFrameRegOutputVar(h, 0, 0, 0), nullptr);
     EXPECT_EQ(zelk_GetErrorCode(h), -301);

@@ -30,7 +30,7 @@ from ctypes import POINTER, byref, c_float, c_int32, c_ubyte, c_uint8
 
 import numpy as np
 
-from . import _capi
+from . import _capi, _names
 
 __all__ = [
     "Handle",
@@ -50,24 +50,18 @@ __version__ = "5.1.0"
 _lib = _capi.load()
 
 #: Counters per decision code in an object record: 20 foreground classes and the unknown one.
-CLASS_SLOTS = 21
+CLASS_SLOTS = _names.RECORD["CLASS_SLOTS"]
 
-#: One object record: the 30 integers of zelk_GetObjDataInt, by name.
+#: One object record: the integers of zelk_GetObjDataInt, by the names of the header.
 OBJECT_DTYPE = np.dtype(
     [
-        ("number", np.int32),
-        ("centroid_line", np.int32),
-        ("centroid_column", np.int32),
-        ("first_line", np.int32),
-        ("last_line", np.int32),
-        ("first_column", np.int32),
-        ("last_column", np.int32),
-        ("pixel_count", np.int32),
-        ("decision", np.int32),
-        ("class_sizes", np.int32, (CLASS_SLOTS,)),
+        (name.lower(), np.int32) if name != "CLASS_SIZES" else ("class_sizes", np.int32, (CLASS_SLOTS,))
+        for name, _ in sorted(
+            ((n, v) for n, v in _names.RECORD.items() if n not in ("CLASS_SLOTS", "RECORD_INTS")), key=lambda nv: nv[1]
+        )
     ]
 )
-assert OBJECT_DTYPE.itemsize == 30 * 4
+assert OBJECT_DTYPE.itemsize == _names.RECORD["RECORD_INTS"] * 4
 
 Decision = namedtuple("Decision", "name color")
 Decision.__doc__ = "A decision of the model: its name and its (r, g, b) display colour."
@@ -80,8 +74,9 @@ _SAMPLE_DTYPES = {1: np.dtype(np.uint16), 2: np.dtype(np.float32)}
 _BIP, _BIL, _BSQ = 1, 2, 3
 # Start refusals that come before the start fixes the input type (and the layout):
 # no handle, no project or classifier, already running, no usable segmenter, no type.
-_BEFORE_TYPE = {-101, -103, -164, -170, -172, -174}
-_BEFORE_LAYOUT = _BEFORE_TYPE | {-173}
+_E = _names.CODES
+_BEFORE_TYPE = {_E[n] for n in ("NULL_POINTER", "NO_PROJECT", "NO_SEGMENTER", "ACQUIRING", "SEGMENTATION", "TYPE_NOT_SET")}
+_BEFORE_LAYOUT = _BEFORE_TYPE | {_E["LAYOUT_NOT_SET"]}
 _LAYOUT_NAMES = {_BIP: "1 (BIP, width x bands)", _BIL: "2 (BIL, bands x width)", _BSQ: "3 (band after band per cube)"}
 
 
@@ -136,7 +131,7 @@ class ZelkFileNotFoundError(ZelkError, FileNotFoundError):
         return f"{self.message or self.function}: {self.filename}"
 
 
-def _missing(path, function, code=-113):
+def _missing(path, function, code=_E["MODEL_OPEN"]):
     """The error of a call given a file that does not exist, or None when it exists."""
     if os.path.exists(path):
         return None
@@ -296,7 +291,7 @@ class Handle:
     def load_model(self, path):
         """Loads a .zelk or .zpl model file, replacing the project."""
         result = _lib.zelk_LoadModel(self._h, _file_name(path))
-        if result == -113 and not os.path.exists(path):
+        if result == _E["MODEL_OPEN"] and not os.path.exists(path):
             raise ZelkFileNotFoundError(result, self.error_message, "zelk_LoadModel", path)
         if result < 0:
             raise self._error("zelk_LoadModel", result)
@@ -492,7 +487,7 @@ class Handle:
         pointer = POINTER(c_int32)()
         for index in range(self.object_count()):
             result = _lib.zelk_GetObjDataInt(self._h, index, byref(pointer))
-            if result == -161 and records:  # past the kept records
+            if result == _E["OBJECT_INDEX"] and records:  # past the kept records
                 break
             if result < 0:
                 raise self._error("zelk_GetObjDataInt", result)
@@ -528,7 +523,7 @@ class Handle:
         if not pointer:
             # The library has no decisions before a first start and says nothing then;
             # a refusal (no handle, a line-scan project, an internal failure) it reports.
-            if not self._h or self.error_code in (-212, -199):
+            if not self._h or self.error_code in (_E["SNAPSHOT_EXPECTED"], _E["INTERNAL"]):
                 raise self._error("zelk_GetCubeDecisions")
             return None
         return _copy(pointer, c_uint8, (self.input_height, self.input_width))
