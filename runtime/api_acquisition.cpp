@@ -100,6 +100,7 @@ int start(ZelkHandle* h)
     if (h->segmentationEnabled) {
         ZelkSegmenter* s = p.segmenter.get();
         if (!s)
+            // deliberate: "segmetation" is the text as callers know it
             return setHandleError(h, ZELK_E_NO_SEGMENTER, QStringLiteral("zelk_StartAcquisition: Object segmetation not defined."));
         if (!s->isCompiled() && s->compile() != 0) {
             h->segmenter = nullptr;

@@ -67,9 +67,9 @@ extern "C" ZELK_API int zelk_GetInputDataType(ZelkHandle* h)
 extern "C" ZELK_API int zelk_GetInputDataLayout(ZelkHandle* h)
 {
     if (!h)
-        return nullHandle("zelk_GetInputDataType");
+        return nullHandle("zelk_GetInputDataType"); // deliberate: callers know the text by this name
     if (!h->project)
-        return noProject(h, "zelk_GetInputDataType");
+        return noProject(h, "zelk_GetInputDataType"); // deliberate: callers know the text by this name
     const int type = h->project->projectType;
     int layout = -1;
     if (type == 19) {
@@ -97,6 +97,7 @@ extern "C" ZELK_API int zelk_GetMaskType(ZelkHandle* h)
     if (!h->project)
         return noProject(h, "zelk_GetMaskType");
     if (!h->project->segmenter)
+        // deliberate: "segmetation" is the text as callers know it
         return setHandleError(h, ZELK_E_NO_SEGMENTER, QStringLiteral("zelk_GetMaskType: Object segmetation not defined."));
     return h->project->segmenter->objMask;
 }
@@ -118,8 +119,8 @@ extern "C" ZELK_API int zelk_SetInputWidth(ZelkHandle* h, int width)
 extern "C" ZELK_API int zelk_SetInputDataLayout(ZelkHandle* h, unsigned int layout)
 {
     if (!h)
-        return nullHandle("zelk_SetInputDataType");
-    if (layout < 1 || layout > 3)
+        return nullHandle("zelk_SetInputDataType"); // deliberate: callers know the text by this name
+    if (layout < 1 || layout > 3) // deliberate: the global pair, and the text as callers know it
         return setGlobalError(ZELK_E_LAYOUT, QStringLiteral("zelk_SetInputDataLayout: Unsuported layout type requested (%1)").arg(layout));
     h->inputDataLayout = int(layout);
     return 0;
@@ -163,6 +164,7 @@ extern "C" ZELK_API int zelk_SetSegmentation(ZelkHandle* h, unsigned int mode)
         if (mode == 1) {
             ZelkSegmenter* s = h->project->segmenter.get();
             if (!s)
+                // deliberate: "segmetation" is the text as callers know it
                 return setHandleError(h, ZELK_E_NO_SEGMENTER, QStringLiteral("zelk_SetSegmentation: Object segmetation not defined."));
             if (!h->segmenter) {
                 if (!s->isCompiled() && s->compile() != 0) {
@@ -194,6 +196,7 @@ extern "C" ZELK_API int zelk_SetMinObjSize(ZelkHandle* h, int size)
         return -1;
     }
     if (!h->project->segmenter)
+        // deliberate: "segmetation" is the text as callers know it
         return setHandleError(h, ZELK_E_NO_SEGMENTER, QStringLiteral("zelk_SetMinObjSize: Object segmetation not defined."));
     if (size <= 0) {
         setHandleError(h, ZELK_E_OBJECT_SIZE, QStringLiteral("zelk_SetMinObjSize: Wrong minimum object size (must be >0)"));

