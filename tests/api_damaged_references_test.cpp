@@ -157,7 +157,8 @@ TEST(DamagedReferences, RefusedAndTheEarlierCorrectionStays)
         if (h.h->lineScan)
             ASSERT_EQ(decided, alternating);
 
-        // Each damage on the whole set of files, one at a time.
+        // Each damage on the whole set of files, one at a time; a null `damaged` removes
+        // the file.
         const auto refused = [&](const QString& file, const QByteArray& damaged, const std::string& how) {
             SCOPED_TRACE(file.toStdString() + ": " + how);
             ASSERT_TRUE(loader.write(d));
