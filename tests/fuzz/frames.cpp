@@ -8,9 +8,9 @@
 
 #include <QDir>
 #include <QTemporaryDir>
-#include <vector>
 #include <cstring>
 #include <utility>
+#include <vector>
 
 using namespace frameprogram;
 
