@@ -3,10 +3,14 @@
 
 #include <algorithm>
 #include <cstring>
+#include <mutex>
 
 namespace {
 
+// The pair is the process's, and handles are made on several threads at once: changes
+// to it and reads of its code hold the lock.
 constexpr int GlobalMessageSize = 4096;
+std::mutex globalLock;
 int globalCode = 0;
 char globalMessage[GlobalMessageSize] = {0};
 
@@ -34,6 +38,7 @@ int setHandleError(ZelkHandle* h, int code, const QString& text)
 
 int setGlobalError(int code, const QString& text)
 {
+    const std::lock_guard<std::mutex> locked(globalLock);
     globalCode = code;
     storeText(globalMessage, GlobalMessageSize, text);
     return code;
@@ -46,6 +51,7 @@ void logToHandle(ZelkHandle* h, const QString& text)
 
 int globalErrorCode()
 {
+    const std::lock_guard<std::mutex> locked(globalLock);
     return globalCode;
 }
 
@@ -56,6 +62,7 @@ const char* globalErrorMessage()
 
 void clearGlobalErrorMessage()
 {
+    const std::lock_guard<std::mutex> locked(globalLock);
     globalMessage[0] = '\0';
 }
 
