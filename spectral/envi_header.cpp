@@ -3,6 +3,8 @@
 #include <QDir>
 #include <QFile>
 #include <QFileInfo>
+#include <QHash>
+#include <QMutex>
 #include <QRegularExpression>
 #include <QTextStream>
 #include <QtEndian>
@@ -24,10 +26,30 @@ EnviHeader EnviHeader::read(const QString& path)
     return EnviHeader(text);
 }
 
+namespace {
+
+// The pattern of a field, compiled once per process: a scan's header is read field by
+// field, and compiling costs more than matching. The fields are the readers' own few
+// names, so the table stays small.
+QRegularExpression fieldPattern(const QString& source)
+{
+    static QMutex lock;
+    static QHash<QString, QRegularExpression> compiled;
+    const QMutexLocker locked(&lock);
+    auto it = compiled.constFind(source);
+    if (it == compiled.constEnd()) {
+        QRegularExpression re(source, QRegularExpression::CaseInsensitiveOption);
+        re.optimize();
+        it = compiled.insert(source, re);
+    }
+    return *it;
+}
+
+} // namespace
+
 QString EnviHeader::capture(const QString& field, const QString& suffix) const
 {
-    const QRegularExpression re(field + suffix, QRegularExpression::CaseInsensitiveOption);
-    const QRegularExpressionMatch m = re.match(text_);
+    const QRegularExpressionMatch m = fieldPattern(field + suffix).match(text_);
     return m.hasMatch() ? m.captured(1) : QString();
 }
 

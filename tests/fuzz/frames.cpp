@@ -6,17 +6,22 @@
 #include "modelwriter/scan_writer.h"
 #include "runtime/handle.h"
 
+#include <QDir>
 #include <QTemporaryDir>
 #include <cstring>
+#include <utility>
+#include <vector>
 
 using namespace frameprogram;
 
 namespace {
 
-// Written once per process: the model files and two camera descriptions (one that fits
-// the models' 8 pixels, one that does not).
+// Written once per process, in memory where the system has a file system there: the
+// model files, two camera descriptions (one that fits the models' 8 pixels, one that
+// does not) and the place of the decision image.
 struct Files {
-    QTemporaryDir dir;
+    QTemporaryDir dir{(QDir(QStringLiteral("/dev/shm")).exists() ? QStringLiteral("/dev/shm") : QDir::tempPath()) +
+                      QStringLiteral("/zelk-fuzz-XXXXXX")};
     QList<QByteArray> models;
     QByteArray cameras[2];
     QByteArray image;
@@ -110,17 +115,65 @@ void readResults(ZelkHandle* h, Reader& in)
     touch(zelk_GetErrorMsg(h), std::strlen(zelk_GetErrorMsg(h)));
 }
 
+// One handle per model as zelk_Init and zelk_LoadModel leave it, whatever came before in
+// the process. A program takes its handles from here; one that it replaces or ends with
+// before any call reached it comes back, and the set is whole again after each program,
+// so that the program after it finds the same, and the allocations of a program that
+// leaks nothing balance. Programs renew their handle again and again, often before using
+// it, and a load costs more than all else that they do.
+class FreshHandles {
+public:
+    explicit FreshHandles(const Files& files) : files_(files), kept_(size_t(files.models.size()), nullptr) {}
+
+    ZelkHandle* take(int model)
+    {
+        if (ZelkHandle* h = std::exchange(kept_[size_t(model)], nullptr))
+            return h;
+        ZelkHandle* h = zelk_Init(nullptr);
+        zelk_LoadModel(h, files_.models[model].constData());
+        return h;
+    }
+    // `model` is that of a handle no call has reached, or -1.
+    void giveBack(ZelkHandle* h, int model)
+    {
+        if (model >= 0 && !kept_[size_t(model)])
+            kept_[size_t(model)] = h;
+        else
+            zelk_Release(h);
+    }
+    void fill()
+    {
+        for (size_t m = 0; m < kept_.size(); ++m)
+            if (!kept_[m])
+                kept_[m] = take(int(m));
+    }
+
+private:
+    const Files& files_;
+    std::vector<ZelkHandle*> kept_;
+};
+
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
 {
     static Files files;
+    // Never destroyed: the handles stay reachable until the leak check at exit.
+    static FreshHandles& fresh = *new FreshHandles(files);
     Reader in{data, size};
-    const auto model = [&] { return files.models[in.byte() % files.models.size()].constData(); };
-    ZelkHandle* h = zelk_Init(nullptr);
-    zelk_LoadModel(h, model());
+    const auto model = [&] { return int(in.byte() % files.models.size()); };
+    int freshModel = model(); // the model of a handle that no call has reached, else -1
+    ZelkHandle* h = fresh.take(freshModel);
     while (!in.done()) {
-        switch (in.byte() % OpCount) {
+        const quint8 op = in.byte() % OpCount;
+        if (op == Renew) {
+            fresh.giveBack(h, freshModel);
+            freshModel = model();
+            h = fresh.take(freshModel);
+            continue;
+        }
+        freshModel = -1;
+        switch (op) {
         case Start: zelk_StartAcquisition(h); break;
         case Stop: zelk_StopAcquisition(h); break;
         case Frame: zelk_ProcessFrame(h, samples(h, in, false).data()); break;
@@ -141,15 +194,11 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size)
             zelk_SetResamplingWavelengthsGrid(h, 900, 100, 1200);
             zelk_SetResampling(h, 1);
             break;
-        case LoadModel: zelk_LoadModel(h, model()); break;
-        case Renew:
-            zelk_Release(h);
-            h = zelk_Init(nullptr);
-            zelk_LoadModel(h, model());
-            break;
+        case LoadModel: zelk_LoadModel(h, files.models[model()].constData()); break;
         case SaveImage: zelk_SaveImage(h, files.image.constData()); break;
         }
     }
-    zelk_Release(h);
+    fresh.giveBack(h, freshModel);
+    fresh.fill();
     return 0;
 }

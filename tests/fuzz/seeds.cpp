@@ -1,10 +1,11 @@
 // Writes the seed corpora of the fuzz targets, each input behind the byte that picks
 // its form: for the model loader, whole projects of every revision as bare streams and
-// in both envelopes; for the scan readers, ENVI scans, compressed cubes and masks; for
-// the frame paths, runs of each model that find objects.
+// in both envelopes; for the scan readers, ENVI scans, compressed cubes, masks and
+// folders of references; for the frame paths, runs of each model that find objects.
 //   fuzz_seeds DIRECTORY   (makes DIRECTORY/model, DIRECTORY/spectral, DIRECTORY/frames)
 
 #include "frame_program.h"
+#include "reference_folder.h"
 #include "modelwriter/compressed_cube_writer.h"
 #include "modelwriter/scan_writer.h"
 
@@ -60,6 +61,44 @@ int main(int argc, char** argv)
         out << QStringLiteral("ZBA01") << qint32(3) << qint32(2) << quint8(0) << qint32(2) << quint8(5) << qint32(4);
     }
     put(2, mask);
+
+    // Reference folders that each loader takes: a pair, a capture folder, and ".trf"
+    // scans with point spectra in their binary header, with frame references named after
+    // them and with cube references in their folder.
+    {
+        using namespace referencefolder;
+        const auto counts = [](int columns, int lines, quint16 base) {
+            QVector<quint16> v(columns * lines * 4);
+            for (int i = 0; i < v.size(); ++i)
+                v[i] = quint16(base + i % 7);
+            return v;
+        };
+        const auto floats = [](int columns, int lines, float base) {
+            QVector<float> v(columns * lines * 4);
+            for (int i = 0; i < v.size(); ++i)
+                v[i] = base + float(i % 5);
+            return v;
+        };
+        const auto envi = [](int lines, int type, const QString& interleave, const QByteArray& data, const QByteArray& binary = {}) {
+            modelwriter::EnviScan s;
+            s.samples = Width, s.lines = lines, s.bands = 4, s.dataType = type, s.interleave = interleave;
+            s.data = data, s.binaryHeader = binary;
+            return s;
+        };
+        const QByteArray white = modelwriter::uint16Bytes(counts(Width, 2, 900)), dark = modelwriter::uint16Bytes(counts(Width, 2, 100));
+        put(3, QByteArray(1, 0) + scan(0, envi(2, 12, "bil", white)) + scan(2, envi(2, 12, "bil", dark)));
+        put(3, QByteArray(1, 1) + scan(4, envi(2, 12, "bil", white)) + scan(6, envi(2, 12, "bil", white)) +
+                   scan(8, envi(2, 12, "bil", dark)));
+        const QByteArray scanCounts = modelwriter::uint16Bytes(counts(Width, Height, 400));
+        put(3, QByteArray(1, 3) +
+                   scan(10, envi(Height, 12, "bip", scanCounts, modelwriter::referenceHeader({900, 901, 902, 903}, {10, 20, 30, 40}))));
+        put(3, QByteArray(1, 2) + scan(10, envi(1, 12, "bil", modelwriter::uint16Bytes(counts(Width, 1, 400)))) +
+                   scan(12, envi(1, 4, "bil", modelwriter::floatBytes(floats(Width, 1, 900)))) +
+                   scan(14, envi(1, 4, "bil", modelwriter::floatBytes(floats(Width, 1, 100)))));
+        put(3, QByteArray(1, 3) + scan(10, envi(Height, 12, "bip", scanCounts)) +
+                   scan(16, envi(Height, 4, "bip", modelwriter::floatBytes(floats(Width, Height, 900)))) +
+                   scan(18, envi(Height, 4, "bip", modelwriter::floatBytes(floats(Width, Height, 100)))));
+    }
 
     // One byte per sample, BIL frames of 8 pixels and 4 bands and BIP cubes of 8 by 6:
     // band 1 at 10 is a leaf.
