@@ -4,6 +4,8 @@
 //   bench_realtime w1 FRAMES     frames/s and latencies of W1 frames
 //   bench_realtime cube CUBES    the same for cubes
 //   bench_realtime sgemm         the BLAS's single-thread sgemm rate, GFLOP/s
+//   bench_realtime cameras N FRAMES   W1 on N handles, each on a thread of its own,
+//                                beside one handle alone: the frames/s of both
 //   bench_realtime export DIR    the workloads' networks and data as raw files, for the
 //                                references that redo the arithmetic in numpy and PyTorch
 // Heap allocations are counted by wrapping the C library's allocator in this program.
@@ -12,6 +14,7 @@
 #include "zelk.h"
 
 #include <QDir>
+#include <thread>
 #include <QFile>
 #include <algorithm>
 #include <atomic>
@@ -147,6 +150,46 @@ int run(const char* name, const workloads::Workload& w, int count, bool cubes)
     return 0;
 }
 
+// W1 frames through one started handle as fast as they go; frames/s.
+double feedW1(const workloads::Workload& w, const QTemporaryDir& dir, int count)
+{
+    ZelkHandle* h = start(dir, w);
+    if (!h)
+        return 0;
+    for (int i = 0; i < 600; ++i) // past the warm-up
+        zelk_ProcessFrame(h, w.data.data() + size_t(i % w.units) * w.unitSamples);
+    const Clock::time_point begin = Clock::now();
+    for (int i = 0; i < count; ++i) {
+        zelk_ProcessFrame(h, w.data.data() + size_t(i % w.units) * w.unitSamples);
+        zelk_GetObjCount(h);
+    }
+    const double rate = count / std::chrono::duration<double>(Clock::now() - begin).count();
+    zelk_Release(h);
+    return rate;
+}
+
+int cameras(int n, int count)
+{
+    const workloads::Workload w = workloads::w1();
+    QTemporaryDir dir;
+    const double alone = feedW1(w, dir, count);
+    std::vector<double> rates(static_cast<size_t>(n));
+    std::vector<std::thread> threads;
+    const Clock::time_point begin = Clock::now();
+    for (int i = 0; i < n; ++i)
+        threads.emplace_back([&, i] { rates[size_t(i)] = feedW1(w, dir, count); });
+    for (std::thread& t : threads)
+        t.join();
+    const double wall = std::chrono::duration<double>(Clock::now() - begin).count();
+    double sum = 0;
+    for (double r : rates)
+        sum += r;
+    std::printf("{\"workload\": \"cameras\", \"handles\": %d, \"one_handle_per_second\": %.1f, "
+                "\"all_handles_per_second\": %.1f, \"by_wall_clock\": %.1f, \"scaling\": %.3f}\n",
+                n, alone, sum, n * count / wall, sum / alone);
+    return 0;
+}
+
 int sgemm()
 {
     const int n = 512;
@@ -202,6 +245,8 @@ int main(int argc, char** argv)
         return run("cube", workloads::cube(), count, true);
     if (what == QLatin1String("sgemm"))
         return sgemm();
+    if (what == QLatin1String("cameras") && count > 0 && argc > 3)
+        return cameras(count, std::atoi(argv[3]));
     if (what == QLatin1String("export") && argc > 2) {
         const QDir dir(QString::fromLocal8Bit(argv[2]));
         if (!dir.mkpath(QStringLiteral(".")) || !exportWorkload(dir, "w1", workloads::w1(), "bil")
@@ -211,6 +256,6 @@ int main(int argc, char** argv)
         }
         return 0;
     }
-    std::fprintf(stderr, "usage: bench_realtime w1 FRAMES | cube CUBES | sgemm | export DIR\n");
+    std::fprintf(stderr, "usage: bench_realtime w1 FRAMES | cube CUBES | sgemm | cameras N FRAMES | export DIR\n");
     return 2;
 }

@@ -1,13 +1,14 @@
 #!/usr/bin/python3
 """One core, the reference workloads end to end: the library through its C interface
 (bench_realtime) beside the same arithmetic as plain numpy and PyTorch scripts, in
-interleaved rounds, with the ratios; then W1 while a busy loop holds the other core.
+interleaved rounds, with the ratios; then W1 on two handles on two threads, and W1
+while a busy loop holds the other core.
 
     bench/realtime.py [--build build/plain] [--rounds 5] [--frames 3000] [--cubes 10]
                       [--steady-frames 10000]
 
-Everything runs on one core (the first this process may use); the busy loop takes
-another. OPENBLAS_CORETYPE is taken out of the environment before any BLAS loads, so
+Everything but the two handles runs on one core (the first this process may use); the
+busy loop takes another. OPENBLAS_CORETYPE is taken out of the environment before any BLAS loads, so
 that numpy, PyTorch and the sgemm figure run OpenBLAS's native kernels.
 """
 
@@ -188,6 +189,22 @@ def main():
         print(f"  latency us   p50 {med('p50_us'):.1f}  p99 {med('p99_us'):.1f}  p99.9 {med('p999_us'):.1f}  "
               f"max {med('max_us'):.1f}")
         print(f"  heap allocations per {unit[name].split('/')[0][:-1]}: {max(x['allocations_per_unit'] for x in lats):g}")
+
+    # Several cameras: W1 on two handles on two threads, beside one alone (both cores).
+    if len(cores) > 1:
+        os.sched_setaffinity(0, set(cores))
+        res = run_library(binary, ["cameras", "2", str(2 * a.frames)])
+        os.sched_setaffinity(0, {core})
+        print(f"\nW1 on two handles on two threads: {res['all_handles_per_second']:.0f} frames/s together, "
+              f"{res['one_handle_per_second']:.0f} for one handle alone: {res['scaling']:.2f}x")
+
+    # Several cameras: W1 on two handles on two threads, beside one alone (both cores).
+    if len(cores) > 1:
+        os.sched_setaffinity(0, set(cores))
+        res = run_library(binary, ["cameras", "2", str(2 * a.frames)])
+        os.sched_setaffinity(0, {core})
+        print(f"\nW1 on two handles on two threads: {res['all_handles_per_second']:.0f} frames/s together, "
+              f"{res['one_handle_per_second']:.0f} for one handle alone: {res['scaling']:.2f}x")
 
     # Steady under load: W1 while a busy loop holds another core.
     if len(cores) > 1 and a.steady_frames > 0:
