@@ -198,14 +198,6 @@ def main():
         print(f"\nW1 on two handles on two threads: {res['all_handles_per_second']:.0f} frames/s together, "
               f"{res['one_handle_per_second']:.0f} for one handle alone: {res['scaling']:.2f}x")
 
-    # Several cameras: W1 on two handles on two threads, beside one alone (both cores).
-    if len(cores) > 1:
-        os.sched_setaffinity(0, set(cores))
-        res = run_library(binary, ["cameras", "2", str(2 * a.frames)])
-        os.sched_setaffinity(0, {core})
-        print(f"\nW1 on two handles on two threads: {res['all_handles_per_second']:.0f} frames/s together, "
-              f"{res['one_handle_per_second']:.0f} for one handle alone: {res['scaling']:.2f}x")
-
     # Steady under load: W1 while a busy loop holds another core.
     if len(cores) > 1 and a.steady_frames > 0:
         busy = subprocess.Popen([sys.executable, "-c", f"import os; os.sched_setaffinity(0, {{{cores[1]}}})\nwhile True: pass"])
