@@ -8,6 +8,7 @@
 // pixel its class's prototype plus noise, so that the decisions form real objects and
 // can be checked against the picture.
 
+#include "workloads.h"
 #include "modelwriter/classifier_writer.h"
 #include "modelwriter/envelope_writer.h"
 #include "modelwriter/project_writer.h"
@@ -150,20 +151,7 @@ QString writeModel(const QTemporaryDir& dir, const Prototypes& protos, int objMa
 // about a fifth of the image.
 std::vector<quint8> belt(std::mt19937& rng)
 {
-    std::uniform_real_distribution<float> u(0.0f, 1.0f);
-    std::vector<quint8> picture(size_t(Size) * Size, 0);
-    for (int n = 0; n < 47; ++n) {
-        const float cx = u(rng) * Size, cy = u(rng) * Size;
-        const float rx = 8.0f + u(rng) * 22.0f, ry = 8.0f + u(rng) * 22.0f;
-        const quint8 code = quint8(1 + rng() % 3);
-        for (int y = std::max(0, int(cy - ry)); y <= std::min(Size - 1, int(cy + ry)); ++y)
-            for (int x = std::max(0, int(cx - rx)); x <= std::min(Size - 1, int(cx + rx)); ++x) {
-                const float dx = (x - cx) / rx, dy = (y - cy) / ry;
-                if (dx * dx + dy * dy <= 1.0f)
-                    picture[size_t(y) * Size + x] = code;
-            }
-    }
-    return picture;
+    return workloads::beltPicture(Size, Size, C, 47, rng);
 }
 
 std::vector<float> cubeOf(const std::vector<quint8>& picture, const Prototypes& p, std::mt19937& rng)

@@ -51,17 +51,6 @@ QByteArray expectedDecisions(float level)
     return row;
 }
 
-Project projectOfType(int type, int acqType = 0)
-{
-    Project p = lineScanProject(Width);
-    p.type = type;
-    p.acqType = acqType;
-    p.images[0].imageType = type;
-    if (type == 1)
-        p.images[0].tailText = QString();
-    return p;
-}
-
 struct Session {
     QTemporaryDir dir;
     TestHandle h;

@@ -24,17 +24,6 @@ constexpr int Width = 8, Bands = 4;
 double darkCount(int c, int, int b) { return 100 + 3 * c + b; }
 double whiteCount(int c, int l, int b) { return darkCount(c, l, b) + 20 + 2 * c + b; }
 
-Project projectOfType(int type, int acqType = 0)
-{
-    Project p = lineScanProject(Width);
-    p.type = type;
-    p.acqType = acqType;
-    p.images[0].imageType = type;
-    if (type == 1)
-        p.images[0].tailText = QString();
-    return p;
-}
-
 // An ENVI header of a loader, cut short anywhere before the end of the line of its last
 // needed field; `describesData` when its sizes and data type are those of samples read.
 struct Header {

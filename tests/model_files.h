@@ -85,6 +85,22 @@ inline QByteArray segmenterBytes(const SegmenterSpec& s)
 }
 
 // A project of camera type 14 (line-scan), one image of `width` pixels and 4 bands.
+inline Project lineScanProject(int width);
+
+// The line-scan project made for camera `type` (and acquisition type), whose image is
+// of that camera's class, as the correction loaders look for it.
+inline Project projectOfType(int type, int acqType = 0, int width = 8)
+{
+    Project p = lineScanProject(width);
+    p.type = type;
+    p.acqType = acqType;
+    p.images[0].imageType = type;
+    if (type == 1)
+        p.images[0].tailText = QString();
+    return p;
+}
+
+// A project of camera type 14 (line-scan), one image of `width` pixels and 4 bands.
 inline Project lineScanProject(int width = 8)
 {
     Project p;
