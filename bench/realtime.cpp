@@ -8,8 +8,10 @@
 //                                beside one handle alone: the frames/s of both
 //   bench_realtime export DIR    the workloads' networks and data as raw files, for the
 //                                references that redo the arithmetic in numpy and PyTorch
-// Heap allocations are counted by wrapping the C library's allocator in this program.
+// Heap allocations are counted by wrapping the C library's allocator in this program
+// (counting_allocator.h).
 
+#include "tests/counting_allocator.h"
 #include "workloads.h"
 #include "zelk.h"
 
@@ -17,54 +19,11 @@
 #include <thread>
 #include <QFile>
 #include <algorithm>
-#include <atomic>
 #include <cblas.h>
 #include <chrono>
 #include <cstdio>
 #include <cstring>
 #include <vector>
-
-extern "C" {
-void* __libc_malloc(size_t);
-void* __libc_calloc(size_t, size_t);
-void* __libc_realloc(void*, size_t);
-void* __libc_memalign(size_t, size_t);
-}
-
-namespace {
-std::atomic<long long> allocations{0};
-}
-
-// Every path into the heap of this process, the library's and Qt's included.
-extern "C" void* malloc(size_t n)
-{
-    allocations.fetch_add(1, std::memory_order_relaxed);
-    return __libc_malloc(n);
-}
-extern "C" void* calloc(size_t n, size_t size)
-{
-    allocations.fetch_add(1, std::memory_order_relaxed);
-    return __libc_calloc(n, size);
-}
-extern "C" void* realloc(void* p, size_t n)
-{
-    allocations.fetch_add(1, std::memory_order_relaxed);
-    return __libc_realloc(p, n);
-}
-extern "C" void* memalign(size_t alignment, size_t n)
-{
-    allocations.fetch_add(1, std::memory_order_relaxed);
-    return __libc_memalign(alignment, n);
-}
-extern "C" void* aligned_alloc(size_t alignment, size_t n)
-{
-    return memalign(alignment, n);
-}
-extern "C" int posix_memalign(void** out, size_t alignment, size_t n)
-{
-    *out = memalign(alignment, n);
-    return *out ? 0 : 12; // ENOMEM
-}
 
 namespace {
 
@@ -125,7 +84,7 @@ int run(const char* name, const workloads::Workload& w, int count, bool cubes)
             return 1;
     objects = 0;
     std::vector<double> latencies(static_cast<size_t>(count));
-    const long long allocationsBefore = allocations.load();
+    const long long allocationsBefore = heapAllocations();
     const Clock::time_point begin = Clock::now();
     for (int i = 0; i < count; ++i) {
         const Clock::time_point t = Clock::now();
@@ -134,7 +93,7 @@ int run(const char* name, const workloads::Workload& w, int count, bool cubes)
         latencies[size_t(i)] = std::chrono::duration<double>(Clock::now() - t).count();
     }
     const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
-    const long long allocated = allocations.load() - allocationsBefore;
+    const long long allocated = heapAllocations() - allocationsBefore;
     zelk_StopAcquisition(h);
     zelk_Release(h);
     const double rate = count / seconds;

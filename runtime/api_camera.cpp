@@ -16,22 +16,23 @@ namespace {
 // its arguments, and building it would only exhaust memory.
 constexpr int MaxGridPoints = 1000000;
 
-// The number of values the grid loop appends, or -1 when it would exceed MaxGridPoints.
-// It runs the loop's own arithmetic, so that the count is exact for every argument.
-int gridPoints(float first, float step, float last)
+// The grid first, first + step, ... summed in double, for as long as `last` >= the value,
+// the test coming after the append; false, with `grid` unfinished, for a grid that never
+// ends (the sum stops moving, or it passes MaxGridPoints).
+bool buildGrid(float first, float step, float last, QVector<double>& grid)
 {
     const double end = last;
     double value = first;
-    int points = 0;
     do {
-        if (++points > MaxGridPoints)
-            return -1;
+        if (grid.size() == MaxGridPoints)
+            return false;
+        grid.append(value);
         const double next = value + double(step);
         if (next == value && end >= next)
-            return -1; // the sum no longer moves: no end
+            return false; // the sum no longer moves: no end
         value = next;
     } while (end >= value);
-    return points;
+    return true;
 }
 
 } // namespace
@@ -92,26 +93,20 @@ extern "C" ZELK_API int zelk_SetResamplingWavelengthsGrid(ZelkHandle* h, float f
 {
     if (!h)
         return nullHandle("zelk_SetResamplingWavelengthsGrid");
-    // The grid is counted before it is built: one that never ends (a step of 0 or below
-    // with `last` not below the second value, `last` = +inf, or a step too small to move
-    // the sum) or that would hold more points than any spectrometer has bands is refused
-    // rather than left to exhaust memory. NaN or -inf arguments end the grid after its
-    // first value, as the end test says.
-    const int points = gridPoints(first, step, last);
-    if (points < 0)
-        return setHandleError(h, ZELK_E_FAILED, QStringLiteral("zelk_SetResamplingWavelengthsGrid: The grid from %1 in steps of %2 to %3 has no end")
-                                         .arg(double(first)).arg(double(step)).arg(double(last)));
+    // The grid is built aside and taken only when it ends: one that never ends (a step of
+    // 0 or below with `last` not below the second value, `last` = +inf, or a step too
+    // small to move the sum) or that would hold more points than any spectrometer has
+    // bands is refused rather than left to exhaust memory. NaN or -inf arguments end the
+    // grid after its first value, as the end test says.
     return guarded<int>(h, "zelk_SetResamplingWavelengthsGrid", InternalErrorCode, [&] {
+        QVector<double> grid;
+        if (!buildGrid(first, step, last, grid))
+            return setHandleError(h, ZELK_E_FAILED,
+                                  QStringLiteral("zelk_SetResamplingWavelengthsGrid: The grid from %1 in steps of %2 to %3 has no end")
+                                      .arg(double(first)).arg(double(step)).arg(double(last)));
         if (!h->resamplingWavelengths)
             h->resamplingWavelengths = std::make_unique<QVector<double>>();
-        h->resamplingWavelengths->clear();
-        h->resamplingWavelengths->reserve(points);
-        // The first value always goes in; the end test follows each append.
-        double value = first;
-        do {
-            h->resamplingWavelengths->append(value);
-            value += double(step);
-        } while (double(last) >= value);
+        h->resamplingWavelengths->swap(grid);
         return 0;
     });
 }

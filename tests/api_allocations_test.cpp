@@ -1,7 +1,7 @@
 // Everything a frame or cube needs is allocated when the acquisition starts: after
 // that, frames, cubes and the reading of their results touch the heap no more. The
-// test program wraps the C library's allocator to count, except in the sanitizer
-// builds, whose runtimes own the allocator.
+// test program counts with the wrapped allocator of counting_allocator.h, except in the
+// sanitizer builds.
 
 #include "soak_run.h"
 #include "test_handle.h"
@@ -18,46 +18,7 @@
 #endif
 
 #ifndef ZELK_SANITIZED_HEAP
-extern "C" {
-void* __libc_malloc(size_t);
-void* __libc_calloc(size_t, size_t);
-void* __libc_realloc(void*, size_t);
-void* __libc_memalign(size_t, size_t);
-}
-
-namespace {
-thread_local long long allocations = 0;
-}
-
-extern "C" void* malloc(size_t n)
-{
-    ++allocations;
-    return __libc_malloc(n);
-}
-extern "C" void* calloc(size_t n, size_t size)
-{
-    ++allocations;
-    return __libc_calloc(n, size);
-}
-extern "C" void* realloc(void* p, size_t n)
-{
-    ++allocations;
-    return __libc_realloc(p, n);
-}
-extern "C" void* memalign(size_t alignment, size_t n)
-{
-    ++allocations;
-    return __libc_memalign(alignment, n);
-}
-extern "C" void* aligned_alloc(size_t alignment, size_t n)
-{
-    return memalign(alignment, n);
-}
-extern "C" int posix_memalign(void** out, size_t alignment, size_t n)
-{
-    *out = memalign(alignment, n);
-    return *out ? 0 : 12; // ENOMEM
-}
+#include "counting_allocator.h"
 
 using namespace modelfiles;
 
@@ -72,9 +33,9 @@ TEST(Allocations, NoneForFramesOrCubesAfterTheStart)
         ASSERT_EQ(zelk_StartAcquisition(h), 0);
         soak::Run run;
         soak::feed(h, 600, 0, {}, &run); // past the warm-up and the first finished objects
-        const long long before = allocations;
+        const long long before = heapAllocations();
         soak::feed(h, 2000, 0, {}, &run);
-        EXPECT_EQ(allocations - before, 0);
+        EXPECT_EQ(heapAllocations() - before, 0);
         EXPECT_EQ(run.failures, 0);
         EXPECT_GT(run.objects, 100);
     }
@@ -92,7 +53,7 @@ TEST(Allocations, NoneForFramesOrCubesAfterTheStart)
         for (int i = 0; i < Width * Height; ++i)
             cube[size_t(i) * Bands + 1] = (i % Width) % 9 < 3 && (i / Width) % 7 < 4 ? 10 : 0;
         ASSERT_EQ(zelk_ProcessCube(h, cube.data()), 0) << zelk_GetErrorMsg(h);
-        const long long before = allocations;
+        const long long before = heapAllocations();
         int objects = 0;
         for (int n = 0; n < 20; ++n) {
             ASSERT_EQ(zelk_ProcessCube(h, cube.data()), 0);
@@ -101,7 +62,7 @@ TEST(Allocations, NoneForFramesOrCubesAfterTheStart)
             for (int k = 0; k < zelk_GetObjCount(h); ++k)
                 zelk_GetObjDataInt(h, k, &record);
         }
-        EXPECT_EQ(allocations - before, 0);
+        EXPECT_EQ(heapAllocations() - before, 0);
         EXPECT_GT(objects, 20);
     }
 }

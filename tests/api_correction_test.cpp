@@ -114,16 +114,9 @@ bool writeBytes(const QString& base, int lines, const QString& interleave)
     return modelwriter::writeEnviScan(base, ".bin", bytes);
 }
 
-// A ".trf" scan whose binary header carries one white and one dark spectrum.
 bool writePointScan(const Session& s)
 {
-    modelwriter::EnviScan scan;
-    scan.samples = Width;
-    scan.lines = 2;
-    scan.bands = Bands;
-    scan.data = modelwriter::uint16Bytes(QVector<quint16>(Width * 2 * Bands, 7));
-    scan.binaryHeader = modelwriter::referenceHeader({900, 901, 902, 903}, {10, 20, 30, 40});
-    return modelwriter::writeEnviScan(s.path("scan"), ".trf", scan);
+    return fixtures::writePointScan(s.path("scan"), Width, 2);
 }
 
 } // namespace

@@ -59,16 +59,9 @@ bool writeScanWithReferences(const QDir& d, int lines, int refLines, const QStri
            fixtures::writeFloatScan(d.filePath("darkref"), ".bin", Width, refLines, Bands, darkCount, interleave);
 }
 
-// A ".trf" scan whose binary header carries one white and one dark spectrum.
 bool writePointScan(const QDir& d)
 {
-    modelwriter::EnviScan scan;
-    scan.samples = Width;
-    scan.lines = 100;
-    scan.bands = Bands;
-    scan.data = modelwriter::uint16Bytes(QVector<quint16>(Width * 100 * Bands, 7));
-    scan.binaryHeader = modelwriter::referenceHeader({900, 901, 902, 903}, {10, 20, 30, 40});
-    return modelwriter::writeEnviScan(d.filePath("scan"), ".trf", scan);
+    return fixtures::writePointScan(d.filePath("scan"), Width, 100);
 }
 
 std::vector<Loader> loaders()

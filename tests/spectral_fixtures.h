@@ -18,6 +18,19 @@ inline void PrintTo(const QString& s, std::ostream* out)
 
 namespace fixtures {
 
+// A ".trf" scan of 4 bands of `width` by `lines`, whose binary header carries one white
+// and one dark spectrum.
+inline bool writePointScan(const QString& base, int width, int lines)
+{
+    modelwriter::EnviScan scan;
+    scan.samples = width;
+    scan.lines = lines;
+    scan.bands = 4;
+    scan.data = modelwriter::uint16Bytes(QVector<quint16>(width * lines * 4, 7));
+    scan.binaryHeader = modelwriter::referenceHeader({900, 901, 902, 903}, {10, 20, 30, 40});
+    return modelwriter::writeEnviScan(base, ".trf", scan);
+}
+
 using SampleFn = std::function<double(int column, int line, int band)>;
 
 inline std::unique_ptr<ZelkSpectralCube> cube(quint32 type, quint32 layout, int columns, int lines, int bands, const SampleFn& value)

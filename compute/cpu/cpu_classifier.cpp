@@ -67,7 +67,7 @@ bool CpuClassifier::classify(const float* spectra, SpectraLayout layout, int n, 
     const qint64 ld = bandsByPixels ? model_.bands : n;
     forEachTile(n, [&](int first, int count) {
         const float* x = spectra + (bandsByPixels ? qint64(first) * model_.bands : first);
-        classifyTile(x, layout, ld, count, decisions + first, work_);
+        classifyTile(x, layout, ld, count, decisions + first);
     });
     return true;
 }
@@ -77,16 +77,15 @@ bool CpuClassifier::classifyStaged(const SampleBlock& block, quint8* decisions)
     const bool bandsByPixels = block.layout == SpectraLayout::BandsByPixels;
     forEachTile(block.pixels, [&](int first, int count) {
         stageSpectra(block, stage_, model_.bands, first, count, work_.spectra.data());
-        classifyTile(work_.spectra.data(), block.layout, bandsByPixels ? model_.bands : count, count, decisions + first,
-                     work_);
+        classifyTile(work_.spectra.data(), block.layout, bandsByPixels ? model_.bands : count, count, decisions + first);
     });
     return true;
 }
 
-void CpuClassifier::classifyTile(const float* x, SpectraLayout layout, qint64 ld, int count, quint8* decisions, Workspace& w)
+void CpuClassifier::classifyTile(const float* x, SpectraLayout layout, qint64 ld, int count, quint8* decisions)
 {
     if (!fused_) {
-        multiplyTile(x, layout, ld, count, decisions, w);
+        multiplyTile(x, layout, ld, count, decisions);
         return;
     }
     FusedNetwork net;
@@ -104,12 +103,12 @@ void CpuClassifier::classifyTile(const float* x, SpectraLayout layout, qint64 ld
     classifyFused(net, x, layout == SpectraLayout::BandsByPixels, ld, count, *fusedScratch_, decisions);
 }
 
-void CpuClassifier::multiplyTile(const float* x, SpectraLayout layout, qint64 ld, int count, quint8* decisions, Workspace& w)
+void CpuClassifier::multiplyTile(const float* x, SpectraLayout layout, qint64 ld, int count, quint8* decisions)
 {
     const int B = model_.bands, F = model_.features, K = model_.units, C = model_.classes;
-    float* z = w.features.data();
-    float* a = w.units.data();
-    float* s = w.scores.data();
+    float* z = work_.features.data();
+    float* a = work_.units.data();
+    float* s = work_.scores.data();
 
     // Z (F by count) = Mᵀ X + (o − μ).
     for (int p = 0; p < count; ++p)

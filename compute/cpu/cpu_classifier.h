@@ -48,9 +48,9 @@ private:
 
     // `x` points at the tile's first pixel; `ld` is the distance between consecutive
     // columns of the block (B for one spectrum a column, the block's n otherwise).
-    void classifyTile(const float* x, SpectraLayout layout, qint64 ld, int count, quint8* decisions, Workspace& w);
+    void classifyTile(const float* x, SpectraLayout layout, qint64 ld, int count, quint8* decisions);
     // The same by matrix products.
-    void multiplyTile(const float* x, SpectraLayout layout, qint64 ld, int count, quint8* decisions, Workspace& w);
+    void multiplyTile(const float* x, SpectraLayout layout, qint64 ld, int count, quint8* decisions);
 
     ClassifierModel model_;
     bool fused_;
