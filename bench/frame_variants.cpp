@@ -19,7 +19,7 @@
 #include "compute/opencl/opencl_regression.h"
 #endif
 #include "runtime/handle.h"
-#include "tests/model_files.h"
+#include "workloads.h"
 #include "modelwriter/regression_writer.h"
 #include "zelk.h"
 
@@ -44,31 +44,7 @@ double seconds()
     return std::chrono::duration<double>(std::chrono::steady_clock::now().time_since_epoch()).count();
 }
 
-double cameraWavelength(int b) { return 400.0 + 2.5 * b; }
 double projectWavelength(int b) { return 410.0 + 2.7 * b; }
-
-// Counts of class c at wavelength w: smooth curves that differ in level and shape.
-double spectrum(int c, double w)
-{
-    return 1500.0 + 400.0 * c + 300.0 * std::sin(w / (40.0 + 9.0 * c) + c);
-}
-
-std::vector<quint8> beltPicture(std::mt19937& rng)
-{
-    std::uniform_real_distribution<float> u(0.0f, 1.0f);
-    std::vector<quint8> picture(size_t(Width) * PictureRows, 0);
-    for (int n = 0; n < 30; ++n) {
-        const float cx = u(rng) * Width, cy = u(rng) * PictureRows, rx = 8 + u(rng) * 22, ry = 8 + u(rng) * 22;
-        const quint8 c = quint8(1 + rng() % (Classes - 1));
-        for (int y = int(cy - ry); y <= int(cy + ry); ++y)
-            for (int x = int(cx - rx); x <= int(cx + rx); ++x) {
-                const float dx = (x - cx) / rx, dy = (y - cy) / ry;
-                if (x >= 0 && x < Width && y >= 0 && y < PictureRows && dx * dx + dy * dy <= 1)
-                    picture[size_t(y) * Width + x] = c;
-            }
-    }
-    return picture;
-}
 
 // BIL frames of the picture's rows on the given wavelengths.
 std::vector<quint16> frames(const std::vector<quint8>& picture, int bands, double (*wavelength)(int), std::mt19937& rng)
@@ -79,76 +55,28 @@ std::vector<quint16> frames(const std::vector<quint8>& picture, int bands, doubl
         for (int b = 0; b < bands; ++b)
             for (int p = 0; p < Width; ++p) {
                 const int c = picture[size_t(r) * Width + p];
-                out[(size_t(r) * bands + b) * Width + p] = quint16(std::lround(spectrum(c, wavelength(b)) + noise(rng)));
+                out[(size_t(r) * bands + b) * Width + p] = quint16(std::lround(workloads::classCounts(c, wavelength(b)) + noise(rng)));
             }
     return out;
 }
 
 // A project on `bands` bands: every other band goes to the classifier, whose centres sit
-// at the projected class spectra; the regressor as in the heading.
+// at the projected class spectra (W1's classifier on these bands); the regressor as in
+// the heading.
 Project project(int bands, double (*wavelength)(int), bool withRegressor, std::mt19937& rng)
 {
     std::normal_distribution<float> g(0, 1);
-    const int selected = bands / 2, F = 24, K = 200;
-    ClassifierSpec c;
-    c.inputBands = selected;
-    c.totalBands = bands;
-    c.selectedBands = QVector<qint32>();
+    const int selected = bands / 2;
+    workloads::Network n = workloads::networkNear(
+        selected, 24, 200, Classes, -2e-5f, 20.0f,
+        [&](int c, int b) { return workloads::classCounts(c, wavelength(2 * b + 1)); }, rng);
     for (int i = 0; i < selected; ++i)
-        c.selectedBands->append(2 * i + 1);
-    c.classNames = QStringList{"belt", "a", "b", "c", "d"};
-    c.classCodes = {0, 1, 2, 3, 4};
-    c.classFlags = {false, true, true, true, true};
-    QVector<float> m(selected * F);
-    for (float& x : m)
-        x = g(rng) / std::sqrt(float(selected));
-    c.projection = LinearElement{QStringLiteral("ZelkAFPipelineM1:1"), selected, F, TypedArray::floats({selected, F, 1, 1}, m),
-                                 TypedArray::floats({1, F, 1, 1}, QVector<float>(F, 0))};
-    NetworkElement n;
-    n.featureCount = F;
-    n.unitCount = K;
-    n.classCount = Classes;
-    n.classNames = c.classNames;
-    QVector<float> centres(F * K), weights((K + 1) * Classes, 0);
-    for (int k = 0; k < K; ++k) {
-        const int cls = k % Classes;
-        for (int f = 0; f < F; ++f) {
-            double z = 0;
-            for (int i = 0; i < selected; ++i)
-                z += m[f * selected + i] * spectrum(cls, wavelength(2 * i + 1));
-            centres[k * F + f] = float(z) + 20 * g(rng);
-        }
-        weights[cls * (K + 1) + k + 1] = 1;
-    }
-    n.centres = TypedArray::floats({F, K, 1, 1}, centres);
-    n.gammas = TypedArray::floats({K, 1, 1, 1}, QVector<float>(K, -2e-5f));
-    n.outputWeights = TypedArray::floats({K + 1, Classes, 1, 1}, weights);
-    n.unitTags.reset();
-    c.network = n;
-    c.rejectEnabled = true;
-    c.rejectThresholds = QVector<float>(Classes, 1e-3f);
-    Roc roc;
-    roc.rowLength = Classes;
-    roc.weightTable = QVector<float>(Classes, 1);
-    c.roc = roc;
-
-    Project p = lineScanProject(Width);
-    p.classNames = QStringList{"Unknown"} + c.classNames;
-    p.classColors = QVector<QColor>(Classes + 1, QColor(10, 20, 30));
-    p.images.front().bands = bands;
+        n.selectedBands.push_back(2 * i + 1);
+    n.thresholds.assign(Classes, 1e-3f);
+    Project p = workloads::projectOf(14, 0, n, bands, Width, 100, QStringList{"belt", "a", "b", "c", "d"});
     p.images.front().wavelengths.clear();
     for (int b = 0; b < bands; ++b)
         p.images.front().wavelengths.append(wavelength(b));
-    p.bandSelection = QVector<bool>(bands, true);
-    p.classifier = classifierBytes(c);
-    p.classForeground = QVector<bool>{false, false, true, true, true, true};
-    SegmenterSpec s = leafObjects(1);
-    s.classNames = c.classNames;
-    s.foregroundVec = QVector<bool>{false, true, true, true, true};
-    s.minObjSize = 50;
-    s.ruleDefDecName = s.rule1.name = s.rule2.name = "a";
-    s.backgroundDecName = "belt";
-    p.segmenter = segmenterBytes(s);
     if (!withRegressor)
         return p;
 
@@ -258,15 +186,15 @@ void openClRegression(const QTemporaryDir& dir, const Project& p, const std::vec
 int main()
 {
     std::mt19937 rng(5);
-    const std::vector<quint8> picture = beltPicture(rng);
-    const std::vector<quint16> camera = frames(picture, CameraBands, cameraWavelength, rng);
+    const std::vector<quint8> picture = workloads::beltPicture(Width, PictureRows, Classes, 30, rng);
+    const std::vector<quint16> camera = frames(picture, CameraBands, workloads::cameraWavelength, rng);
     const std::vector<quint16> onProjectBands = frames(picture, ProjectBands, projectWavelength, rng);
     QTemporaryDir dir;
 
     // Regression on the camera's own bands, beside classification alone.
     std::mt19937 same = rng; // the same classifier in both projects
-    const Project classifying = project(CameraBands, cameraWavelength, false, rng);
-    const Project regressing = project(CameraBands, cameraWavelength, true, same);
+    const Project classifying = project(CameraBands, workloads::cameraWavelength, false, rng);
+    const Project regressing = project(CameraBands, workloads::cameraWavelength, true, same);
     double classifyRate = 0, regressRate = 0;
     {
         ZelkHandle* h = zelk_Init(nullptr);
@@ -333,7 +261,7 @@ int main()
         QTextStream text(&f);
         text << "ENVI\nsamples = " << Width << "\nbands = " << CameraBands << "\nwavelength = {";
         for (int b = 0; b < CameraBands; ++b)
-            text << (b ? ", " : "") << cameraWavelength(b);
+            text << (b ? ", " : "") << workloads::cameraWavelength(b);
         text << "}\n";
         text.flush();
         f.close();
