@@ -1,6 +1,7 @@
 #include "runtime/handle_probe.h"
 
 #include "runtime/handle.h"
+#include "segment/segmenter.h"
 
 namespace handleprobe {
 
@@ -21,12 +22,13 @@ int processingSetup(const ZelkHandle* h)
 
 Segmentation segmentation(const ZelkHandle* h)
 {
-    return {h->segmentationEnabled, h->segmenter && h->project && h->segmenter == h->project->segmenter.get()};
+    const bool lent = h->segmenter && h->project && h->segmenter == h->project->segmenter.get();
+    return {h->segmentationEnabled, lent, h->segmenter ? h->segmenter->objectCount() : -1};
 }
 
-Ring ring(const ZelkHandle* h)
+Run run(const ZelkHandle* h)
 {
-    return {h->frameCount, h->ringLast, h->ringNext};
+    return {h->frameCount, h->ringLast, h->ringNext, h->objectSerial};
 }
 
 int selectedDevice(const ZelkHandle* h)

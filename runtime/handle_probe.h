@@ -28,19 +28,22 @@ PairScans pairScans(const ZelkHandle* h);
 // frame path then runs.
 int processingSetup(const ZelkHandle* h);
 
-// Whether segmentation is on and the project's segmenter is lent to the handle: the
-// exports show it only through the objects of a running acquisition.
+// Whether segmentation is on, the project's segmenter is lent to the handle, and the
+// objects that segmenter holds: the exports show them only through the records of a
+// frame or cube that went well.
 struct Segmentation {
     bool enabled = false, lent = false;
+    int objects = -1; // -1 with no segmenter lent
 };
 Segmentation segmentation(const ZelkHandle* h);
 
-// Frames counted since the start and the ring rows of the last and the next frame: the
-// exports hand out the contents of the last row only.
-struct Ring {
-    int frames = 0, last = 0, next = 0;
+// Frames counted since the start, the ring rows of the last and the next frame, and the
+// serial number of the last object: the exports hand out the last row's contents and
+// the records that were stored, and the frame count only when the run stops.
+struct Run {
+    int frames = 0, last = 0, next = 0, objectSerial = 0;
 };
-Ring ring(const ZelkHandle* h);
+Run run(const ZelkHandle* h);
 
 // The device that loads and starts run on: zelk_SetDevice logs the chosen entry's
 // name, but nothing hands back the device itself.
