@@ -50,6 +50,11 @@ Camera camera(const ZelkHandle* h)
     return c;
 }
 
+int inputDataType(const ZelkHandle* h)
+{
+    return h->inputDataType;
+}
+
 void forceInputDataType(ZelkHandle* h, int type)
 {
     h->inputDataType = type;

@@ -59,6 +59,10 @@ struct Camera {
 };
 Camera camera(const ZelkHandle* h);
 
+// The sample type that frames and cubes are read in: fixed by the handle's first start,
+// while zelk_GetInputDataType answers for the project loaded now.
+int inputDataType(const ZelkHandle* h);
+
 // Every camera gives frames of unsigned 16-bit or float samples; the frame path still
 // refuses any other type, and only this can put one in place.
 void forceInputDataType(ZelkHandle* h, int type);
