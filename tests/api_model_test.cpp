@@ -220,6 +220,8 @@ TEST(InputConfiguration, ChecksAndCodes)
     EXPECT_EQ(errorText(h), "zelk_SetCubeROI: Invalid ROI specification (col=1,row=0,width=8,height=100 while "
                             "imageWidth=8, imageHeight=100");
     EXPECT_EQ(zelk_SetCubeROI(h, 0, 0, 2147483647, 1, 9), -210); // no wrap-around
+    // Off again, from a region that shows: nothing is filled.
+    ASSERT_EQ(zelk_SetCubeROI(h, 7, 99, 1, 1, 9), 0);
     EXPECT_EQ(zelk_SetCubeROI(h, -1, 0, 0, 0, 0), 0);
     EXPECT_EQ(decided(), QByteArray(8 * 100, 0));
     ASSERT_EQ(zelk_StopAcquisition(h), 0);
