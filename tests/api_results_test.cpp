@@ -11,7 +11,6 @@
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
 #include <algorithm>
-#include <cstring>
 #include <functional>
 #include <string>
 
