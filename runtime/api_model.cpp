@@ -3,9 +3,8 @@
 
 #include "wire/container.h"
 #include "wire/model_keys.h"
-#include "runtime/boundary.h"
+#include "runtime/export.h"
 #include "runtime/handle.h"
-#include "runtime/report.h"
 
 #include <QBuffer>
 #include <QFile>
@@ -92,8 +91,7 @@ int decipher(ZelkHandle* h, const QByteArray& bytes, const QString& suffix, QByt
     if (first.lastError == ZelkContainer::NoError)
         return 0;
     if (first.lastError == ZelkContainer::BadMagic)
-        return setHandleError(h, ZELK_E_MODEL_FORMAT, QStringLiteral("zelk_LoadModel: Wrong file format"));
-    const QString failure = QStringLiteral("zelk_LoadModel: Internal error when loading model (%1)").arg(first.lastError);
+        return fail(h, msg::ModelFormat);
     if (!zpl)
         return 1;
     ZelkContainer second(modelkeys::zplSecondKey());
@@ -101,14 +99,14 @@ int decipher(ZelkHandle* h, const QByteArray& bytes, const QString& suffix, QByt
     second.protectionMode = 2;
     *plain = second.decrypt(QByteArray::fromBase64(bytes));
     if (second.lastError != ZelkContainer::NoError)
-        return setHandleError(h, ZELK_E_MODEL_CONTENT, failure);
+        return fail(h, msg::modelUndeciphered(first.lastError));
     return 0;
 }
 
 int loadModel(ZelkHandle* h, const QString& fileName)
 {
     if (h->acquiring)
-        return setHandleError(h, ZELK_E_ACQUIRING, QStringLiteral("zelk_LoadModel: Cannot load model into running acquisition. Stop acquisition first."));
+        return fail(h, msg::LoadWhileAcquiring);
 
     h->segmenter = nullptr; // it belongs to the project that goes now
     h->project = std::make_unique<ZelkProject>(0);
@@ -116,7 +114,7 @@ int loadModel(ZelkHandle* h, const QString& fileName)
 
     QFile file(fileName);
     if (!file.open(QIODevice::ReadOnly))
-        return setHandleError(h, ZELK_E_MODEL_OPEN, QStringLiteral("zelk_LoadModel: File cannot be opened"));
+        return fail(h, msg::ModelOpen);
     const QByteArray bytes = file.readAll();
     file.close();
     const QString suffix = QFileInfo(fileName).suffix();
@@ -133,16 +131,15 @@ int loadModel(ZelkHandle* h, const QString& fileName)
         QDataStream in(&buffer);
         if (h->project->load(in) != 0) {
             h->project.reset();
-            return setHandleError(h, ZELK_E_MODEL_READ, QStringLiteral("zelk_LoadModel: Error loading model from file"));
+            return fail(h, msg::ModelRead);
         }
     }
 
     if (applyApiKind(h) != 0) {
         h->project.reset();
-        return setHandleError(h, ZELK_E_MODEL_CONTENT, QStringLiteral("Cannot load the project: Unknown acquisition type"));
+        return fail(h, msg::UnknownAcquisitionType);
     }
-    logToHandle(h, QStringLiteral("Model loaded from '%1' (%2 API)")
-                       .arg(fileName, h->lineScan ? QStringLiteral("line-scan") : QStringLiteral("snapshot")));
+    logToHandle(h, msg::modelLoaded(fileName, h->lineScan));
 
     if (h->correctionEnabled) {
         h->darkRef.clear();
@@ -156,7 +153,7 @@ int loadModel(ZelkHandle* h, const QString& fileName)
     h->project->processingSetup = processingSetupOf(h);
 
     if (h->project->images.empty())
-        return -1;
+        return failWithoutText(ZELK_E_FAILED); // the text stays the log line of the load
     if (const ZelkImage* image = h->project->images.front().get())
         takeGeometry(h, *image);
     return 0;
@@ -166,9 +163,9 @@ int loadModel(ZelkHandle* h, const QString& fileName)
 
 extern "C" ZELK_API int zelk_LoadModel(ZelkHandle* h, const char* fileName)
 {
-    if (!h)
-        return nullHandle("zelk_LoadModel");
-    if (!fileName)
-        return setHandleError(h, ZELK_E_NULL_POINTER, QStringLiteral("zelk_LoadModel: Passing NULL pointer to a filename."));
-    return guarded<int>(h, "zelk_LoadModel", InternalErrorCode, [&] { return loadModel(h, QString::fromLatin1(fileName)); });
+    return exported("zelk_LoadModel", h, [&] {
+        if (!fileName)
+            return fail(h, msg::NullFileName);
+        return loadModel(h, QString::fromLatin1(fileName));
+    });
 }
