@@ -1,6 +1,7 @@
 #pragma once
 // Every code and text the runtime reports, grouped by subject. Callers match on these
-// texts, so each stays exactly as it is, oddities included; those are marked.
+// texts, so each stays exactly as it is, oddities included; those are marked
+// "Deliberate". The log lines that a call leaves in the handle's text are here too.
 //
 // A text is reported after the name of the exported call that runs ("zelk_SetInputWidth:
 // Width value must be positive", see report.h) unless it is Unnamed. Texts with values
@@ -186,7 +187,7 @@ inline QString cubeTimes(double msPerCube, int cubes, int warmupCubes)
 
 // ---- Frames
 
-// Deliberate: the code of a call out of its state for a set-up without a frame path.
+// Deliberate: the code of "Acquisition not running"; callers match on it.
 inline const Text UnsupportedProcessingSetup{ZELK_E_NOT_ACQUIRING, QStringLiteral("Unsupported processing setup.")};
 inline const Text UnsupportedDataType{ZELK_E_DATA_FORMAT, QStringLiteral("Unsupported data type.")};
 inline const Text BipCorrection{ZELK_E_BIP_CORRECTION, QStringLiteral("Correction not supported for the BIP frame layout type")};
@@ -374,8 +375,7 @@ inline Text referenceNotBip(quint32 layout)
     return {ZELK_E_REFERENCE_NOT_BIP, QStringLiteral("-4305: BIP cube reference expected, got %1").arg(layout), Naming::Unnamed};
 }
 
-// Deliberate: "white" in lower case, and "float" though 16-bit references are taken too;
-// callers match on both.
+// Deliberate: "white" in lower case, and "float" though 16-bit ones pass; callers match on it.
 inline Text whiteNotFloat(quint32 dataType)
 {
     return {ZELK_E_REFERENCE_NOT_FLOAT, QStringLiteral("-4306: white cube reference should have float data type, got %1").arg(dataType),
