@@ -168,7 +168,8 @@ int setSegmentation(ZelkHandle* h, unsigned mode)
         if (!h->segmenter) {
             if (!s->isCompiled() && s->compile() != 0) {
                 h->segmenter = nullptr;
-                return failUnder(msg::StartAcquisitionName, h, msg::segmentationCannotProceed(s->lastErrorCode(), s->lastErrorText()));
+                return failUnder(msg::StartAcquisitionName, h, // deliberate, see msg
+                                 msg::segmentationCannotProceed(s->lastErrorCode(), s->lastErrorText()));
             }
             h->segmenter = s;
             if (const int r = s->prepareSegmenter(h->lineScan, h->inputWidth, h->regVarCount))

@@ -13,6 +13,7 @@
 
 #include <exception>
 #include <type_traits>
+#include <utility>
 
 struct ZelkHandle;
 
@@ -52,10 +53,10 @@ auto exported(const ExportNames& names, ZelkHandle* h, Body&& body) -> decltype(
 {
     using R = decltype(body());
     const RunningCall call(names.texts);
-    if (!h) {
-        setGlobalError(msg::NullPointer.code, spelled(msg::NullPointer, names.nullText));
-        return failedWith<R>(msg::NullPointer.code);
-    }
+    if (!h)
+        return guarded<R>(nullptr, names.function, failedWith<R>(InternalErrorCode), [&] {
+            return failedWith<R>(setGlobalError(msg::NullPointer.code, spelled(msg::NullPointer, names.nullText)));
+        });
     return guarded<R>(h, names.function, failedWith<R>(InternalErrorCode), body);
 }
 
