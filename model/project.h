@@ -46,7 +46,7 @@ public:
     void updateClassStats(const QString& className);
 
     int revision = 0; // of the stream, from its magic; 0 before a load
-    int projectType = 0;
+    int projectType = 0; // a ProjectType and, for type 19, an Acquisition (spectral/camera_kinds.h)
     int acqType = -1;
     QString projectFile;
     QString headerString;
@@ -107,7 +107,7 @@ public:
     std::vector<std::unique_ptr<ZelkObjRepItem>> objRepList;
     QMap<QString, QVariant> acqSettings;
     int loadStatus = 0;
-    int processingSetup = 0;
+    int processingSetup = 0; // a ProcessingSetup (processing_setup.h), fixed by the runtime
 
 Q_SIGNALS:
     void classColorChanged(QString className, QColor color);

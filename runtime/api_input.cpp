@@ -1,6 +1,7 @@
 // What the library expects of the camera between a load and a start: geometry, sample
 // type and layout, the cube's region of interest, and object segmentation.
 
+#include "spectral/camera_kinds.h"
 #include "runtime/boundary.h"
 #include "runtime/handle.h"
 #include "runtime/report.h"
@@ -35,7 +36,8 @@ extern "C" ZELK_API int zelk_GetInputBands(ZelkHandle* h)
 }
 
 // The sample type follows from the camera the project was made for, and for camera
-// type 19 from its acquisition type. A loaded correction means raw counts come in.
+// type 19 from its acquisition type. A loaded correction means raw counts come in,
+// which only some cameras have.
 extern "C" ZELK_API int zelk_GetInputDataType(ZelkHandle* h)
 {
     if (!h)
@@ -43,25 +45,19 @@ extern "C" ZELK_API int zelk_GetInputDataType(ZelkHandle* h)
     if (!h->project)
         return noProject(h, "zelk_GetInputDataType");
     const int type = h->project->projectType, acq = h->project->acqType;
-    const QString undefined = QStringLiteral("zelk_GetInputDataType: Undefined data type.");
-    if (type == 19) {
-        switch (acq) {
-        case -1:
-            return setHandleError(h, ZELK_E_TYPE_UNDEFINED, undefined);
-        case 0: case 3: case 4: case 5: case 6: case 7: case 8: case 9: case 10: case 11:
-            return 1;
-        case 1:
-            return 2;
-        default:
-            return setHandleError(
-                h, -165, QStringLiteral("zelk_GetInputDataType: Project and acquisition type unsupported (%1,%2)").arg(type).arg(acq));
-        }
+    const CameraKind& kind = cameraKind(type, acq);
+    const InputType input = h->correctionEnabled ? kind.correctedInput : kind.input;
+    switch (input) {
+    case InputType::Undefined:
+        return setHandleError(h, ZELK_E_TYPE_UNDEFINED, QStringLiteral("zelk_GetInputDataType: Undefined data type."));
+    case InputType::Unsupported:
+        return setHandleError(
+            h, -165, QStringLiteral("zelk_GetInputDataType: Project and acquisition type unsupported (%1,%2)").arg(type).arg(acq));
+    case InputType::UInt16:
+    case InputType::Float:
+        break;
     }
-    if (!h->correctionEnabled)
-        return type == 4 || type == 11 ? 1 : 2;
-    if (type == 1 || type == 2 || type == 8 || type == 10)
-        return 1;
-    return setHandleError(h, ZELK_E_TYPE_UNDEFINED, undefined);
+    return int(input);
 }
 
 extern "C" ZELK_API int zelk_GetInputDataLayout(ZelkHandle* h)
@@ -70,24 +66,13 @@ extern "C" ZELK_API int zelk_GetInputDataLayout(ZelkHandle* h)
         return nullHandle("zelk_GetInputDataType"); // deliberate: callers know the text by this name
     if (!h->project)
         return noProject(h, "zelk_GetInputDataType"); // deliberate: callers know the text by this name
-    const int type = h->project->projectType;
-    int layout = -1;
-    if (type == 19) {
-        switch (h->project->acqType) {
-        case 0: case 1: layout = 1; break;
-        case 3: case 4: case 5: case 6: case 8: case 9: case 10: case 11: layout = 2; break;
-        case 7: layout = 3; break;
-        }
-    } else if (h->lineScan) {
-        layout = type == 13 ? 1 : 2;
-    } else if (type == 3 || type == 11) {
-        layout = 1;
-    } else if (type == 8) {
-        layout = 3;
-    }
-    if (layout < 0)
+    const CameraKind& kind = cameraKind(h->project->projectType, h->project->acqType);
+    // A line-scan camera's layout is that of its frames: a handle that takes cubes, left
+    // by an earlier project, has none for it.
+    const bool framesOfCubes = kind.family == CallFamily::LineScan && !h->lineScan;
+    if (kind.layout == InputLayout::Undefined || framesOfCubes)
         return setHandleError(h, ZELK_E_LAYOUT_UNDEFINED, QStringLiteral("zelk_GetInputDataLayout: Undefined data layout."));
-    return layout;
+    return int(kind.layout);
 }
 
 extern "C" ZELK_API int zelk_GetMaskType(ZelkHandle* h)

@@ -52,7 +52,7 @@ int checkClassEntry(ZelkHandle* h, const char* function, int index, unsigned cla
 {
     if (const int code = checkObjectIndex(h, function, index))
         return code;
-    if (!h->segmenter || h->segmenter->objMask != 2)
+    if (!h->segmenter || h->segmenter->mask() != ObjectMask::AllForeground)
         return setHandleError(h, ZELK_E_NOT_ALL_FOREGROUND, text(function, "Segmentation not set to required 'All foreground' mode."));
     if (classIndex > MaxClassIndex)
         // The message shows the object index, not the class index.

@@ -96,9 +96,9 @@ void describeSegmenter(const ZelkProject& p, const Decisions& d)
     for (int i = 0; flags && i < flags->size(); ++i)
         if ((*flags)[i])
             foreground << d.name(i);
-    row("segmenter", s->objMask == 2   ? QStringLiteral("objects of all foreground decisions together (mask 2)")
-                     : s->objMask == 1 ? QStringLiteral("objects of each decision apart (mask 1)")
-                                       : QStringLiteral("mask %1, which forms no objects").arg(s->objMask));
+    row("segmenter", s->mask() == ObjectMask::AllForeground  ? QStringLiteral("objects of all foreground decisions together (mask 2)")
+                     : s->mask() == ObjectMask::EachDecision ? QStringLiteral("objects of each decision apart (mask 1)")
+                                                             : QStringLiteral("mask %1, which forms no objects").arg(s->objMask));
     row("", QStringLiteral("foreground: %1; background: %2").arg(foreground.isEmpty() ? QStringLiteral("none") : foreground.join(QStringLiteral(", ")),
                                                                   s->backgroundDecName.isEmpty() ? QStringLiteral("none") : s->backgroundDecName));
     row("", QStringLiteral("smallest object %1 px; object decision: %2")
@@ -186,7 +186,7 @@ int info(int argc, char** argv)
     const int type = zelk_GetInputDataType(s.h), layout = zelk_GetInputDataLayout(s.h);
     QString samples = type > 0 ? typeName(type) : QStringLiteral("no type without references");
     // These camera types take their 16-bit counts raw once references correct them.
-    if (takesReferences(p.projectType) && !snapshot)
+    if (takesReferences(p.projectType, p.acqType) && !snapshot)
         samples += QStringLiteral(" (uint16 counts once references are loaded)");
     row("input", QStringLiteral("%1 x %2 pixels, %3 bands; %4, %5").arg(width).arg(height).arg(bands).arg(samples,
                      layout > 0 ? layoutName(layout) : QStringLiteral("no layout")));
