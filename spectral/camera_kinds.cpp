@@ -4,7 +4,7 @@
 namespace {
 
 template <class Image>
-std::unique_ptr<ZelkImage> make(QObject* parent)
+std::unique_ptr<ZelkImage> image(QObject* parent)
 {
     return std::make_unique<Image>(QString(), parent);
 }
@@ -19,39 +19,43 @@ using R = CorrectionLoader;
 // Line-scan cameras take float reflectance, or their 16-bit counts where they come with
 // references that the library can load; the snapshot cameras' cube forms fix their
 // samples. Type 19's rows follow.
+//  type, image class, call family, samples, samples with references, layout, cube form,
+//  references
 const CameraKind kinds[] = {
-    {ProjectType::None, A::Unassigned, nullptr, F::LineScan, T::Float, T::Undefined, L::BIL, C::None, R::CaptureFolder},
-    {ProjectType::Specim, A::Unassigned, make<ZelkImageSpecim>, F::LineScan, T::Float, T::UInt16, L::BIL, C::None, R::CaptureFolder},
-    {ProjectType::Hyspex, A::Unassigned, make<ZelkImageHyspex>, F::LineScan, T::Float, T::UInt16, L::BIL, C::None, R::CaptureFolder},
-    {ProjectType::Imec, A::Unassigned, make<ZelkImageIMEC>, F::Snapshot, T::Float, T::Undefined, L::BIP, C::Float, R::CaptureFolder},
-    {ProjectType::Cubert, A::Unassigned, make<ZelkImageCubert>, F::Snapshot, T::UInt16, T::Undefined, L::Undefined, C::None, R::CaptureFolder},
-    {ProjectType::Matlab, A::Unassigned, make<ZelkImageMatlab>, F::LineScan, T::Float, T::Undefined, L::BIL, C::None, R::CaptureFolder},
-    {ProjectType::TiffStack, A::Unassigned, make<ZelkImageTiffStack>, F::LineScan, T::Float, T::Undefined, L::BIL, C::None, R::CaptureFolder},
-    {ProjectType::SpecImIQ, A::Unassigned, make<ZelkImageSpecImIQ>, F::Snapshot, T::Float, T::Undefined, L::Undefined, C::None, R::CaptureFolder},
-    {ProjectType::Senop, A::Unassigned, make<ZelkImageSENOP>, F::Snapshot, T::Float, T::UInt16, L::BSQ, C::BigEndian, R::CaptureFolder},
+    // No camera: a project that no stream filled, or of a type the library does not know.
+    {ProjectType::None,        nullptr,                     F::LineScan,      T::Float,       T::Undefined,   L::BIL,       C::None,      R::CaptureFolder},
+    {ProjectType::Specim,      image<ZelkImageSpecim>,      F::LineScan,      T::Float,       T::UInt16,      L::BIL,       C::None,      R::CaptureFolder},
+    {ProjectType::Hyspex,      image<ZelkImageHyspex>,      F::LineScan,      T::Float,       T::UInt16,      L::BIL,       C::None,      R::CaptureFolder},
+    {ProjectType::Imec,        image<ZelkImageIMEC>,        F::Snapshot,      T::Float,       T::Undefined,   L::BIP,       C::Float,     R::CaptureFolder},
+    {ProjectType::Cubert,      image<ZelkImageCubert>,      F::Snapshot,      T::UInt16,      T::Undefined,   L::Undefined, C::None,      R::CaptureFolder},
+    {ProjectType::Matlab,      image<ZelkImageMatlab>,      F::LineScan,      T::Float,       T::Undefined,   L::BIL,       C::None,      R::CaptureFolder},
+    {ProjectType::TiffStack,   image<ZelkImageTiffStack>,   F::LineScan,      T::Float,       T::Undefined,   L::BIL,       C::None,      R::CaptureFolder},
+    {ProjectType::SpecImIQ,    image<ZelkImageSpecImIQ>,    F::Snapshot,      T::Float,       T::Undefined,   L::Undefined, C::None,      R::CaptureFolder},
+    {ProjectType::Senop,       image<ZelkImageSENOP>,       F::Snapshot,      T::Float,       T::UInt16,      L::BSQ,       C::BigEndian, R::CaptureFolder},
     // Its cube form reads 16-bit counts while it reports float samples: its cubes pass
     // only on a handle whose sample type an earlier project fixed at 16 bits.
-    {ProjectType::CubertEnvi, A::Unassigned, make<ZelkImageCubertENVI>, F::Snapshot, T::Float, T::Undefined, L::Undefined, C::UInt16, R::CaptureFolder},
-    {ProjectType::Headwall, A::Unassigned, make<ZelkImageHeadwall>, F::LineScan, T::Float, T::UInt16, L::BIL, C::None, R::ReferencePair},
-    {ProjectType::CubertTiff, A::Unassigned, make<ZelkImageCubertTiff>, F::Snapshot, T::UInt16, T::Undefined, L::BIP, C::UInt16, R::CaptureFolder},
-    {ProjectType::Spectrocam, A::Unassigned, make<ZelkImageSpectrocam>, F::LineScan, T::Float, T::Undefined, L::BIL, C::None, R::CaptureFolder},
-    {ProjectType::Corning, A::Unassigned, make<ZelkImageENVI>, F::LineScan, T::Float, T::Undefined, L::BIP, C::None, R::CaptureFolder},
-    {ProjectType::Envi, A::Unassigned, make<ZelkImageENVI>, F::LineScan, T::Float, T::Undefined, L::BIL, C::None, R::CaptureFolder},
-    {ProjectType::Silios, A::Unassigned, make<ZelkImageSilios>, F::LineScan, T::Float, T::Undefined, L::BIL, C::None, R::CaptureFolder},
-    {ProjectType::Innospec, A::Unassigned, make<ZelkImageInnospec>, F::LineScan, T::Float, T::Undefined, L::BIL, C::None, R::CaptureFolder},
-    {ProjectType::Resonon, A::Unassigned, make<ZelkImageResonon>, F::LineScan, T::Float, T::Undefined, L::BIL, C::None, R::CaptureFolder},
-    {ProjectType::Unispectral, A::Unassigned, make<ZelkImageUnispectral>, F::LineScan, T::Float, T::Undefined, L::BIL, C::None, R::CaptureFolder},
-    {ProjectType::CubertCU3, A::Unassigned, make<ZelkImageCubertCU3>, F::LineScan, T::Float, T::Undefined, L::BIL, C::None, R::CaptureFolder},
-    {ProjectType::SiliosEnvi, A::Unassigned, make<ZelkImageSiliosENVI>, F::LineScan, T::Float, T::Undefined, L::BIL, C::None, R::CaptureFolder},
-    {ProjectType::Agrowing, A::Unassigned, make<ZelkImageAgrowing>, F::LineScan, T::Float, T::Undefined, L::BIL, C::None, R::CaptureFolder},
+    {ProjectType::CubertEnvi,  image<ZelkImageCubertENVI>,  F::Snapshot,      T::Float,       T::Undefined,   L::Undefined, C::UInt16,    R::CaptureFolder},
+    {ProjectType::Headwall,    image<ZelkImageHeadwall>,    F::LineScan,      T::Float,       T::UInt16,      L::BIL,       C::None,      R::ReferencePair},
+    {ProjectType::CubertTiff,  image<ZelkImageCubertTiff>,  F::Snapshot,      T::UInt16,      T::Undefined,   L::BIP,       C::UInt16,    R::CaptureFolder},
+    {ProjectType::Spectrocam,  image<ZelkImageSpectrocam>,  F::LineScan,      T::Float,       T::Undefined,   L::BIL,       C::None,      R::CaptureFolder},
+    // Type 13 has a class of its own, yet its projects are read as ENVI images.
+    {ProjectType::Corning,     image<ZelkImageENVI>,        F::LineScan,      T::Float,       T::Undefined,   L::BIP,       C::None,      R::CaptureFolder},
+    {ProjectType::Envi,        image<ZelkImageENVI>,        F::LineScan,      T::Float,       T::Undefined,   L::BIL,       C::None,      R::CaptureFolder},
+    {ProjectType::Silios,      image<ZelkImageSilios>,      F::LineScan,      T::Float,       T::Undefined,   L::BIL,       C::None,      R::CaptureFolder},
+    {ProjectType::Innospec,    image<ZelkImageInnospec>,    F::LineScan,      T::Float,       T::Undefined,   L::BIL,       C::None,      R::CaptureFolder},
+    {ProjectType::Resonon,     image<ZelkImageResonon>,     F::LineScan,      T::Float,       T::Undefined,   L::BIL,       C::None,      R::CaptureFolder},
+    {ProjectType::Unispectral, image<ZelkImageUnispectral>, F::LineScan,      T::Float,       T::Undefined,   L::BIL,       C::None,      R::CaptureFolder},
+    {ProjectType::CubertCU3,   image<ZelkImageCubertCU3>,   F::LineScan,      T::Float,       T::Undefined,   L::BIL,       C::None,      R::CaptureFolder},
+    {ProjectType::SiliosEnvi,  image<ZelkImageSiliosENVI>,  F::LineScan,      T::Float,       T::Undefined,   L::BIL,       C::None,      R::CaptureFolder},
+    {ProjectType::Agrowing,    image<ZelkImageAgrowing>,    F::LineScan,      T::Float,       T::Undefined,   L::BIL,       C::None,      R::CaptureFolder},
 
     // Type 19: the acquisition type decides, and references make no difference.
-    {ProjectType::Tessaron, A::Unknown, make<ZelkImageTessaron>, F::RefusesToLoad, T::Undefined, T::Undefined, L::Undefined, C::None, R::CorrectionScan},
-    {ProjectType::Tessaron, A::SnapshotCounts, make<ZelkImageTessaron>, F::Snapshot, T::UInt16, T::UInt16, L::BIP, C::UInt16, R::CorrectionScan},
-    {ProjectType::Tessaron, A::SnapshotFloat, make<ZelkImageTessaron>, F::Snapshot, T::Float, T::Float, L::BIP, C::Float, R::CorrectionScan},
-    {ProjectType::Tessaron, A::Unassigned, make<ZelkImageTessaron>, F::AsBefore, T::Unsupported, T::Unsupported, L::Undefined, C::None, R::CorrectionScan},
-    {ProjectType::Tessaron, A::LineScan, make<ZelkImageTessaron>, F::LineScan, T::UInt16, T::UInt16, L::BIL, C::None, R::CorrectionScan},
-    {ProjectType::Tessaron, A::SnapshotBands, make<ZelkImageTessaron>, F::Snapshot, T::UInt16, T::UInt16, L::BSQ, C::None, R::CorrectionScan},
+    {ProjectType::Tessaron,    image<ZelkImageTessaron>,    F::RefusesToLoad, T::Undefined,   T::Undefined,   L::Undefined, C::None,      R::CorrectionScan, A::Unknown},
+    {ProjectType::Tessaron,    image<ZelkImageTessaron>,    F::Snapshot,      T::UInt16,      T::UInt16,      L::BIP,       C::UInt16,    R::CorrectionScan, A::SnapshotCounts},
+    {ProjectType::Tessaron,    image<ZelkImageTessaron>,    F::Snapshot,      T::Float,       T::Float,       L::BIP,       C::Float,     R::CorrectionScan, A::SnapshotFloat},
+    {ProjectType::Tessaron,    image<ZelkImageTessaron>,    F::AsBefore,      T::Unsupported, T::Unsupported, L::Undefined, C::None,      R::CorrectionScan, A::Unassigned},
+    {ProjectType::Tessaron,    image<ZelkImageTessaron>,    F::LineScan,      T::UInt16,      T::UInt16,      L::BIL,       C::None,      R::CorrectionScan, A::LineScan},
+    {ProjectType::Tessaron,    image<ZelkImageTessaron>,    F::Snapshot,      T::UInt16,      T::UInt16,      L::BSQ,       C::None,      R::CorrectionScan, A::SnapshotBands},
 };
 
 // The acquisition types that the library tells apart; the line-scan modes are one.

@@ -28,7 +28,7 @@ enum class ProjectType : int {
     Headwall = 10,
     CubertTiff = 11,
     Spectrocam = 12,
-    Corning = 13, // its images are read as plain ENVI scans
+    Corning = 13, // its images are read as ENVI scans, although their class exists
     Envi = 14,
     Silios = 15,
     Innospec = 16,
@@ -95,14 +95,14 @@ using ImageMaker = std::unique_ptr<ZelkImage> (*)(QObject* parent);
 
 struct CameraKind {
     ProjectType type;
-    Acquisition acquisition; // Unassigned in the rows of other types than 19
-    ImageMaker image;        // the class of the project's images; null: the project holds none
+    ImageMaker image; // the class of the project's images; null: the project holds none
     CallFamily family;
     InputType input;          // without references
     InputType correctedInput; // with references loaded
     InputLayout layout;       // of frames for a line-scan camera, of cubes for a snapshot one
     CubeForm cube;
     CorrectionLoader correction;
+    Acquisition acquisition = Acquisition::Unassigned; // the row's own only for type 19
 };
 
 // The row of a project. A type outside 1 to 22 has the row of None; type 19 has a row

@@ -59,15 +59,15 @@ QString wavelengthText(const QVector<double>& w)
 
 QString typeName(int type)
 {
-    return type == 1 ? QStringLiteral("uint16") : type == 2 ? QStringLiteral("float") : QStringLiteral("type %1").arg(type);
+    return type == DataUInt16 ? QStringLiteral("uint16") : type == DataFloat ? QStringLiteral("float") : QStringLiteral("type %1").arg(type);
 }
 
 QString layoutName(int layout)
 {
     switch (layout) {
-    case 1: return QStringLiteral("BIP");
-    case 2: return QStringLiteral("BIL");
-    case 3: return QStringLiteral("BSQ");
+    case LayoutBIP: return QStringLiteral("BIP");
+    case LayoutBIL: return QStringLiteral("BIL");
+    case LayoutBSQ: return QStringLiteral("BSQ");
     default: return QStringLiteral("layout %1").arg(layout);
     }
 }
@@ -180,7 +180,7 @@ int info(int argc, char** argv)
     row("model", args.positional[0]);
     row("stream", QStringLiteral("revision %1%2").arg(p.revision).arg(p.headerString.isEmpty() ? QString() : QStringLiteral(", \"%1\"").arg(p.headerString)));
     row("camera", QStringLiteral("type %1%2, %3").arg(p.projectType)
-                      .arg(p.projectType == 19 ? QStringLiteral(" (acquisition type %1)").arg(p.acqType) : QString())
+                      .arg(ProjectType(p.projectType) == ProjectType::Tessaron ? QStringLiteral(" (acquisition type %1)").arg(p.acqType) : QString())
                       .arg(snapshot ? QStringLiteral("snapshot: one cube per call") : QStringLiteral("line-scan: one line per call")));
     const int width = zelk_GetInputWidth(s.h), height = zelk_GetInputHeight(s.h), bands = zelk_GetInputBands(s.h);
     const int type = zelk_GetInputDataType(s.h), layout = zelk_GetInputDataLayout(s.h);
