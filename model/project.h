@@ -46,8 +46,8 @@ public:
     void updateClassStats(const QString& className);
 
     int revision = 0; // of the stream, from its magic; 0 before a load
-    int projectType = 0; // a ProjectType and, for type 19, an Acquisition (spectral/camera_kinds.h)
-    int acqType = -1;
+    int projectType = 0; // a ProjectType (spectral/camera_kinds.h)
+    int acqType = -1;    // an Acquisition, which only type 19 reads
     QString projectFile;
     QString headerString;
     int bandCount = -1;
