@@ -40,9 +40,9 @@ enum class ProjectType : int {
     Agrowing = 22,
 };
 
-// How the camera of a type 19 project delivered its scans: the stream's "AcqType". The
-// tool that trains projects knows more modes than the library tells apart; every
-// line-scan mode hands in 16-bit counts band after band.
+// How the camera of a type 19 project delivered its scans: the stream's "AcqType".
+// Several stored values mean the same here: every line-scan mode hands in 16-bit
+// counts band after band.
 enum class Acquisition : int {
     Unknown = -1,        // not stored: such a project does not load
     SnapshotCounts = 0,  // cubes of 16-bit counts, pixel after pixel
@@ -86,8 +86,8 @@ enum class CubeForm {
 
 // Where zelk_LoadCorrection finds the white and dark references.
 enum class CorrectionLoader {
-    CaptureFolder, // "WHITEREF_" and "DARKREF_" files in the capture folder of the named scan
-    ReferencePair, // "whiteReference" and "darkReference" in the directory
+    CaptureFolder,  // "WHITEREF_" and "DARKREF_" files in the capture folder of the named scan
+    ReferencePair,  // "whiteReference" and "darkReference" in the directory
     CorrectionScan, // the references that the named scan's own image finds for it
 };
 

@@ -52,8 +52,8 @@ Project projectOf(const Camera& c)
     return p;
 }
 
-// Loads the camera's project after one of `family` and says which family the load
-// reports, or nothing when it fails.
+// Loads the camera's project after a project of type `typeBefore` and says which call
+// family the load reports, or none when it fails.
 struct Loaded {
     int result = 0;
     QString family;
