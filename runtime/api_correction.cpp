@@ -16,6 +16,8 @@
 
 #include "runtime/export.h"
 #include "runtime/handle.h"
+#include "model/processing_setup.h"
+#include "spectral/camera_kinds.h"
 #include "spectral/envi_header.h"
 #include "spectral/image_family.h"
 #include "spectral/scan_correction.h"
@@ -302,23 +304,19 @@ int loadCorrection(ZelkHandle* h, const char* directoryName, const char* name)
     ZelkProject& p = *h->project;
     const QString directory = QString::fromLatin1(directoryName);
     int result = 0;
-    switch (p.projectType) {
-    case 10: result = loadReferencePair(h, directory, name); break;
-    case 19: result = loadCorrectionScan(h, directory, QString::fromLatin1(name)); break;
-    default: result = loadCaptureReferences(h, directory, QString::fromLatin1(name));
+    switch (cameraKind(p.projectType, p.acqType).correction) {
+    case CorrectionLoader::ReferencePair: result = loadReferencePair(h, directory, name); break;
+    case CorrectionLoader::CorrectionScan: result = loadCorrectionScan(h, directory, QString::fromLatin1(name)); break;
+    case CorrectionLoader::CaptureFolder: result = loadCaptureReferences(h, directory, QString::fromLatin1(name)); break;
     }
     if (result != 0) {
         setHandleError(h, h->correctionError, h->correctionErrorMsg);
         return result;
     }
-    if (!h->resamplingEnabled && h->correctionEnabled) {
-        if (p.classifier)
-            p.processingSetup = 1;
-        if (p.segmenter)
-            p.processingSetup = 2;
-        if (p.regressor)
-            p.processingSetup = 3;
-    }
+    // A project of none of the parts keeps its set-up.
+    const ProcessingSetup corrected = setupOfParts(p, true);
+    if (!h->resamplingEnabled && h->correctionEnabled && corrected != ProcessingSetup::None)
+        p.processingSetup = int(corrected);
     return 0;
 }
 

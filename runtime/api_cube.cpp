@@ -5,6 +5,7 @@
 #include "runtime/acquisition.h"
 #include "runtime/export.h"
 #include "runtime/handle.h"
+#include "spectral/camera_kinds.h"
 #include "spectral/image_family.h"
 
 #include <QElapsedTimer>
@@ -13,30 +14,6 @@
 #include <cstring>
 
 namespace {
-
-// How the cameras of the snapshot project types hand in their cubes.
-enum class CubeForm {
-    Float,     // 32-bit float, pixel after pixel; a region of interest may be set
-    UInt16,    // unsigned 16-bit, pixel after pixel
-    BigEndian, // big-endian unsigned 16-bit, band after band, in the camera's band order
-    None,      // not a camera whose cubes this path reads
-};
-
-CubeForm cubeForm(const ZelkProject& p)
-{
-    switch (p.projectType) {
-    case 3: return CubeForm::Float;
-    case 9: case 11: return CubeForm::UInt16;
-    case 8: return CubeForm::BigEndian;
-    case 19:
-        if (p.acqType == 1)
-            return CubeForm::Float;
-        if (p.acqType == 0)
-            return CubeForm::UInt16;
-        return CubeForm::None;
-    default: return CubeForm::None;
-    }
-}
 
 int unsupportedFormat(ZelkHandle* h)
 {
@@ -158,12 +135,12 @@ int labelObjects(ZelkHandle* h)
     ZelkSegmenter& s = *h->segmenter;
     const int width = h->inputWidth, height = h->inputHeight;
     int labelled = 0;
-    switch (s.objMask) {
-    case 1:
+    switch (s.mask()) {
+    case ObjectMask::EachDecision:
         std::fill(h->objectMap.begin(), h->objectMap.end(), 0);
         labelled = s.labelCube(h->cubeDecisions.data(), h->objectMap.data(), width, height);
         break;
-    case 2:
+    case ObjectMask::AllForeground:
         std::fill(h->objectMap.begin(), h->objectMap.end(), 0);
         std::fill(h->classObjectMap.begin(), h->classObjectMap.end(), 0);
         labelled = s.labelCubeForeground(h->cubeDecisions.data(), h->objectMap.data(), h->classObjectMap.data(), width,
@@ -191,16 +168,16 @@ int processCube(ZelkHandle* h, const void* cube)
     QElapsedTimer timer;
     timer.start();
     const ZelkProject& p = *h->project;
-    const CubeForm form = cubeForm(p);
+    const CubeForm form = cameraKind(p.projectType, p.acqType).cube;
     switch (form) {
     case CubeForm::Float:
-        if (h->inputDataType != 2 || h->inputDataLayout != 1)
+        if (h->inputDataType != DataFloat || h->inputDataLayout != LayoutBIP)
             return unsupportedFormat(h);
         break;
     case CubeForm::UInt16:
         if (h->roiEnabled)
             return fail(h, msg::RoiUnsupported);
-        if (h->inputDataType != 1 || h->inputDataLayout != 1)
+        if (h->inputDataType != DataUInt16 || h->inputDataLayout != LayoutBIP)
             return unsupportedFormat(h);
         break;
     case CubeForm::BigEndian:

@@ -1,6 +1,7 @@
 // One camera line per call: classification into the ring of decision rows, then the
 // object tracker, then the records of the objects it finished.
 
+#include "model/processing_setup.h"
 #include "runtime/acquisition.h"
 #include "runtime/export.h"
 #include "runtime/handle.h"
@@ -42,14 +43,14 @@ int classifyFrame(ZelkHandle* h, const void* frame)
     block.pixels = h->inputWidth;
     block.bands = h->fullBandFrames ? h->inputBands : c.bandIndex.size();
     switch (h->inputDataLayout) {
-    case 2:
-        if (h->inputDataType != 1 && h->inputDataType != 2)
+    case LayoutBIL:
+        if (h->inputDataType != DataUInt16 && h->inputDataType != DataFloat)
             return fail(h, msg::UnsupportedDataType);
-        block.type = h->inputDataType == 1 ? compute::SampleType::U16 : compute::SampleType::F32;
+        block.type = h->inputDataType == DataUInt16 ? compute::SampleType::U16 : compute::SampleType::F32;
         block.layout = compute::SpectraLayout::PixelsByBands;
         break;
-    case 1:
-        if (h->inputDataType != 2)
+    case LayoutBIP:
+        if (h->inputDataType != DataFloat)
             return fail(h, msg::UnsupportedDataType);
         if (h->correctionEnabled)
             return fail(h, msg::BipCorrection);
@@ -74,9 +75,9 @@ int classifyFrame(ZelkHandle* h, const void* frame)
         return 0;
     const quint8* row = h->labelImage->constScanLine(h->ringNext);
     int tracked = 0;
-    switch (h->segmenter->objMask) {
-    case 1: tracked = h->segmenter->trackDecisions(row); break;
-    case 2: tracked = h->segmenter->trackForeground(row); break;
+    switch (h->segmenter->mask()) {
+    case ObjectMask::EachDecision: tracked = h->segmenter->trackDecisions(row); break;
+    case ObjectMask::AllForeground: tracked = h->segmenter->trackForeground(row); break;
     }
     if (tracked == -1)
         return failWithoutText(ZELK_E_FAILED); // the tracker reports no text of its own
@@ -94,11 +95,11 @@ int processFrame(ZelkHandle* h, const void* frame)
     QElapsedTimer timer;
     timer.start();
     int (*variant)(ZelkHandle*, const void*) = nullptr;
-    switch (h->project->processingSetup) {
-    case 1: case 2: case 5: case 6: variant = classifyFrame; break;
-    case 3: case 7: variant = regressFrame; break;
-    case 9: variant = resampleFrame; break;
-    default: return fail(h, msg::UnsupportedProcessingSetup);
+    switch (framePathOf(h->project->processingSetup)) {
+    case FramePath::Classifier: variant = classifyFrame; break;
+    case FramePath::Regression: variant = regressFrame; break;
+    case FramePath::Resampling: variant = resampleFrame; break;
+    case FramePath::Refused: return fail(h, msg::UnsupportedProcessingSetup);
     }
 
     const int result = guarded<int>(h, RunningCall::name(), InternalErrorCode, [&] { return variant(h, frame); });
@@ -122,7 +123,7 @@ int reportObjects(ZelkHandle* h, bool markInRing, const Text& overflow)
             return fail(h, overflow);
         const qint32* from = s.object(i);
         qint32* to = h->objects.data() + qint64(i) * ObjectRecordInts;
-        if (s.objMask == 2)
+        if (s.mask() == ObjectMask::AllForeground)
             std::copy_n(from + objectfield::ClassSizes, ObjectClassSlots, to + objectfield::ClassSizes);
         to[objectfield::Number] = h->objectSerial;
         std::copy_n(from + 1, 8, to + 1);

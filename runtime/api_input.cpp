@@ -1,6 +1,7 @@
 // What the library expects of the camera between a load and a start: geometry, sample
 // type and layout, the cube's region of interest, and object segmentation.
 
+#include "spectral/camera_kinds.h"
 #include "runtime/export.h"
 #include "runtime/handle.h"
 
@@ -34,53 +35,38 @@ extern "C" ZELK_API int zelk_GetInputBands(ZelkHandle* h)
 namespace {
 
 // The sample type follows from the camera the project was made for, and for camera
-// type 19 from its acquisition type. A loaded correction means raw counts come in.
+// type 19 from its acquisition type. A loaded correction means raw counts come in,
+// which only some cameras have.
 int inputDataType(ZelkHandle* h)
 {
     if (!h->project)
         return fail(h, msg::NoProject);
     const int type = h->project->projectType, acq = h->project->acqType;
-    if (type == 19) {
-        switch (acq) {
-        case -1:
-            return fail(h, msg::UndefinedDataType);
-        case 0: case 3: case 4: case 5: case 6: case 7: case 8: case 9: case 10: case 11:
-            return 1;
-        case 1:
-            return 2;
-        default:
-            return fail(h, msg::cameraUnsupported(type, acq));
-        }
+    const CameraKind& kind = cameraKind(type, acq);
+    const InputType input = h->correctionEnabled ? kind.correctedInput : kind.input;
+    switch (input) {
+    case InputType::Undefined:
+        return fail(h, msg::UndefinedDataType);
+    case InputType::Unsupported:
+        return fail(h, msg::cameraUnsupported(type, acq));
+    case InputType::UInt16:
+    case InputType::Float:
+        break;
     }
-    if (!h->correctionEnabled)
-        return type == 4 || type == 11 ? 1 : 2;
-    if (type == 1 || type == 2 || type == 8 || type == 10)
-        return 1;
-    return fail(h, msg::UndefinedDataType);
+    return int(input);
 }
 
 int inputDataLayout(ZelkHandle* h)
 {
     if (!h->project)
         return failUnder(msg::GetInputDataTypeName, h, msg::NoProject); // deliberate, see msg
-    const int type = h->project->projectType;
-    int layout = -1;
-    if (type == 19) {
-        switch (h->project->acqType) {
-        case 0: case 1: layout = 1; break;
-        case 3: case 4: case 5: case 6: case 8: case 9: case 10: case 11: layout = 2; break;
-        case 7: layout = 3; break;
-        }
-    } else if (h->lineScan) {
-        layout = type == 13 ? 1 : 2;
-    } else if (type == 3 || type == 11) {
-        layout = 1;
-    } else if (type == 8) {
-        layout = 3;
-    }
-    if (layout < 0)
+    const CameraKind& kind = cameraKind(h->project->projectType, h->project->acqType);
+    // A line-scan camera's layout is that of its frames: a handle that takes cubes, left
+    // by an earlier project, has none for it.
+    const bool framesOfCubes = kind.family == CallFamily::LineScan && !h->lineScan;
+    if (kind.layout == InputLayout::Undefined || framesOfCubes)
         return fail(h, msg::UndefinedDataLayout);
-    return layout;
+    return int(kind.layout);
 }
 
 } // namespace

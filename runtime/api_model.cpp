@@ -3,6 +3,8 @@
 
 #include "wire/container.h"
 #include "wire/model_keys.h"
+#include "model/processing_setup.h"
+#include "spectral/camera_kinds.h"
 #include "runtime/export.h"
 #include "runtime/handle.h"
 
@@ -12,38 +14,27 @@
 
 namespace {
 
-// Whether frames or cubes come in. Camera type 19 carries its acquisition type; some
-// of those leave the kind as the previous project had it.
+// Whether frames or cubes come in, as the camera's row says; some rows leave the kind as
+// the previous project had it.
 int applyApiKind(ZelkHandle* h)
 {
-    const ZelkProject& p = *h->project;
-    if (p.projectType != 19) {
-        switch (p.projectType) {
-        case 3: case 4: case 7: case 9: case 11:
-            h->lineScan = false;
-            break;
-        case 8:
-            h->lineScan = false;
-            h->swapCube.reset();
-            h->swapMask = {};
-            h->swapFloat = {};
-            break;
-        default:
-            h->lineScan = true;
-        }
-        return 0;
-    }
-    switch (p.acqType) {
-    case -1:
+    const CameraKind& kind = cameraKind(h->project->projectType, h->project->acqType);
+    switch (kind.family) {
+    case CallFamily::RefusesToLoad:
         return -1;
-    case 0: case 1: case 7:
-        h->lineScan = false;
-        break;
-    case 3: case 4: case 5: case 6: case 8: case 9: case 10: case 11:
+    case CallFamily::LineScan:
         h->lineScan = true;
         break;
-    default:
+    case CallFamily::Snapshot:
+        h->lineScan = false;
         break;
+    case CallFamily::AsBefore:
+        break;
+    }
+    if (kind.cube == CubeForm::BigEndian) { // its buffers are sized by the cubes of one project
+        h->swapCube.reset();
+        h->swapMask = {};
+        h->swapFloat = {};
     }
     return 0;
 }
@@ -52,15 +43,8 @@ int processingSetupOf(const ZelkHandle* h)
 {
     const ZelkProject& p = *h->project;
     if (h->resamplingEnabled)
-        return p.classifier && p.segmenter && p.regressor ? 9 : 0;
-    int setup = 0;
-    if (p.classifier)
-        setup = 5;
-    if (p.segmenter)
-        setup = 6;
-    if (p.regressor)
-        setup = 7;
-    return setup;
+        return int(p.classifier && p.segmenter && p.regressor ? ProcessingSetup::Resampling : ProcessingSetup::None);
+    return int(setupOfParts(p, false));
 }
 
 void takeGeometry(ZelkHandle* h, const ZelkImage& image)

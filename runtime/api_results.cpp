@@ -45,7 +45,7 @@ int checkClassEntry(ZelkHandle* h, int index, unsigned classIndex)
 {
     if (const int code = checkObjectIndex(h, index))
         return code;
-    if (!h->segmenter || h->segmenter->objMask != 2)
+    if (!h->segmenter || h->segmenter->mask() != ObjectMask::AllForeground)
         return fail(h, msg::NotAllForeground);
     if (classIndex > MaxClassIndex)
         return fail(h, msg::classIndex(index));

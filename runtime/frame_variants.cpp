@@ -7,6 +7,7 @@
 #include "classify/classifier.h"
 #include "classify/regressor.h"
 #include "compute/backend.h"
+#include "model/processing_setup.h"
 #include "runtime/acquisition.h"
 #include "runtime/export.h"
 #include "runtime/handle.h"
@@ -18,7 +19,7 @@ namespace {
 // band side by side, as BIL frames hold them.
 int refuseBip(ZelkHandle* h)
 {
-    if (h->inputDataType != 2)
+    if (h->inputDataType != DataFloat)
         return fail(h, msg::UnsupportedDataType);
     if (h->correctionEnabled)
         return fail(h, msg::BipCorrection);
@@ -39,7 +40,7 @@ bool perPixelCorrection(const ZelkHandle* h)
 // after resampling, else the camera's.
 int chainBands(const ZelkHandle* h)
 {
-    if (h->project->processingSetup == 9)
+    if (framePathOf(h->project->processingSetup) == FramePath::Resampling)
         return h->resampler ? h->resampler->destBands : -1;
     return h->inputBands;
 }
@@ -111,8 +112,8 @@ bool regressionFrames(const ZelkHandle* h)
 {
     if (!h->lineScan || !h->project)
         return false;
-    const int setup = h->project->processingSetup;
-    return setup == 3 || setup == 7 || setup == 9;
+    const FramePath path = framePathOf(h->project->processingSetup);
+    return path == FramePath::Regression || path == FramePath::Resampling;
 }
 
 int prepareFrameVariant(ZelkHandle* h)
@@ -124,7 +125,7 @@ int prepareFrameVariant(ZelkHandle* h)
     }
     ZelkProject& p = *h->project;
     const int width = h->inputWidth;
-    const bool resampling = p.processingSetup == 9;
+    const bool resampling = framePathOf(p.processingSetup) == FramePath::Resampling;
     QString why;
     if (resampling) {
         ZelkResampler* r = h->resampler.get();
@@ -147,30 +148,30 @@ int prepareFrameVariant(ZelkHandle* h)
 
 int regressFrame(ZelkHandle* h, const void* frame)
 {
-    if (h->inputDataLayout == 1)
+    if (h->inputDataLayout == LayoutBIP)
         return refuseBip(h);
-    if (h->inputDataLayout != 2)
+    if (h->inputDataLayout != LayoutBIL)
         return refuseLayout(h);
-    if (h->inputDataType != 1 && h->inputDataType != 2)
+    if (h->inputDataType != DataUInt16 && h->inputDataType != DataFloat)
         return fail(h, msg::UnsupportedDataType);
     const int bands = chainBands(h);
     if (const int refused = checkRun(h, bands))
         return refused;
     const qint64 n = qint64(h->inputWidth) * bands;
-    correctFrame(h, frame, h->inputDataType == 1 ? compute::SampleType::U16 : compute::SampleType::F32, n,
+    correctFrame(h, frame, h->inputDataType == DataUInt16 ? compute::SampleType::U16 : compute::SampleType::F32, n,
                  h->regFrame.data());
     return runChain(h, bands);
 }
 
 int resampleFrame(ZelkHandle* h, const void* frame)
 {
-    if (h->inputDataLayout == 1)
+    if (h->inputDataLayout == LayoutBIP)
         return refuseBip(h);
-    if (h->inputDataLayout != 2)
+    if (h->inputDataLayout != LayoutBIL)
         return refuseLayout(h);
-    if (h->inputDataType == 2)
+    if (h->inputDataType == DataFloat)
         return failWithoutText(ZELK_E_FAILED); // float frames are not resampled; nothing is written
-    if (h->inputDataType != 1)
+    if (h->inputDataType != DataUInt16)
         return fail(h, msg::UnsupportedDataType);
     ZelkResampler* r = h->resampler.get();
     const int bands = chainBands(h);
