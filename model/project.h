@@ -46,8 +46,8 @@ public:
     void updateClassStats(const QString& className);
 
     int revision = 0; // of the stream, from its magic; 0 before a load
-    int projectType = 0;
-    int acqType = -1;
+    int projectType = 0; // a ProjectType (spectral/camera_kinds.h)
+    int acqType = -1;    // an Acquisition, which only type 19 reads
     QString projectFile;
     QString headerString;
     int bandCount = -1;
@@ -107,7 +107,7 @@ public:
     std::vector<std::unique_ptr<ZelkObjRepItem>> objRepList;
     QMap<QString, QVariant> acqSettings;
     int loadStatus = 0;
-    int processingSetup = 0;
+    int processingSetup = 0; // a ProcessingSetup (processing_setup.h), fixed by the runtime
 
 Q_SIGNALS:
     void classColorChanged(QString className, QColor color);

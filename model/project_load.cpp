@@ -3,7 +3,7 @@
 
 #include "model/project.h"
 #include "wire/stream_reads.h"
-#include "spectral/image_family.h"
+#include "spectral/camera_kinds.h"
 
 #include <QRegularExpression>
 #include <QtDebug>
@@ -187,7 +187,7 @@ int ZelkProjectReader::run()
         p.segmenter.reset();
     else if (!p.segmenter) {
         p.segmenter = std::make_unique<ZelkSegmenter>();
-        p.segmenter->objMask = 1;
+        p.segmenter->objMask = qint32(ObjectMask::EachDecision);
     }
     p.trainingAlg = 0;
 
@@ -236,9 +236,9 @@ int ZelkProjectReader::run()
 
 int ZelkProjectReader::readImages()
 {
-    if (p.projectType < 1 || p.projectType > 22)
-        return -1;
     std::unique_ptr<ZelkImage> image = makeImage(p.projectType);
+    if (!image)
+        return -1; // no camera of that type
     image->imageType = p.projectType;
     QObject::connect(image.get(), &ZelkImage::progressChanged, &p, &ZelkProject::setProgress);
     QObject::connect(image.get(), &ZelkImage::displayMessage, &p, &ZelkProject::displayMessage);
@@ -381,7 +381,7 @@ void ZelkProjectReader::deriveSegmenter()
 {
     const ZelkClassifier& c = *p.classifier;
     auto segmenter = std::make_unique<ZelkSegmenter>();
-    segmenter->objMask = 1;
+    segmenter->objMask = qint32(ObjectMask::EachDecision);
     for (int d = 0; d < c.decisionCount(); ++d) {
         const QString name = c.decisionName(d);
         const int at = p.classNames.indexOf(name);

@@ -2,6 +2,7 @@
 // What the acquisition start shares with the frame and cube paths.
 
 struct ZelkHandle;
+struct Text;
 class ZelkClassifier;
 
 // Adds the time of one frame or cube to the statistics, unless it falls in the
@@ -14,9 +15,9 @@ void accountTime(ZelkHandle* h, double milliseconds);
 int prepareCubeKernel(ZelkHandle* h, ZelkClassifier& c);
 
 // Copies the objects that the segmenter finished into the handle's records and, on the
-// frame path, marks them in the ring. 0, or -160 with `overflowText` once the records
-// are full.
-int reportObjects(ZelkHandle* h, bool markInRing, const char* overflowText);
+// frame path, marks them in the ring. 0, or the failure `overflow` (-160) once the
+// records are full.
+int reportObjects(ZelkHandle* h, bool markInRing, const Text& overflow);
 
 // The regression and resampling variants of the frame path (set-ups 3, 7 and 9 of a
 // line-scan project), in frame_variants.cpp. Their frames are corrected on all bands

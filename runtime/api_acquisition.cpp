@@ -4,9 +4,8 @@
 
 #include "compute/backend.h"
 #include "runtime/acquisition.h"
-#include "runtime/boundary.h"
+#include "runtime/export.h"
 #include "runtime/handle.h"
-#include "runtime/report.h"
 
 #include <limits>
 
@@ -65,7 +64,7 @@ int prepareLineScanKernel(ZelkHandle* h, ZelkClassifier& c)
     stage.width = h->inputWidth;
     if (h->correctionEnabled && h->meanCorrection) {
         if (foldCorrection(c, h->whiteMean, h->darkMean, c.bandIndex.size(), c.bandIndex.constData()) != 0) {
-            c.lastError = QStringLiteral("Invalid correction information");
+            c.lastError = msg::CorrectionInfo.text;
             return -1;
         }
         return prepareKernel(c, h->classRow, stage);
@@ -82,15 +81,15 @@ int prepareLineScanKernel(ZelkHandle* h, ZelkClassifier& c)
 int start(ZelkHandle* h)
 {
     if (!h->project)
-        return noProject(h, "zelk_StartAcquisition");
+        return fail(h, msg::NoProject);
     ZelkProject& p = *h->project;
     if (!p.classifier) {
-        noClassifier(h, "zelk_StartAcquisition");
-        return -103;
+        fail(h, msg::NoClassifier);
+        return ZELK_E_NO_PROJECT; // deliberate: the code of a missing project; callers test for it
     }
     ZelkClassifier& c = *p.classifier;
     if (h->acquiring)
-        return setHandleError(h, ZELK_E_ACQUIRING, QStringLiteral("zelk_StartAcquisition: Acquisition already running."));
+        return fail(h, msg::AlreadyAcquiring);
 
     compute::selectDevice(h->device);
     h->classRow = c.roc ? c.roc->classRow(c.classCount()) : QVector<float>();
@@ -100,12 +99,10 @@ int start(ZelkHandle* h)
     if (h->segmentationEnabled) {
         ZelkSegmenter* s = p.segmenter.get();
         if (!s)
-            // deliberate: "segmetation" is the text as callers know it
-            return setHandleError(h, ZELK_E_NO_SEGMENTER, QStringLiteral("zelk_StartAcquisition: Object segmetation not defined."));
+            return fail(h, msg::NoSegmenter);
         if (!s->isCompiled() && s->compile() != 0) {
             h->segmenter = nullptr;
-            return setHandleError(h, ZELK_E_SEGMENTATION, QStringLiteral("zelk_StartAcquisition: Object segmentation cannot proceed (%1:%2).")
-                                               .arg(s->lastErrorCode()).arg(s->lastErrorText()));
+            return fail(h, msg::segmentationCannotProceed(s->lastErrorCode(), s->lastErrorText()));
         }
         h->segmenter = s;
     }
@@ -114,16 +111,14 @@ int start(ZelkHandle* h)
         if (type >= 0)
             h->inputDataType = type;
         if (type < 1)
-            return setHandleError(h, ZELK_E_TYPE_NOT_SET, QStringLiteral("zelk_StartAcquisition: Input data type not set. Use "
-                                                          "zelk_SetInputDataType call to specify it"));
+            return fail(h, msg::TypeNotSet);
     }
     if (h->inputDataLayout == 0) {
         const int layout = zelk_GetInputDataLayout(h);
         if (layout >= 0)
             h->inputDataLayout = layout;
         if (layout < 1)
-            return setHandleError(h, ZELK_E_LAYOUT_NOT_SET, QStringLiteral("zelk_StartAcquisition: Input data layout not set. Use "
-                                                          "zelk_SetInputDataLayout call to specify it"));
+            return fail(h, msg::LayoutNotSet);
     }
 
     const qint64 width = qMax(0, h->inputWidth);
@@ -138,29 +133,28 @@ int start(ZelkHandle* h)
     }
     if (h->segmenter)
         if (const int r = h->segmenter->prepareSegmenter(h->lineScan, h->inputWidth, h->regVarCount))
-            return r;
+            return failWithoutText(r);
 
-    const QString noImage = QStringLiteral("zelk_StartAcquisition: Cannot make a decision image of %1 x %2 pixels.");
     if (!h->lineScan) {
         h->warmupFrames = 0;
         const qint64 pixels = width * qMax(0, h->inputHeight);
         if (pixels > std::numeric_limits<int>::max() || !makeLabelImage(h, c, h->inputHeight))
-            return setHandleError(h, InternalErrorCode, noImage.arg(h->inputWidth).arg(h->inputHeight));
+            return fail(h, msg::noDecisionImage(h->inputWidth, h->inputHeight));
         h->cubeDecisions.assign(size_t(pixels), 0);
         h->roiDecisions.assign(size_t(pixels), 0);
         h->objectMap.assign(size_t(pixels), 0);
         h->classObjectMap.assign(size_t(pixels), 0);
     } else {
         if (h->correctionEnabled && !h->meanCorrection && !selectCorrection(h, c))
-            return setHandleError(h, ZELK_E_CORRECTION_INFO, QStringLiteral("Invalid correction information"));
+            return fail(h, msg::CorrectionInfoUnnamed);
         if (!makeLabelImage(h, c, h->ringRows))
-            return setHandleError(h, InternalErrorCode, noImage.arg(h->inputWidth).arg(h->ringRows));
+            return fail(h, msg::noDecisionImage(h->inputWidth, h->ringRows));
     }
 
     c.frameWidth = h->inputWidth;
     const int prepared = h->lineScan ? prepareLineScanKernel(h, c) : prepareCubeKernel(h, c);
     if (prepared != 0)
-        return setHandleError(h, ZELK_E_NO_CLASSIFIER, QStringLiteral("zelk_StartAcquisition: %1").arg(c.lastError));
+        return fail(h, msg::classifierRefused(c.lastError));
     if (const int refused = prepareFrameVariant(h))
         return refused;
     h->acquiring = true;
@@ -170,7 +164,7 @@ int start(ZelkHandle* h)
 int stop(ZelkHandle* h)
 {
     if (!h->acquiring)
-        return setHandleError(h, ZELK_E_NOT_ACQUIRING, QStringLiteral("zelk_StopAcquisition: Acquisition not running."));
+        return fail(h, msg::NotAcquiring);
     h->acquiring = false;
     h->segmenter = nullptr;
     compute::selectDevice(compute::defaultDevice);
@@ -179,16 +173,11 @@ int stop(ZelkHandle* h)
     const double a = h->algTimeMs / double(n);
     QString text;
     if (h->lineScan) {
-        const QString line = QStringLiteral("Average %1 time: %2 ms/frame (%3 fps), total:%4, processed %5 frames, first %6 "
-                                            "skipped for warm-up.\n");
-        text = line.arg(QStringLiteral("alg")).arg(a).arg(1000 / a).arg(h->algTimeMs).arg(h->frameCount).arg(h->warmupFrames);
-        if (h->segTimeMs > 0) {
-            const double s = h->segTimeMs / double(n);
-            text += line.arg(QStringLiteral("seg")).arg(s).arg(1000 / s).arg(h->segTimeMs).arg(h->frameCount).arg(h->warmupFrames);
-        }
+        text = msg::lineTimes("alg", a, h->algTimeMs, h->frameCount, h->warmupFrames);
+        if (h->segTimeMs > 0)
+            text += msg::lineTimes("seg", h->segTimeMs / double(n), h->segTimeMs, h->frameCount, h->warmupFrames);
     } else {
-        text = QStringLiteral("Average alg time: %1 ms/cube (%2 fps), processed %3 cubes, first %4 skipped for warm-up.\n")
-                   .arg(a).arg(1000 / a).arg(h->frameCount).arg(h->warmupFrames);
+        text = msg::cubeTimes(a, h->frameCount, h->warmupFrames);
     }
     logToHandle(h, text);
     h->errorCode = 0;
@@ -206,14 +195,10 @@ void accountTime(ZelkHandle* h, double milliseconds)
 
 extern "C" ZELK_API int zelk_StartAcquisition(ZelkHandle* h)
 {
-    if (!h)
-        return nullHandle("zelk_StartAcquisition");
-    return guarded<int>(h, "zelk_StartAcquisition", InternalErrorCode, [&] { return start(h); });
+    return exported("zelk_StartAcquisition", h, [&] { return start(h); });
 }
 
 extern "C" ZELK_API int zelk_StopAcquisition(ZelkHandle* h)
 {
-    if (!h)
-        return nullHandle("zelk_StopAcquisition");
-    return guarded<int>(h, "zelk_StopAcquisition", InternalErrorCode, [&] { return stop(h); });
+    return exported("zelk_StopAcquisition", h, [&] { return stop(h); });
 }

@@ -2,9 +2,8 @@
 // describe it and the one that builds the resampler from it.
 
 #include "compute/backend.h"
-#include "runtime/boundary.h"
+#include "runtime/export.h"
 #include "runtime/handle.h"
-#include "runtime/report.h"
 #include "spectral/envi_header.h"
 
 #include <cmath>
@@ -39,29 +38,28 @@ bool buildGrid(float first, float step, float last, QVector<double>& grid)
 
 extern "C" ZELK_API int zelk_SetDeviceFrameWidth(ZelkHandle* h, int width)
 {
-    if (!h)
-        return nullHandle("zelk_SetDeviceFrameWidth");
-    h->deviceFrameWidth = width;
-    return 0;
+    return exported("zelk_SetDeviceFrameWidth", h, [&] {
+        h->deviceFrameWidth = width;
+        return 0;
+    });
 }
 
 extern "C" ZELK_API int zelk_SetDeviceWavelengthCount(ZelkHandle* h, int count)
 {
-    if (!h)
-        return nullHandle("zelk_SetDeviceWavelengthCount");
-    h->deviceBandCount = count;
-    if (h->deviceWavelengths)
-        h->deviceWavelengths->resize(0); // keeps the capacity
-    return 0;
+    return exported("zelk_SetDeviceWavelengthCount", h, [&] {
+        h->deviceBandCount = count;
+        if (h->deviceWavelengths)
+            h->deviceWavelengths->resize(0); // keeps the capacity
+        return 0;
+    });
 }
 
+// The describing calls of this file report their refusals by code alone.
 extern "C" ZELK_API int zelk_AddDeviceWavelength(ZelkHandle* h, float wavelength)
 {
-    if (!h)
-        return nullHandle("zelk_AddDeviceWavelength");
-    if (!h->deviceWavelengths)
-        return -1;
-    return guarded<int>(h, "zelk_AddDeviceWavelength", InternalErrorCode, [&] {
+    return exported("zelk_AddDeviceWavelength", h, [&] {
+        if (!h->deviceWavelengths)
+            return failWithoutText(ZELK_E_FAILED);
         h->deviceWavelengths->append(double(wavelength));
         return 0;
     });
@@ -69,41 +67,35 @@ extern "C" ZELK_API int zelk_AddDeviceWavelength(ZelkHandle* h, float wavelength
 
 extern "C" ZELK_API int zelk_SetDeviceWavelengthsFromENVIHeaderFile(ZelkHandle* h, const char* fileName)
 {
-    if (!h)
-        return nullHandle("zelk_SetDeviceWavelengthsFromENVIHeaderFile");
-    return guarded<int>(h, "zelk_SetDeviceWavelengthsFromENVIHeaderFile", InternalErrorCode, [&] {
+    return exported("zelk_SetDeviceWavelengthsFromENVIHeaderFile", h, [&] {
         const EnviHeader header = EnviHeader::read(QString::fromLatin1(fileName)); // null: empty, unopenable
         const int bands = header.headerInt(QStringLiteral("bands"));
         if (bands < 0)
-            return -1;
+            return failWithoutText(ZELK_E_FAILED);
         auto wavelengths = header.headerDoubles(QStringLiteral("Wavelength"), bands);
         if (!wavelengths)
-            return -1;
+            return failWithoutText(ZELK_E_FAILED);
         h->deviceWavelengths = std::make_unique<QVector<double>>(*wavelengths);
         h->deviceBandCount = h->deviceWavelengths->size();
         const int samples = header.headerInt(QStringLiteral("samples"));
         if (samples < 0)
-            return -1;
+            return failWithoutText(ZELK_E_FAILED);
         h->deviceFrameWidth = samples;
         return 0;
     });
 }
 
+// The grid is built aside and taken only when it ends: one that never ends (a step of
+// 0 or below with `last` not below the second value, `last` = +inf, or a step too small
+// to move the sum) or that would hold more points than any spectrometer has bands is
+// refused rather than left to exhaust memory. NaN or -inf arguments end the grid after
+// its first value, as the end test says.
 extern "C" ZELK_API int zelk_SetResamplingWavelengthsGrid(ZelkHandle* h, float first, float step, float last)
 {
-    if (!h)
-        return nullHandle("zelk_SetResamplingWavelengthsGrid");
-    // The grid is built aside and taken only when it ends: one that never ends (a step of
-    // 0 or below with `last` not below the second value, `last` = +inf, or a step too
-    // small to move the sum) or that would hold more points than any spectrometer has
-    // bands is refused rather than left to exhaust memory. NaN or -inf arguments end the
-    // grid after its first value, as the end test says.
-    return guarded<int>(h, "zelk_SetResamplingWavelengthsGrid", InternalErrorCode, [&] {
+    return exported("zelk_SetResamplingWavelengthsGrid", h, [&] {
         QVector<double> grid;
         if (!buildGrid(first, step, last, grid))
-            return setHandleError(h, ZELK_E_FAILED,
-                                  QStringLiteral("zelk_SetResamplingWavelengthsGrid: The grid from %1 in steps of %2 to %3 has no end")
-                                      .arg(double(first)).arg(double(step)).arg(double(last)));
+            return fail(h, msg::gridWithoutEnd(double(first), double(step), double(last)));
         if (!h->resamplingWavelengths)
             h->resamplingWavelengths = std::make_unique<QVector<double>>();
         h->resamplingWavelengths->swap(grid);
@@ -113,15 +105,13 @@ extern "C" ZELK_API int zelk_SetResamplingWavelengthsGrid(ZelkHandle* h, float f
 
 extern "C" ZELK_API int zelk_SetResampling(ZelkHandle* h, int mode)
 {
-    if (!h)
-        return nullHandle("zelk_SetResampling");
-    if (mode != 1)
-        return -1;
-    if (!h->deviceWavelengths || !h->resamplingWavelengths)
-        return -402;
-    if (h->deviceWavelengths->size() != h->deviceBandCount || h->deviceFrameWidth == -1 || h->deviceBandCount == -1)
-        return -403;
-    return guarded<int>(h, "zelk_SetResampling", InternalErrorCode, [&] {
+    return exported("zelk_SetResampling", h, [&] {
+        if (mode != 1)
+            return failWithoutText(ZELK_E_FAILED);
+        if (!h->deviceWavelengths || !h->resamplingWavelengths)
+            return failWithoutText(ZELK_E_RESAMPLING_WAVELENGTHS);
+        if (h->deviceWavelengths->size() != h->deviceBandCount || h->deviceFrameWidth == -1 || h->deviceBandCount == -1)
+            return failWithoutText(ZELK_E_RESAMPLING_CAMERA);
         h->resampler = std::make_unique<ZelkResampler>();
         const ZelkBandSet source(h->deviceWavelengths.get()), target(h->resamplingWavelengths.get());
         compute::DeviceScope scope(h->device);

@@ -14,9 +14,10 @@
 // The references are built completely before the handle's are replaced, so that a
 // failed load leaves the earlier correction in use.
 
-#include "runtime/boundary.h"
+#include "runtime/export.h"
 #include "runtime/handle.h"
-#include "runtime/report.h"
+#include "model/processing_setup.h"
+#include "spectral/camera_kinds.h"
 #include "spectral/envi_header.h"
 #include "spectral/image_family.h"
 #include "spectral/scan_correction.h"
@@ -27,25 +28,17 @@
 
 namespace {
 
-// References that cannot correct line-scan frames: the frame path subtracts one value
-// per pixel and band, so only references of one line serve it.
-constexpr int NotForFrames = -133;
-
 // The largest reference that a float vector holds.
 constexpr qint64 MaxReferenceValues = std::numeric_limits<int>::max() / int(sizeof(float));
 
 using scancorrection::Reduction;
 
-int keep(ZelkHandle* h, int code, const QString& text)
+// Keeps a failure in the correction pair, which the call publishes.
+int keep(ZelkHandle* h, const Text& t)
 {
-    h->correctionError = code;
-    h->correctionErrorMsg = text;
-    return code;
-}
-
-QString coded(int code, const QString& text)
-{
-    return QStringLiteral("%1: %2").arg(code).arg(text);
+    h->correctionError = t.code;
+    h->correctionErrorMsg = spelled(t);
+    return t.code;
 }
 
 // level / (white - dark), value by value.
@@ -85,51 +78,49 @@ bool holdsSamples(const ZelkSpectralCube& cube)
 int pairLevel(ZelkHandle* h, const ZelkSpectralCube& scan, Reduction how, QVector<float>* out)
 {
     if (scan.dataType != DataUInt16 && scan.dataType != DataFloat)
-        return keep(h, -136, QStringLiteral("Unsupported data type for correction (%1)").arg(scan.dataType));
-    // A float reference is not reduced, so it must be one line already.
+        return keep(h, msg::referenceType(scan.dataType));
+    // A float reference is not reduced, so it must be one line already: the frame path
+    // subtracts one value per pixel and band.
     if (!scancorrection::level(scan, how, out))
-        return keep(h, NotForFrames,
-                    QStringLiteral("zelk_LoadCorrection: A reference of %1 lines cannot correct frames (float references must have "
-                                   "exactly one line)")
-                        .arg(scan.lines));
+        return keep(h, msg::referenceLinesForFrames(scan.lines));
     return 0;
 }
 
 int loadReferencePair(ZelkHandle* h, const QString& directory, const char* name)
 {
     if (name)
-        return -1;
+        return failWithoutText(ZELK_E_FAILED);
     h->whiteScan.reset();
     h->darkScan.reset();
 
     struct Side {
         const char* file;
-        const char* missing;
-        const char* failed;
+        Text (*missing)(const QString& path);
+        Text (*failed)(const QString& path, const QString& details);
         std::unique_ptr<ZelkSpectralCube>& scan;
     };
     const Side sides[2] = {
-        {"whiteReference", "White reference file not present ('%1')", "Cannot load white reference file ('%1'). Details: %2", h->whiteScan},
-        {"darkReference", "Dark reference file not present ('%1')", "Cannot load dark reference file ('%1'). Details: %2", h->darkScan},
+        {"whiteReference", msg::whiteMissing, msg::whiteUnloadable, h->whiteScan},
+        {"darkReference", msg::darkMissing, msg::darkUnloadable, h->darkScan},
     };
     const QDir dir(directory);
     for (const Side& side : sides) {
         const QString path = dir.absoluteFilePath(QLatin1String(side.file));
         if (!QFileInfo::exists(path + QStringLiteral(".hdr")))
-            return keep(h, -135, QString(QLatin1String(side.missing)).arg(path));
+            return keep(h, side.missing(path));
         side.scan = std::make_unique<ZelkSpectralCube>();
         if (side.scan->load(path, QStringLiteral(".hdr"), QStringLiteral(".bin"), false) != 0)
-            return keep(h, -131, QString(QLatin1String(side.failed)).arg(path, side.scan->loadMessage));
+            return keep(h, side.failed(path, side.scan->loadMessage));
     }
     if (!h->whiteScan || !h->darkScan)
-        return keep(h, -134, QStringLiteral("Both white and dark references need to be loaded."));
+        return keep(h, msg::BothReferencesNeeded);
 
     const ZelkSpectralCube &white = *h->whiteScan, &dark = *h->darkScan;
     int refused = 0;
     if (white.layout != LayoutBIL || dark.layout != LayoutBIL)
-        refused = keep(h, -136, QStringLiteral("Unsupported data layout for correction (BIL)"));
+        refused = keep(h, msg::ReferenceLayoutNotBil);
     else if (white.columns != dark.columns || white.bands != dark.bands)
-        refused = keep(h, -132, QStringLiteral("Correction scans must have identical width and band count."));
+        refused = keep(h, msg::ReferencesDiffer);
     if (refused) {
         h->whiteScan.reset();
         h->darkScan.reset();
@@ -165,28 +156,26 @@ int loadCaptureReferences(ZelkHandle* h, const QString& directory, const QString
 {
     ZelkImageSpecim image(name);
     if (image.readMetaData(directory) != 0)
-        return setHandleError(h, ZELK_E_SCAN_METADATA, QStringLiteral("zelk_LoadCorrection: Loading meta-data from the correction scan failed."));
+        return fail(h, msg::ScanMetadata);
 
-    const QString darkFailed = coded(-131, QStringLiteral("zelk_LoadCorrection: Error loading dark reference data"));
-    const QString whiteFailed = coded(-131, QStringLiteral("zelk_LoadCorrection: Error loading white reference data"));
     const std::unique_ptr<ZelkSpectralCube> dark = captureReference(image, directory, QStringLiteral("DARKREF_"));
     if (!dark)
-        return keep(h, -131, darkFailed);
+        return keep(h, msg::DarkReferenceUnreadable);
     const std::unique_ptr<ZelkSpectralCube> white = captureReference(image, directory, QStringLiteral("WHITEREF_"));
     if (!white)
-        return keep(h, -131, whiteFailed);
+        return keep(h, msg::WhiteReferenceUnreadable);
     if (white->bands != dark->bands)
-        return setHandleError(h, ZELK_E_REFERENCE_SHAPE, QStringLiteral("zelk_LoadCorrection: Dark and White reference images have different band count."));
+        return fail(h, msg::BandCountsDiffer);
     // References of two widths cannot be subtracted from each other.
     if (white->columns != dark->columns)
-        return keep(h, -132, QStringLiteral("Correction scans must have identical width and band count."));
+        return keep(h, msg::ReferencesDiffer);
 
     // A float reference can only be taken as it stands, that is with one line.
     QVector<float> w, d;
     if (!scancorrection::level(*dark, Reduction::Min, &d))
-        return keep(h, -131, darkFailed);
+        return keep(h, msg::DarkReferenceUnreadable);
     if (!scancorrection::level(*white, Reduction::Max, &w))
-        return keep(h, -131, whiteFailed);
+        return keep(h, msg::WhiteReferenceUnreadable);
     QVector<float> gain = gainOf(w, d, 1.0f);
 
     if (h->meanCorrection) {
@@ -217,9 +206,9 @@ int loadCaptureReferences(ZelkHandle* h, const QString& directory, const QString
 int scanReferenceType(ZelkHandle* h, const ZelkSpectralCube& white, const ZelkSpectralCube& dark)
 {
     if (white.dataType != DataUInt16 && white.dataType != DataFloat)
-        return keep(h, -4306, coded(-4306, QStringLiteral("white cube reference should have float data type, got %1").arg(white.dataType)));
+        return keep(h, msg::whiteNotFloat(white.dataType));
     if (dark.dataType != DataUInt16 && dark.dataType != DataFloat)
-        return keep(h, -4306, coded(-4306, QStringLiteral("Dark cube reference should have float data type, got %1").arg(dark.dataType)));
+        return keep(h, msg::darkNotFloat(dark.dataType));
     return 0;
 }
 
@@ -229,37 +218,34 @@ int loadCorrectionScan(ZelkHandle* h, const QString& directory, const QString& n
     const QDir dir(directory);
     ZelkSpectralCube scan;
     if (scan.load(dir.absoluteFilePath(name), QStringLiteral(".hdr"), QStringLiteral(".trf"), false) != 0 || !scan.loadMessage.isEmpty())
-        return setHandleError(h, ZELK_E_CORRECTION_SCAN, QStringLiteral("zelk_LoadCorrection: Cannot load correction scan %1: %2").arg(name, scan.loadMessage));
+        return fail(h, msg::correctionScanUnloadable(name, scan.loadMessage));
 
     std::unique_ptr<ZelkCorrection> found = image.loadCorrection(dir, scan);
     if (!found)
-        return setHandleError(h, ZELK_E_CORRECTION_SCAN, QStringLiteral("zelk_LoadCorrection: Error loading correction %1: %2:%3")
-                                           .arg(name, QString::number(image.imageError), image.imageErrorMsg));
+        return fail(h, msg::correctionUnloadable(name, image.imageError, image.imageErrorMsg));
     image.setCorrection(std::move(found));
     if (h->resamplingEnabled && (!h->resampler || image.resampleReferences(*h->resampler, h->device) != 0))
-        return -137;
+        return failWithoutText(ZELK_E_CORRECTION_SCAN); // the call publishes the correction pair
 
     ZelkCorrection& c = *image.correction();
     if (c.state == ZelkCorrection::NotSet)
-        return setHandleError(h, ZELK_E_CORRECTION_INFO, QStringLiteral("Invalid correction information"));
+        return fail(h, msg::CorrectionInfoUnnamed);
     if (c.state == ZelkCorrection::NoCorrection)
         return 0;
     if (c.isValid(1) != 0)
-        return setHandleError(h, ZELK_E_CORRECTION_INVALID, QStringLiteral("Correction not valid (%1)").arg(1));
+        return fail(h, msg::correctionNotValid(1));
     if (h->lineScan && c.state != ZelkCorrection::Frame)
-        return keep(h, NotForFrames,
-                    QStringLiteral("zelk_LoadCorrection: A %1 correction cannot correct line-scan frames (references of one line expected)")
-                        .arg(c.state == ZelkCorrection::Point ? QStringLiteral("point") : QStringLiteral("cube")));
+        return keep(h, msg::correctionForFrames(c.state == ZelkCorrection::Point ? QStringLiteral("point") : QStringLiteral("cube")));
 
     const ZelkSpectralCube &white = *c.white, &dark = *c.dark;
     if (c.state == ZelkCorrection::Cube)
         for (const ZelkSpectralCube* ref : {&white, &dark})
             if (ref->layout != LayoutBIP)
-                return keep(h, -4305, coded(-4305, QStringLiteral("BIP cube reference expected, got %1").arg(ref->layout)));
+                return keep(h, msg::referenceNotBip(ref->layout));
     if (const int r = scanReferenceType(h, white, dark))
         return r;
     if (!holdsSamples(white) || !holdsSamples(dark))
-        return keep(h, -4304, QStringLiteral("Invalid correction information"));
+        return keep(h, msg::CorrectionInfoUnnamed);
 
     const float level = c.whiteLevel;
     const int bands = white.bands;
@@ -270,7 +256,7 @@ int loadCorrectionScan(ZelkHandle* h, const QString& directory, const QString& n
         // the references.
         const int columns = white.columns;
         if (qint64(columns) * bands > MaxReferenceValues)
-            return keep(h, -4304, QStringLiteral("Invalid correction information"));
+            return keep(h, msg::CorrectionInfoUnnamed);
         w.resize(columns * bands);
         d.resize(columns * bands);
         for (int b = 0; b < bands; ++b)
@@ -284,7 +270,7 @@ int loadCorrectionScan(ZelkHandle* h, const QString& directory, const QString& n
         // The spectrum repeated over every pixel of the scan, band fastest.
         const qint64 n = qint64(scan.columns) * scan.lines * bands;
         if (n > MaxReferenceValues)
-            return keep(h, -4304, QStringLiteral("Invalid correction information"));
+            return keep(h, msg::CorrectionInfoUnnamed);
         w.resize(int(n));
         d.resize(int(n));
         for (qint64 i = 0; i < n; ++i) {
@@ -297,7 +283,7 @@ int loadCorrectionScan(ZelkHandle* h, const QString& directory, const QString& n
         // A whole cube, band fastest, then columns, then lines.
         const qint64 n = white.sampleCount();
         if (n > MaxReferenceValues)
-            return keep(h, -4304, QStringLiteral("Invalid correction information"));
+            return keep(h, msg::CorrectionInfoUnnamed);
         w.resize(int(n));
         d.resize(int(n));
         for (qint64 i = 0; i < n; ++i) {
@@ -314,27 +300,23 @@ int loadCorrectionScan(ZelkHandle* h, const QString& directory, const QString& n
 int loadCorrection(ZelkHandle* h, const char* directoryName, const char* name)
 {
     if (!h->project)
-        return noProject(h, "zelk_LoadCorrection");
+        return fail(h, msg::NoProject);
     ZelkProject& p = *h->project;
     const QString directory = QString::fromLatin1(directoryName);
     int result = 0;
-    switch (p.projectType) {
-    case 10: result = loadReferencePair(h, directory, name); break;
-    case 19: result = loadCorrectionScan(h, directory, QString::fromLatin1(name)); break;
-    default: result = loadCaptureReferences(h, directory, QString::fromLatin1(name));
+    switch (cameraKind(p.projectType, p.acqType).correction) {
+    case CorrectionLoader::ReferencePair: result = loadReferencePair(h, directory, name); break;
+    case CorrectionLoader::CorrectionScan: result = loadCorrectionScan(h, directory, QString::fromLatin1(name)); break;
+    case CorrectionLoader::CaptureFolder: result = loadCaptureReferences(h, directory, QString::fromLatin1(name)); break;
     }
     if (result != 0) {
         setHandleError(h, h->correctionError, h->correctionErrorMsg);
         return result;
     }
-    if (!h->resamplingEnabled && h->correctionEnabled) {
-        if (p.classifier)
-            p.processingSetup = 1;
-        if (p.segmenter)
-            p.processingSetup = 2;
-        if (p.regressor)
-            p.processingSetup = 3;
-    }
+    // A project of none of the parts keeps its set-up.
+    const ProcessingSetup corrected = setupOfParts(p, true);
+    if (!h->resamplingEnabled && h->correctionEnabled && corrected != ProcessingSetup::None)
+        p.processingSetup = int(corrected);
     return 0;
 }
 
@@ -342,7 +324,5 @@ int loadCorrection(ZelkHandle* h, const char* directoryName, const char* name)
 
 extern "C" ZELK_API int zelk_LoadCorrection(ZelkHandle* h, const char* directory, const char* name)
 {
-    if (!h)
-        return nullHandle("zelk_LoadCorrection");
-    return guarded<int>(h, "zelk_LoadCorrection", InternalErrorCode, [&] { return loadCorrection(h, directory, name); });
+    return exported("zelk_LoadCorrection", h, [&] { return loadCorrection(h, directory, name); });
 }

@@ -3,9 +3,9 @@
 // The project's camera decides how the cube's memory is read; nothing is corrected.
 
 #include "runtime/acquisition.h"
-#include "runtime/boundary.h"
+#include "runtime/export.h"
 #include "runtime/handle.h"
-#include "runtime/report.h"
+#include "spectral/camera_kinds.h"
 #include "spectral/image_family.h"
 
 #include <QElapsedTimer>
@@ -15,44 +15,9 @@
 
 namespace {
 
-// How the cameras of the snapshot project types hand in their cubes.
-enum class CubeForm {
-    Float,     // 32-bit float, pixel after pixel; a region of interest may be set
-    UInt16,    // unsigned 16-bit, pixel after pixel
-    BigEndian, // big-endian unsigned 16-bit, band after band, in the camera's band order
-    None,      // not a camera whose cubes this path reads
-};
-
-CubeForm cubeForm(const ZelkProject& p)
-{
-    switch (p.projectType) {
-    case 3: return CubeForm::Float;
-    case 9: case 11: return CubeForm::UInt16;
-    case 8: return CubeForm::BigEndian;
-    case 19:
-        if (p.acqType == 1)
-            return CubeForm::Float;
-        if (p.acqType == 0)
-            return CubeForm::UInt16;
-        return CubeForm::None;
-    default: return CubeForm::None;
-    }
-}
-
-int cubeFailure(ZelkHandle* h, const QString& reason)
-{
-    return setHandleError(h, InternalErrorCode, QStringLiteral("zelk_ProcessCube: %1").arg(reason));
-}
-
 int unsupportedFormat(ZelkHandle* h)
 {
-    return setHandleError(h, ZELK_E_DATA_FORMAT, QStringLiteral("zelk_ProcessCube: Unsupported data type (%1) or data layout (%2)")
-                                       .arg(h->inputDataType).arg(h->inputDataLayout));
-}
-
-int roiRefused(ZelkHandle* h)
-{
-    return setHandleError(h, ZELK_E_ROI_UNSUPPORTED, QStringLiteral("zelk_ProcessCube: ROI processing unsupported for this project type"));
+    return fail(h, msg::unsupportedCubeFormat(h->inputDataType, h->inputDataLayout));
 }
 
 bool classify(ZelkHandle* h, const compute::SampleBlock& block, quint8* decisions)
@@ -62,7 +27,7 @@ bool classify(ZelkHandle* h, const compute::SampleBlock& block, quint8* decision
 
 int misfit(ZelkHandle* h)
 {
-    return cubeFailure(h, QStringLiteral("Cube of %1 bands does not fit the classifier").arg(h->inputBands));
+    return fail(h, msg::cubeMisfit(h->inputBands));
 }
 
 // The whole input cube, one spectrum a pixel, as a block of samples of `type`.
@@ -89,8 +54,7 @@ int classifyFloat(ZelkHandle* h, const void* cube)
     // The ROI was checked against the size of its time; the input size may have changed.
     const int col = h->roiCol, row = h->roiRow, w = h->roiWidth, rows = h->roiHeight;
     if (col < 0 || row < 0 || w < 1 || rows < 1 || w > width - col || rows > height - row)
-        return cubeFailure(h, QStringLiteral("ROI (col=%1,row=%2,width=%3,height=%4) lies outside the cube of %5 x %6 pixels")
-                                  .arg(col).arg(row).arg(w).arg(rows).arg(width).arg(height));
+        return fail(h, msg::roiOutsideCube(col, row, w, rows, width, height));
     const size_t bands = size_t(qMax(0, h->inputBands)), rowValues = size_t(w) * bands;
     if (h->roiSpectra.size() < rowValues * size_t(rows))
         h->roiSpectra.resize(rowValues * size_t(rows));
@@ -125,7 +89,7 @@ int classifyBigEndian(ZelkHandle* h, const void* cube)
 {
     const auto* image = dynamic_cast<const ZelkImageSENOP*>(h->project->images.empty() ? nullptr : h->project->images.front().get());
     if (!image)
-        return cubeFailure(h, QStringLiteral("The project holds no image of its camera."));
+        return fail(h, msg::NoCameraImage);
     const int bands = h->inputBands;
     const qint64 plane = qint64(h->inputWidth) * h->inputHeight, n = plane * bands;
     if (bands < 1)
@@ -138,7 +102,7 @@ int classifyBigEndian(ZelkHandle* h, const void* cube)
     swapped.lines = h->inputHeight;
     swapped.bands = bands;
     if (swapped.dataBytes() < n * qint64(sizeof(quint16)) && swapped.allocate(n) != 0)
-        return cubeFailure(h, QStringLiteral("No memory for a cube of %1 samples.").arg(n));
+        return fail(h, msg::noMemoryForCube(n));
     quint16* counts = swapped.samples<quint16>();
     const uchar* raw = static_cast<const uchar*>(cube);
     for (qint64 i = 0; i < n; ++i)
@@ -171,12 +135,12 @@ int labelObjects(ZelkHandle* h)
     ZelkSegmenter& s = *h->segmenter;
     const int width = h->inputWidth, height = h->inputHeight;
     int labelled = 0;
-    switch (s.objMask) {
-    case 1:
+    switch (s.mask()) {
+    case ObjectMask::EachDecision:
         std::fill(h->objectMap.begin(), h->objectMap.end(), 0);
         labelled = s.labelCube(h->cubeDecisions.data(), h->objectMap.data(), width, height);
         break;
-    case 2:
+    case ObjectMask::AllForeground:
         std::fill(h->objectMap.begin(), h->objectMap.end(), 0);
         std::fill(h->classObjectMap.begin(), h->classObjectMap.end(), 0);
         labelled = s.labelCubeForeground(h->cubeDecisions.data(), h->objectMap.data(), h->classObjectMap.data(), width,
@@ -184,10 +148,10 @@ int labelObjects(ZelkHandle* h)
         break;
     }
     if (labelled != 0)
-        return setHandleError(h, ZelkSegmenter::labellingError, QStringLiteral("zelk_ProcessCube: Object segmentation error"));
+        return fail(h, msg::CubeSegmentation);
     h->objectSerial = 0;
     // Beyond the records the segmenter is left as it is: the next cube continues from it.
-    if (const int reported = reportObjects(h, false, "zelk_ProcessCube: Max number of objects reached"))
+    if (const int reported = reportObjects(h, false, msg::TooManyObjectsInCube))
         return reported;
     s.resetAfterCube();
     return 0;
@@ -195,27 +159,33 @@ int labelObjects(ZelkHandle* h)
 
 int processCube(ZelkHandle* h, const void* cube)
 {
+    if (!cube)
+        return failGlobal(msg::NullPointer);
+    if (h->lineScan)
+        return fail(h, msg::LineScanCannotProcessCubes);
+    if (!h->acquiring)
+        return fail(h, msg::NotAcquiring);
     QElapsedTimer timer;
     timer.start();
     const ZelkProject& p = *h->project;
-    const CubeForm form = cubeForm(p);
+    const CubeForm form = cameraKind(p.projectType, p.acqType).cube;
     switch (form) {
     case CubeForm::Float:
-        if (h->inputDataType != 2 || h->inputDataLayout != 1)
+        if (h->inputDataType != DataFloat || h->inputDataLayout != LayoutBIP)
             return unsupportedFormat(h);
         break;
     case CubeForm::UInt16:
         if (h->roiEnabled)
-            return roiRefused(h);
-        if (h->inputDataType != 1 || h->inputDataLayout != 1)
+            return fail(h, msg::RoiUnsupported);
+        if (h->inputDataType != DataUInt16 || h->inputDataLayout != LayoutBIP)
             return unsupportedFormat(h);
         break;
     case CubeForm::BigEndian:
         if (h->roiEnabled)
-            return roiRefused(h);
+            return fail(h, msg::RoiUnsupported);
         break;
     case CubeForm::None:
-        return setHandleError(h, ZELK_E_PROJECT_TYPE, QStringLiteral("zelk_ProcessCube: Unsupported project type (%1)").arg(p.projectType));
+        return fail(h, msg::unsupportedProjectType(p.projectType));
     }
 
     // The buffers and the kernel were made at start for the size of that time; a width
@@ -224,7 +194,7 @@ int processCube(ZelkHandle* h, const void* cube)
     const ZelkClassifier* c = p.classifier.get();
     if (!c || !c->kernel || h->inputWidth < 1 || h->inputHeight < 1 || qint64(h->cubeDecisions.size()) != pixels
         || qint64(h->objectMap.size()) != pixels)
-        return cubeFailure(h, QStringLiteral("Cube size changed during acquisition."));
+        return fail(h, msg::CubeSizeChanged);
 
     int classified = 0;
     switch (form) {
@@ -259,7 +229,7 @@ int prepareCubeKernel(ZelkHandle* h, ZelkClassifier& c)
     const qint64 pixels = qint64(h->inputWidth) * h->inputHeight;
     if (!c.kernel->reserve(int(pixels))) {
         c.kernel.reset();
-        c.lastError = QStringLiteral("Classifier cannot run: the compute device has no room for cubes of %1 pixels").arg(pixels);
+        c.lastError = msg::noRoomForCubes(pixels);
         return -1;
     }
     return 0;
@@ -267,11 +237,5 @@ int prepareCubeKernel(ZelkHandle* h, ZelkClassifier& c)
 
 extern "C" ZELK_API int zelk_ProcessCube(ZelkHandle* h, const void* cube)
 {
-    if (!h || !cube)
-        return setGlobalError(ZELK_E_NULL_POINTER, QStringLiteral("zelk_ProcessCube: Passing NULL pointer."));
-    if (h->lineScan)
-        return setHandleError(h, ZELK_E_NOT_SNAPSHOT_PROJECT, QStringLiteral("zelk_ProcessCube: Line-scan project type cannot process cubes"));
-    if (!h->acquiring)
-        return setHandleError(h, ZELK_E_NOT_ACQUIRING, QStringLiteral("zelk_ProcessCube: Acquisition not running."));
-    return guarded<int>(h, "zelk_ProcessCube", InternalErrorCode, [&] { return processCube(h, cube); });
+    return exported("zelk_ProcessCube", h, [&] { return processCube(h, cube); });
 }

@@ -1,27 +1,20 @@
 // The compute device list and the choice of device.
 
 #include "compute/backend.h"
-#include "runtime/boundary.h"
 #include "runtime/device_list.h"
+#include "runtime/export.h"
 #include "runtime/handle.h"
-#include "runtime/report.h"
 
 extern "C" ZELK_API int zelk_GetDeviceCount(ZelkHandle* h)
 {
-    if (!h)
-        return setGlobalError(ZELK_E_NULL_POINTER, QStringLiteral("zelk_GetDeviceCount: Passing NULL pointer."));
-    return h->devices.size();
+    return exported("zelk_GetDeviceCount", h, [&] { return h->devices.size(); });
 }
 
 extern "C" ZELK_API const char* zelk_GetDeviceName(ZelkHandle* h, int index)
 {
-    if (!h) {
-        setGlobalError(ZELK_E_NULL_POINTER, QStringLiteral("zelk_GetDeviceName: Passing NULL pointer."));
-        return nullptr;
-    }
-    return guarded<const char*>(h, "zelk_GetDeviceName", nullptr, [&]() -> const char* {
+    return exported("zelk_GetDeviceName", h, [&]() -> const char* {
         if (index < 0 || index >= h->devices.size()) {
-            setHandleError(h, ZELK_E_NAME_INDEX, QStringLiteral("zelk_GetDeviceName: Device index out of bounds (%1)").arg(index));
+            fail(h, msg::deviceIndex(index));
             return nullptr;
         }
         logToHandle(h, h->devices[index].name);
@@ -31,22 +24,20 @@ extern "C" ZELK_API const char* zelk_GetDeviceName(ZelkHandle* h, int index)
 
 extern "C" ZELK_API int zelk_SetDevice(ZelkHandle* h, int index)
 {
-    if (!h)
-        return setGlobalError(ZELK_E_NULL_POINTER, QStringLiteral("zelk_SetDevice: Passing NULL pointer."));
-    return guarded<int>(h, "zelk_SetDevice", InternalErrorCode, [&] {
+    return exported("zelk_SetDevice", h, [&] {
         if (h->acquiring)
-            return setHandleError(h, ZELK_E_ACQUIRING, QStringLiteral("zelk_SetDevice: Cannot set device when running acquisition. Stop acquisition first."));
+            return fail(h, msg::DeviceWhileAcquiring);
         if (index < 0 || index >= h->devices.size())
-            return setHandleError(h, ZELK_E_NAME_INDEX, QStringLiteral("zelk_SetDevice: Device index out of bounds (%1)").arg(index));
+            return fail(h, msg::deviceIndex(index));
         const ZelkDevice& d = h->devices[index];
         const int device = compute::makeDevice(d.backend, d.deviceIndex);
         {
             compute::DeviceScope scope(device);
             if (!scope.ok())
-                return setHandleError(h, ZELK_E_DEVICE, QStringLiteral("zelk_SetDevice: Error switching to computation device"));
+                return fail(h, msg::DeviceSwitch);
         }
         h->device = device;
-        logToHandle(h, QStringLiteral("Selected device %1: ").arg(index) + d.name);
+        logToHandle(h, msg::selectedDevice(index, d.name));
         h->errorCode = 0;
         return 0;
     });
@@ -54,22 +45,21 @@ extern "C" ZELK_API int zelk_SetDevice(ZelkHandle* h, int index)
 
 extern "C" ZELK_API int zelk_RefreshDeviceList(ZelkHandle* h, int listNVIDIA, int listOpenCL)
 {
-    if (!h)
-        return setGlobalError(ZELK_E_NULL_POINTER, QStringLiteral("zelk_RefreshDeviceList: Passing NULL pointer."));
-    return guarded<int>(h, "zelk_RefreshDeviceList", InternalErrorCode, [&] {
+    return exported("zelk_RefreshDeviceList", h, [&] {
         h->devices.clear();
         if (unsigned(listNVIDIA) > 1 || unsigned(listOpenCL) > 1)
-            return setHandleError(h, ZELK_E_DEVICE_FLAGS, QStringLiteral("zelk_RefreshDeviceList: listNVIDIA and listOpenCL must be specified as 0 or 1 values"));
+            return fail(h, msg::DeviceFlags);
         const int result = buildDeviceList(h->devices, listNVIDIA, listOpenCL);
         switch (result) {
         case 0:
             return 0;
-        case -142:
-            return setHandleError(h, result, QStringLiteral("zelk_RefreshDeviceList: Error setting OpenCL backend"));
-        case -141:
-            return setHandleError(h, result, QStringLiteral("zelk_RefreshDeviceList: Error setting CUDA backend"));
+        case ZELK_E_OPENCL:
+            return fail(h, msg::OpenClBackend);
+        case ZELK_E_CUDA:
+            return fail(h, msg::CudaBackend);
         default:
-            setHandleError(h, ZELK_E_DEVICE, QStringLiteral("zelk_RefreshDeviceList: Error switching to computation device"));
+            // The list's own code comes back, with the text of a device switch.
+            fail(h, msg::DeviceSwitch);
             return result;
         }
     });

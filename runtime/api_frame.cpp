@@ -1,20 +1,15 @@
 // One camera line per call: classification into the ring of decision rows, then the
 // object tracker, then the records of the objects it finished.
 
+#include "model/processing_setup.h"
 #include "runtime/acquisition.h"
-#include "runtime/boundary.h"
+#include "runtime/export.h"
 #include "runtime/handle.h"
-#include "runtime/report.h"
 
 #include <QElapsedTimer>
 #include <algorithm>
 
 namespace {
-
-int frameFailure(ZelkHandle* h, const QString& reason)
-{
-    return setHandleError(h, InternalErrorCode, QStringLiteral("zelk_ProcessFrame: %1").arg(reason));
-}
 
 // Marks an object's centroid with a cross of 255 in the ring: an arm of 11 pixels along
 // its row and one of 10 rows down through it, both clipped to the ring. The row is
@@ -48,17 +43,17 @@ int classifyFrame(ZelkHandle* h, const void* frame)
     block.pixels = h->inputWidth;
     block.bands = h->fullBandFrames ? h->inputBands : c.bandIndex.size();
     switch (h->inputDataLayout) {
-    case 2:
-        if (h->inputDataType != 1 && h->inputDataType != 2)
-            return setHandleError(h, ZELK_E_DATA_FORMAT, QStringLiteral("zelk_ProcessFrame: Unsupported data type."));
-        block.type = h->inputDataType == 1 ? compute::SampleType::U16 : compute::SampleType::F32;
+    case LayoutBIL:
+        if (h->inputDataType != DataUInt16 && h->inputDataType != DataFloat)
+            return fail(h, msg::UnsupportedDataType);
+        block.type = h->inputDataType == DataUInt16 ? compute::SampleType::U16 : compute::SampleType::F32;
         block.layout = compute::SpectraLayout::PixelsByBands;
         break;
-    case 1:
-        if (h->inputDataType != 2)
-            return setHandleError(h, ZELK_E_DATA_FORMAT, QStringLiteral("zelk_ProcessFrame: Unsupported data type."));
+    case LayoutBIP:
+        if (h->inputDataType != DataFloat)
+            return fail(h, msg::UnsupportedDataType);
         if (h->correctionEnabled)
-            return setHandleError(h, ZELK_E_BIP_CORRECTION, QStringLiteral("zelk_ProcessFrame: Correction not supported for the BIP frame layout type"));
+            return fail(h, msg::BipCorrection);
         block.type = compute::SampleType::F32;
         block.layout = compute::SpectraLayout::BandsByPixels;
         break;
@@ -68,11 +63,11 @@ int classifyFrame(ZelkHandle* h, const void* frame)
 
     if (block.pixels > 0) {
         if (!c.kernel || c.frameWidth != h->inputWidth || h->labelImage->width() != h->inputWidth)
-            return frameFailure(h, QStringLiteral("Frame width changed during acquisition."));
+            return fail(h, msg::FrameWidthChanged);
         if (h->ringNext >= h->labelImage->height())
-            return frameFailure(h, QStringLiteral("The decision image holds no ring of rows."));
+            return fail(h, msg::NoRing);
         if (!c.kernel->classifySamples(block, h->labelImage->scanLine(h->ringNext)))
-            return frameFailure(h, QStringLiteral("Frame does not fit the classifier (%1 bands)").arg(block.bands));
+            return fail(h, msg::frameMisfit(block.bands));
     }
 
     h->objCount = 0;
@@ -80,18 +75,44 @@ int classifyFrame(ZelkHandle* h, const void* frame)
         return 0;
     const quint8* row = h->labelImage->constScanLine(h->ringNext);
     int tracked = 0;
-    switch (h->segmenter->objMask) {
-    case 1: tracked = h->segmenter->trackDecisions(row); break;
-    case 2: tracked = h->segmenter->trackForeground(row); break;
+    switch (h->segmenter->mask()) {
+    case ObjectMask::EachDecision: tracked = h->segmenter->trackDecisions(row); break;
+    case ObjectMask::AllForeground: tracked = h->segmenter->trackForeground(row); break;
     }
     if (tracked == -1)
-        return -1;
-    return reportObjects(h, true, "zelk_ProcessFrame: Max number of objects per frame reached");
+        return failWithoutText(ZELK_E_FAILED); // the tracker reports no text of its own
+    return reportObjects(h, true, msg::TooManyObjectsInFrame);
+}
+
+// A frame that fails, even by an exception, still takes its row of the ring and counts
+// in the statistics.
+int processFrame(ZelkHandle* h, const void* frame)
+{
+    if (!frame)
+        return failGlobal(msg::NullPointer);
+    if (!h->acquiring)
+        return fail(h, msg::NotAcquiring);
+    QElapsedTimer timer;
+    timer.start();
+    int (*variant)(ZelkHandle*, const void*) = nullptr;
+    switch (framePathOf(h->project->processingSetup)) {
+    case FramePath::Classifier: variant = classifyFrame; break;
+    case FramePath::Regression: variant = regressFrame; break;
+    case FramePath::Resampling: variant = resampleFrame; break;
+    case FramePath::Refused: return fail(h, msg::UnsupportedProcessingSetup);
+    }
+
+    const int result = guarded<int>(h, RunningCall::name(), InternalErrorCode, [&] { return variant(h, frame); });
+    h->ringLast = h->ringNext;
+    if (++h->ringNext == h->ringRows)
+        h->ringNext = 0;
+    accountTime(h, double(timer.nsecsElapsed()) / 1e6);
+    return result;
 }
 
 } // namespace
 
-int reportObjects(ZelkHandle* h, bool markInRing, const char* overflowText)
+int reportObjects(ZelkHandle* h, bool markInRing, const Text& overflow)
 {
     const ZelkSegmenter& s = *h->segmenter;
     const int n = s.objectCount();
@@ -99,10 +120,10 @@ int reportObjects(ZelkHandle* h, bool markInRing, const char* overflowText)
     for (int i = 0; i < n; ++i) {
         ++h->objectSerial;
         if (i >= h->maxObjects)
-            return setHandleError(h, ZELK_E_TOO_MANY_OBJECTS, QLatin1String(overflowText));
+            return fail(h, overflow);
         const qint32* from = s.object(i);
         qint32* to = h->objects.data() + qint64(i) * ObjectRecordInts;
-        if (s.objMask == 2)
+        if (s.mask() == ObjectMask::AllForeground)
             std::copy_n(from + objectfield::ClassSizes, ObjectClassSlots, to + objectfield::ClassSizes);
         to[objectfield::Number] = h->objectSerial;
         std::copy_n(from + 1, 8, to + 1);
@@ -114,24 +135,5 @@ int reportObjects(ZelkHandle* h, bool markInRing, const char* overflowText)
 
 extern "C" ZELK_API int zelk_ProcessFrame(ZelkHandle* h, const void* frame)
 {
-    if (!h || !frame)
-        return setGlobalError(ZELK_E_NULL_POINTER, QStringLiteral("zelk_ProcessFrame: Passing NULL pointer."));
-    if (!h->acquiring)
-        return setHandleError(h, ZELK_E_NOT_ACQUIRING, QStringLiteral("zelk_ProcessFrame: Acquisition not running."));
-    QElapsedTimer timer;
-    timer.start();
-    int (*variant)(ZelkHandle*, const void*) = nullptr;
-    switch (h->project->processingSetup) {
-    case 1: case 2: case 5: case 6: variant = classifyFrame; break;
-    case 3: case 7: variant = regressFrame; break;
-    case 9: variant = resampleFrame; break;
-    default: return setHandleError(h, ZELK_E_NOT_ACQUIRING, QStringLiteral("zelk_ProcessFrame: Unsupported processing setup."));
-    }
-
-    const int result = guarded<int>(h, "zelk_ProcessFrame", InternalErrorCode, [&] { return variant(h, frame); });
-    h->ringLast = h->ringNext;
-    if (++h->ringNext == h->ringRows)
-        h->ringNext = 0;
-    accountTime(h, double(timer.nsecsElapsed()) / 1e6);
-    return result;
+    return exported("zelk_ProcessFrame", h, [&] { return processFrame(h, frame); });
 }

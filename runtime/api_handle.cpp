@@ -1,10 +1,9 @@
 // Handle life, errors and version.
 
 #include "compute/backend.h"
-#include "runtime/boundary.h"
 #include "runtime/device_list.h"
+#include "runtime/export.h"
 #include "runtime/handle.h"
-#include "runtime/report.h"
 
 namespace {
 const char* const Version = "5.1 (23-apr-2024)";
@@ -12,20 +11,21 @@ const char* const Version = "5.1 (23-apr-2024)";
 
 extern "C" ZELK_API ZelkHandle* zelk_Init(const char* /*arg*/)
 {
-    return guarded<ZelkHandle*>(nullptr, "zelk_Init", nullptr, [] {
+    return exportedForAnyHandle("zelk_Init", nullptr, [] {
         clearGlobalErrorMessage();
         auto h = std::make_unique<ZelkHandle>();
-        logToHandle(h.get(), QStringLiteral("Tessaron Zelk Runtime version %1").arg(QLatin1String(Version)));
+        logToHandle(h.get(), msg::versionLine(Version));
         buildDeviceList(h->devices, 0, 0);
         return h.release();
     });
 }
 
+// A failure while releasing goes into the process-wide pair: the handle is gone.
 extern "C" ZELK_API void zelk_Release(ZelkHandle* h)
 {
-    if (!h)
-        return;
-    guarded<int>(nullptr, "zelk_Release", 0, [h] {
+    exportedForAnyHandle("zelk_Release", nullptr, [h] {
+        if (!h)
+            return 0;
         // Device-resident members are freed on the device that holds them.
         compute::DeviceScope scope(h->device);
         delete h;
@@ -35,15 +35,16 @@ extern "C" ZELK_API void zelk_Release(ZelkHandle* h)
 
 extern "C" ZELK_API const char* zelk_GetVersion(void)
 {
-    return Version;
+    return exportedForAnyHandle("zelk_GetVersion", nullptr, [] { return Version; });
 }
 
+// With a null handle the error getters read the process-wide pair.
 extern "C" ZELK_API int zelk_GetErrorCode(ZelkHandle* h)
 {
-    return h ? h->errorCode : globalErrorCode();
+    return exportedForAnyHandle("zelk_GetErrorCode", h, [h] { return h ? h->errorCode : globalErrorCode(); });
 }
 
 extern "C" ZELK_API const char* zelk_GetErrorMsg(ZelkHandle* h)
 {
-    return h ? h->message.data() : globalErrorMessage();
+    return exportedForAnyHandle("zelk_GetErrorMsg", h, [h] { return h ? h->message.data() : globalErrorMessage(); });
 }

@@ -1,22 +1,19 @@
 // Export of the decision image as an indexed PNG, with the palette that acquisition
 // start gave it, so that a caller can look at what the classifier saw.
 
-#include "runtime/boundary.h"
+#include "runtime/export.h"
 #include "runtime/handle.h"
-#include "runtime/report.h"
 
 #include <cstring>
 
 extern "C" ZELK_API int zelk_SaveImage(ZelkHandle* h, const char* fileName)
 {
-    if (!h)
-        return setGlobalError(ZELK_E_NULL_POINTER, QStringLiteral("zelk_SaveImage: Passing NULL pointer."));
-    if (!fileName)
-        return setHandleError(h, ZELK_E_NULL_POINTER, QStringLiteral("zelk_SaveImage: Passing NULL pointer to a filename."));
-    return guarded<int>(h, "zelk_SaveImage", InternalErrorCode, [&] {
+    return exported("zelk_SaveImage", h, [&] {
+        if (!fileName)
+            return fail(h, msg::NullFileName);
         QImage* image = h->labelImage.get();
         if (!image)
-            return setHandleError(h, ZELK_E_NO_DECISION_IMAGE, QStringLiteral("zelk_SaveImage: Label image does not exist."));
+            return fail(h, msg::NoDecisionImage);
         if (!h->lineScan) {
             // The decisions of the last cube go into the image first. An image or a
             // buffer smaller than the current cube size was made for another project.
@@ -24,7 +21,7 @@ extern "C" ZELK_API int zelk_SaveImage(ZelkHandle* h, const char* fileName)
             const bool fits = width >= 0 && height >= 0 && image->width() >= width && image->height() >= height
                               && h->cubeDecisions.size() >= size_t(width) * size_t(height);
             if (h->cubeDecisions.empty() || !fits)
-                return setHandleError(h, ZELK_E_IMAGE_SAVE, QStringLiteral("zelk_SaveImage: Internal error"));
+                return fail(h, msg::ImageSave);
             for (int y = 0; y < height; ++y)
                 std::memcpy(image->scanLine(y), h->cubeDecisions.data() + size_t(y) * size_t(width), size_t(width));
         }

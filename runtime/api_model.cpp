@@ -3,9 +3,10 @@
 
 #include "wire/container.h"
 #include "wire/model_keys.h"
-#include "runtime/boundary.h"
+#include "model/processing_setup.h"
+#include "spectral/camera_kinds.h"
+#include "runtime/export.h"
 #include "runtime/handle.h"
-#include "runtime/report.h"
 
 #include <QBuffer>
 #include <QFile>
@@ -13,38 +14,27 @@
 
 namespace {
 
-// Whether frames or cubes come in. Camera type 19 carries its acquisition type; some
-// of those leave the kind as the previous project had it.
+// Whether frames or cubes come in, as the camera's row says; some rows leave the kind as
+// the previous project had it.
 int applyApiKind(ZelkHandle* h)
 {
-    const ZelkProject& p = *h->project;
-    if (p.projectType != 19) {
-        switch (p.projectType) {
-        case 3: case 4: case 7: case 9: case 11:
-            h->lineScan = false;
-            break;
-        case 8:
-            h->lineScan = false;
-            h->swapCube.reset();
-            h->swapMask = {};
-            h->swapFloat = {};
-            break;
-        default:
-            h->lineScan = true;
-        }
-        return 0;
-    }
-    switch (p.acqType) {
-    case -1:
+    const CameraKind& kind = cameraKind(h->project->projectType, h->project->acqType);
+    switch (kind.family) {
+    case CallFamily::RefusesToLoad:
         return -1;
-    case 0: case 1: case 7:
-        h->lineScan = false;
-        break;
-    case 3: case 4: case 5: case 6: case 8: case 9: case 10: case 11:
+    case CallFamily::LineScan:
         h->lineScan = true;
         break;
-    default:
+    case CallFamily::Snapshot:
+        h->lineScan = false;
         break;
+    case CallFamily::AsBefore:
+        break;
+    }
+    if (kind.cube == CubeForm::BigEndian) { // its buffers are sized by the cubes of one project
+        h->swapCube.reset();
+        h->swapMask = {};
+        h->swapFloat = {};
     }
     return 0;
 }
@@ -53,15 +43,8 @@ int processingSetupOf(const ZelkHandle* h)
 {
     const ZelkProject& p = *h->project;
     if (h->resamplingEnabled)
-        return p.classifier && p.segmenter && p.regressor ? 9 : 0;
-    int setup = 0;
-    if (p.classifier)
-        setup = 5;
-    if (p.segmenter)
-        setup = 6;
-    if (p.regressor)
-        setup = 7;
-    return setup;
+        return int(p.classifier && p.segmenter && p.regressor ? ProcessingSetup::Resampling : ProcessingSetup::None);
+    return int(setupOfParts(p, false));
 }
 
 void takeGeometry(ZelkHandle* h, const ZelkImage& image)
@@ -92,8 +75,7 @@ int decipher(ZelkHandle* h, const QByteArray& bytes, const QString& suffix, QByt
     if (first.lastError == ZelkContainer::NoError)
         return 0;
     if (first.lastError == ZelkContainer::BadMagic)
-        return setHandleError(h, ZELK_E_MODEL_FORMAT, QStringLiteral("zelk_LoadModel: Wrong file format"));
-    const QString failure = QStringLiteral("zelk_LoadModel: Internal error when loading model (%1)").arg(first.lastError);
+        return fail(h, msg::ModelFormat);
     if (!zpl)
         return 1;
     ZelkContainer second(modelkeys::zplSecondKey());
@@ -101,14 +83,14 @@ int decipher(ZelkHandle* h, const QByteArray& bytes, const QString& suffix, QByt
     second.protectionMode = 2;
     *plain = second.decrypt(QByteArray::fromBase64(bytes));
     if (second.lastError != ZelkContainer::NoError)
-        return setHandleError(h, ZELK_E_MODEL_CONTENT, failure);
+        return fail(h, msg::modelUndeciphered(first.lastError));
     return 0;
 }
 
 int loadModel(ZelkHandle* h, const QString& fileName)
 {
     if (h->acquiring)
-        return setHandleError(h, ZELK_E_ACQUIRING, QStringLiteral("zelk_LoadModel: Cannot load model into running acquisition. Stop acquisition first."));
+        return fail(h, msg::LoadWhileAcquiring);
 
     h->segmenter = nullptr; // it belongs to the project that goes now
     h->project = std::make_unique<ZelkProject>(0);
@@ -116,7 +98,7 @@ int loadModel(ZelkHandle* h, const QString& fileName)
 
     QFile file(fileName);
     if (!file.open(QIODevice::ReadOnly))
-        return setHandleError(h, ZELK_E_MODEL_OPEN, QStringLiteral("zelk_LoadModel: File cannot be opened"));
+        return fail(h, msg::ModelOpen);
     const QByteArray bytes = file.readAll();
     file.close();
     const QString suffix = QFileInfo(fileName).suffix();
@@ -133,16 +115,15 @@ int loadModel(ZelkHandle* h, const QString& fileName)
         QDataStream in(&buffer);
         if (h->project->load(in) != 0) {
             h->project.reset();
-            return setHandleError(h, ZELK_E_MODEL_READ, QStringLiteral("zelk_LoadModel: Error loading model from file"));
+            return fail(h, msg::ModelRead);
         }
     }
 
     if (applyApiKind(h) != 0) {
         h->project.reset();
-        return setHandleError(h, ZELK_E_MODEL_CONTENT, QStringLiteral("Cannot load the project: Unknown acquisition type"));
+        return fail(h, msg::UnknownAcquisitionType);
     }
-    logToHandle(h, QStringLiteral("Model loaded from '%1' (%2 API)")
-                       .arg(fileName, h->lineScan ? QStringLiteral("line-scan") : QStringLiteral("snapshot")));
+    logToHandle(h, msg::modelLoaded(fileName, h->lineScan));
 
     if (h->correctionEnabled) {
         h->darkRef.clear();
@@ -156,7 +137,7 @@ int loadModel(ZelkHandle* h, const QString& fileName)
     h->project->processingSetup = processingSetupOf(h);
 
     if (h->project->images.empty())
-        return -1;
+        return failWithoutText(ZELK_E_FAILED); // the text stays the log line of the load
     if (const ZelkImage* image = h->project->images.front().get())
         takeGeometry(h, *image);
     return 0;
@@ -166,9 +147,9 @@ int loadModel(ZelkHandle* h, const QString& fileName)
 
 extern "C" ZELK_API int zelk_LoadModel(ZelkHandle* h, const char* fileName)
 {
-    if (!h)
-        return nullHandle("zelk_LoadModel");
-    if (!fileName)
-        return setHandleError(h, ZELK_E_NULL_POINTER, QStringLiteral("zelk_LoadModel: Passing NULL pointer to a filename."));
-    return guarded<int>(h, "zelk_LoadModel", InternalErrorCode, [&] { return loadModel(h, QString::fromLatin1(fileName)); });
+    return exported("zelk_LoadModel", h, [&] {
+        if (!fileName)
+            return fail(h, msg::NullFileName);
+        return loadModel(h, QString::fromLatin1(fileName));
+    });
 }

@@ -5,9 +5,8 @@
 
 #include "classify/classifier.h"
 #include "classify/regressor.h"
-#include "runtime/boundary.h"
+#include "runtime/export.h"
 #include "runtime/handle.h"
-#include "runtime/report.h"
 #include "segment/segmenter.h"
 
 #include <algorithm>
@@ -17,11 +16,6 @@ namespace {
 // The largest class index that a record has a counter for.
 constexpr unsigned MaxClassIndex = ObjectClassSlots - 1;
 
-QString text(const char* function, const char* what)
-{
-    return QStringLiteral("%1: %2").arg(QLatin1String(function), QLatin1String(what));
-}
-
 // Records that can be read: objCount, but no more than the handle holds. A frame that
 // finished more objects than that reports the full count and keeps only the first ones.
 int readableObjects(const ZelkHandle* h)
@@ -29,15 +23,14 @@ int readableObjects(const ZelkHandle* h)
     return std::min(h->objCount, int(h->objects.size() / ObjectRecordInts));
 }
 
-// 0 when `index` names a readable record; otherwise the handle error -161 in the text
-// of `function`, which gives the last valid index and the one asked for.
-int checkObjectIndex(ZelkHandle* h, const char* function, int index)
+// 0 when `index` names a readable record; otherwise -161, with the last valid index
+// and the one asked for.
+int checkObjectIndex(ZelkHandle* h, int index)
 {
     const int count = readableObjects(h);
     if (index >= 0 && index < count)
         return 0;
-    return setHandleError(h, ZELK_E_OBJECT_INDEX, QStringLiteral("%1: Object index out of bounds (0..%2 got %3)")
-                                       .arg(QLatin1String(function)).arg(count - 1).arg(index));
+    return fail(h, msg::objectIndex(count - 1, index));
 }
 
 const qint32* record(const ZelkHandle* h, int index)
@@ -48,27 +41,25 @@ const qint32* record(const ZelkHandle* h, int index)
 // Index, mode and class checks shared by the two class calls; 0 or the failing code.
 // The class counters exist in 'All foreground' mode only, which needs the segmenter of
 // a running acquisition.
-int checkClassEntry(ZelkHandle* h, const char* function, int index, unsigned classIndex)
+int checkClassEntry(ZelkHandle* h, int index, unsigned classIndex)
 {
-    if (const int code = checkObjectIndex(h, function, index))
+    if (const int code = checkObjectIndex(h, index))
         return code;
-    if (!h->segmenter || h->segmenter->objMask != 2)
-        return setHandleError(h, ZELK_E_NOT_ALL_FOREGROUND, text(function, "Segmentation not set to required 'All foreground' mode."));
+    if (!h->segmenter || h->segmenter->mask() != ObjectMask::AllForeground)
+        return fail(h, msg::NotAllForeground);
     if (classIndex > MaxClassIndex)
-        // The message shows the object index, not the class index.
-        return setHandleError(h, ZELK_E_CLASS_INDEX, QStringLiteral("%1: Class index out of bounds (0..20, got %2)")
-                                           .arg(QLatin1String(function)).arg(index));
+        return fail(h, msg::classIndex(index));
     return 0;
 }
 
 // The vocabulary calls describe the decisions of the project's classifier: 0 when
-// there is one, otherwise the handle error -103 or -104 in the text of `function`.
-int checkClassifier(ZelkHandle* h, const char* function)
+// there is one, otherwise -103 or -104.
+int checkClassifier(ZelkHandle* h)
 {
     if (!h->project)
-        return noProject(h, function);
+        return fail(h, msg::NoProject);
     if (!h->project->classifier)
-        return noClassifier(h, function);
+        return fail(h, msg::NoClassifier);
     return 0;
 }
 
@@ -82,24 +73,77 @@ const quint8* lastDecisionRow(const ZelkHandle* h)
     return image->constScanLine(h->ringLast);
 }
 
+// The output of variable `varIndex` over the last frame, the pixels outside the
+// foreground set to `maskValue` when `mask` is 1; null after a report.
+float* frameRegOutputVar(ZelkHandle* h, int varIndex, int mask, float maskValue)
+{
+    if (!h->lineScan) {
+        fail(h, msg::LineScanExpected);
+        return nullptr;
+    }
+    if (!h->project) {
+        fail(h, msg::NoProject);
+        return nullptr;
+    }
+    // The index is checked against the loaded regressor; without one there is no
+    // variable.
+    const ZelkRegressor* regressor = h->project->regressor.get();
+    const int variables = regressor ? regressor->regVarNames.size() : 0;
+    if (varIndex < 0 || varIndex >= variables) {
+        fail(h, msg::VariableIndex);
+        return nullptr;
+    }
+    if (mask == 1 && !h->segmentationEnabled) {
+        fail(h, msg::MaskWithoutSegmentation);
+        return nullptr;
+    }
+    // The outputs are those of the last start, sized for its regressor and width:
+    // before the first start, or after a new model, there are none to read.
+    const int width = h->inputWidth;
+    const bool outputsExist = varIndex < h->regVarCount && width >= 0 && h->regVarLine.size() >= size_t(width)
+                              && h->regOutput.size() >= size_t(width) * size_t(h->regVarCount);
+    if (!outputsExist) {
+        fail(h, msg::NoRegressionOutput);
+        return nullptr;
+    }
+    const float* output = h->regOutput.data();
+    float* line = h->regVarLine.data();
+    const size_t stride = size_t(h->regVarCount);
+    if (mask == 0) {
+        for (int i = 0; i < width; ++i)
+            line[i] = output[size_t(i) * stride + size_t(varIndex)];
+        return line;
+    }
+    // Masking reads the foreground flags of the running segmentation.
+    const quint8* foreground = h->segmenter ? h->segmenter->foregroundTable() : nullptr;
+    if (!foreground) {
+        fail(h, msg::MaskWithoutSegmentation);
+        return nullptr;
+    }
+    const quint8* decisions = lastDecisionRow(h);
+    if (!decisions) {
+        fail(h, msg::NoDecisionImage);
+        return nullptr;
+    }
+    for (int i = 0; i < width; ++i)
+        line[i] = foreground[decisions[i]] ? output[size_t(i) * stride + size_t(varIndex)] : maskValue;
+    return line;
+}
+
 } // namespace
 
 extern "C" ZELK_API int zelk_GetObjCount(ZelkHandle* h)
 {
-    if (!h)
-        return nullHandle("zelk_GetObjCount");
-    return h->objCount;
+    return exported("zelk_GetObjCount", h, [&] { return h->objCount; });
 }
 
 extern "C" ZELK_API int zelk_GetObjDataInt(ZelkHandle* h, int index, int** out)
 {
-    if (!h)
-        return nullHandle("zelk_GetObjCount"); // deliberate: callers know the text by this name
-    return guarded<int>(h, "zelk_GetObjDataInt", InternalErrorCode, [&] {
-        if (const int code = checkObjectIndex(h, "zelk_GetObjDataInt", index))
+    return exported(msg::GetObjDataInt, h, [&] {
+        if (const int code = checkObjectIndex(h, index))
             return code;
         if (!out)
-            return setHandleError(h, ZELK_E_NULL_POINTER, QStringLiteral("zelk_GetObjDataInt: Passing NULL pointer."));
+            return fail(h, msg::NullPointer);
         *out = h->objects.data() + size_t(index) * ObjectRecordInts;
         return 0;
     });
@@ -107,10 +151,8 @@ extern "C" ZELK_API int zelk_GetObjDataInt(ZelkHandle* h, int index, int** out)
 
 extern "C" ZELK_API int zelk_GetObjDataClassSize(ZelkHandle* h, int index, unsigned classIndex)
 {
-    if (!h)
-        return nullHandle("zelk_GetObjDataClassSize");
-    return guarded<int>(h, "zelk_GetObjDataClassSize", InternalErrorCode, [&] {
-        if (const int code = checkClassEntry(h, "zelk_GetObjDataClassSize", index, classIndex))
+    return exported("zelk_GetObjDataClassSize", h, [&] {
+        if (const int code = checkClassEntry(h, index, classIndex))
             return code;
         return int(record(h, index)[objectfield::ClassSizes + classIndex]);
     });
@@ -118,10 +160,8 @@ extern "C" ZELK_API int zelk_GetObjDataClassSize(ZelkHandle* h, int index, unsig
 
 extern "C" ZELK_API float zelk_GetObjDataClassFrac(ZelkHandle* h, int index, unsigned classIndex)
 {
-    if (!h)
-        return float(nullHandle("zelk_GetObjDataClassSize")); // deliberate: callers know the text by this name
-    return guarded<float>(h, "zelk_GetObjDataClassFrac", float(InternalErrorCode), [&] {
-        if (const int code = checkClassEntry(h, "zelk_GetObjDataClassFrac", index, classIndex))
+    return exported(msg::GetObjDataClassFrac, h, [&] {
+        if (const int code = checkClassEntry(h, index, classIndex))
             return float(code);
         const qint32* r = record(h, index);
         const qint32 pixels = r[objectfield::PixelCount];
@@ -133,10 +173,8 @@ extern "C" ZELK_API float zelk_GetObjDataClassFrac(ZelkHandle* h, int index, uns
 
 extern "C" ZELK_API int zelk_GetObjDataRegOutput(ZelkHandle* h, int index, float** out)
 {
-    if (!h)
-        return nullHandle("zelk_GetObjDataRegOut"); // deliberate: callers know the text by this name
-    return guarded<int>(h, "zelk_GetObjDataRegOutput", InternalErrorCode, [&] {
-        if (const int code = checkObjectIndex(h, "zelk_GetObjDataRegOut", index))
+    return exported(msg::GetObjDataRegOutput, h, [&] {
+        if (const int code = checkObjectIndex(h, index))
             return code;
         // The means are the segmenter's own table. Between runs the handle no longer
         // borrows the segmenter, and the project's one still holds the last run's means.
@@ -146,9 +184,9 @@ extern "C" ZELK_API int zelk_GetObjDataRegOutput(ZelkHandle* h, int index, float
         const float* means = segmenter ? segmenter->objectMeans() : nullptr;
         // Rows of the table are valuesPerPixel long; the caller reads regVarCount of them.
         if (!means || h->regVarCount < 1 || segmenter->valuesPerPixel() != h->regVarCount)
-            return setHandleError(h, ZELK_E_MASK_WITHOUT_SEGMENTATION, QStringLiteral("zelk_GetObjDataRegOut: No regression outputs of objects (regression with segmentation needed)"));
+            return fail(h, msg::NoObjectRegOutputs);
         if (!out)
-            return setHandleError(h, ZELK_E_NULL_POINTER, QStringLiteral("zelk_GetObjDataRegOut: Passing NULL pointer."));
+            return fail(h, msg::NullPointer);
         *out = const_cast<float*>(means) + size_t(index) * size_t(h->regVarCount);
         return 0;
     });
@@ -156,17 +194,13 @@ extern "C" ZELK_API int zelk_GetObjDataRegOutput(ZelkHandle* h, int index, float
 
 extern "C" ZELK_API unsigned char* zelk_GetFrameDecisions(ZelkHandle* h)
 {
-    if (!h) {
-        nullHandle("zelk_GetFrameDecisions");
-        return nullptr;
-    }
-    return guarded<unsigned char*>(h, "zelk_GetFrameDecisions", nullptr, [&]() -> unsigned char* {
+    return exported("zelk_GetFrameDecisions", h, [&]() -> unsigned char* {
         if (!h->lineScan) {
-            setHandleError(h, ZELK_E_LINE_SCAN_EXPECTED, QStringLiteral("zelk_GetFrameDecisions: Line-scan project type expected, got snapshot."));
+            fail(h, msg::LineScanExpected);
             return nullptr;
         }
         if (!lastDecisionRow(h)) {
-            setHandleError(h, ZELK_E_NO_DECISION_IMAGE, QStringLiteral("zelk_GetFrameDecisions: Label image does not exist."));
+            fail(h, msg::NoDecisionImage);
             return nullptr;
         }
         return h->labelImage->scanLine(h->ringLast);
@@ -175,13 +209,9 @@ extern "C" ZELK_API unsigned char* zelk_GetFrameDecisions(ZelkHandle* h)
 
 extern "C" ZELK_API unsigned char* zelk_GetCubeDecisions(ZelkHandle* h)
 {
-    if (!h) {
-        nullHandle("zelk_GetCubeDecisions");
-        return nullptr;
-    }
-    return guarded<unsigned char*>(h, "zelk_GetCubeDecisions", nullptr, [&]() -> unsigned char* {
+    return exported("zelk_GetCubeDecisions", h, [&]() -> unsigned char* {
         if (h->lineScan) {
-            setHandleError(h, ZELK_E_SNAPSHOT_EXPECTED, QStringLiteral("zelk_GetCubeDecisions: Snapshot project type expected, got linescan"));
+            fail(h, msg::SnapshotExpected);
             return nullptr;
         }
         // Null before the first start, and when the buffer was made for a smaller cube
@@ -195,72 +225,13 @@ extern "C" ZELK_API unsigned char* zelk_GetCubeDecisions(ZelkHandle* h)
 
 extern "C" ZELK_API float* zelk_GetFrameRegOutputVar(ZelkHandle* h, int varIndex, int mask, float maskValue)
 {
-    static const char* const function = "zelk_GetFrameRegOutputVar";
-    if (!h) {
-        nullHandle(function);
-        return nullptr;
-    }
-    return guarded<float*>(h, function, nullptr, [&]() -> float* {
-        if (!h->lineScan) {
-            setHandleError(h, ZELK_E_LINE_SCAN_EXPECTED, text(function, "Line-scan project type expected, got snapshot."));
-            return nullptr;
-        }
-        if (!h->project) {
-            noProject(h, function);
-            return nullptr;
-        }
-        // The index is checked against the loaded regressor; without one there is no
-        // variable.
-        const ZelkRegressor* regressor = h->project->regressor.get();
-        const int variables = regressor ? regressor->regVarNames.size() : 0;
-        if (varIndex < 0 || varIndex >= variables) {
-            setHandleError(h, ZELK_E_VARIABLE_INDEX, text(function, "Variable index out of bounds"));
-            return nullptr;
-        }
-        if (mask == 1 && !h->segmentationEnabled) {
-            setHandleError(h, ZELK_E_MASK_WITHOUT_SEGMENTATION, text(function, "Masking cannot be used as segmentation is not enabled"));
-            return nullptr;
-        }
-        // The outputs are those of the last start, sized for its regressor and width:
-        // before the first start, or after a new model, there are none to read.
-        const int width = h->inputWidth;
-        const bool outputsExist = varIndex < h->regVarCount && width >= 0 && h->regVarLine.size() >= size_t(width)
-                                  && h->regOutput.size() >= size_t(width) * size_t(h->regVarCount);
-        if (!outputsExist) {
-            setHandleError(h, ZELK_E_NO_REGRESSION_OUTPUT, text(function, "No regression output yet. Start the acquisition first."));
-            return nullptr;
-        }
-        const float* output = h->regOutput.data();
-        float* line = h->regVarLine.data();
-        const size_t stride = size_t(h->regVarCount);
-        if (mask == 0) {
-            for (int i = 0; i < width; ++i)
-                line[i] = output[size_t(i) * stride + size_t(varIndex)];
-            return line;
-        }
-        // Masking reads the foreground flags of the running segmentation.
-        const quint8* foreground = h->segmenter ? h->segmenter->foregroundTable() : nullptr;
-        if (!foreground) {
-            setHandleError(h, ZELK_E_MASK_WITHOUT_SEGMENTATION, text(function, "Masking cannot be used as segmentation is not enabled"));
-            return nullptr;
-        }
-        const quint8* decisions = lastDecisionRow(h);
-        if (!decisions) {
-            setHandleError(h, ZELK_E_NO_DECISION_IMAGE, text(function, "Label image does not exist."));
-            return nullptr;
-        }
-        for (int i = 0; i < width; ++i)
-            line[i] = foreground[decisions[i]] ? output[size_t(i) * stride + size_t(varIndex)] : maskValue;
-        return line;
-    });
+    return exported("zelk_GetFrameRegOutputVar", h, [&] { return frameRegOutputVar(h, varIndex, mask, maskValue); });
 }
 
 extern "C" ZELK_API int zelk_GetDecCount(ZelkHandle* h)
 {
-    if (!h)
-        return nullHandle("zelk_GetDecCount");
-    return guarded<int>(h, "zelk_GetDecCount", InternalErrorCode, [&] {
-        if (const int code = checkClassifier(h, "zelk_GetDecCount"))
+    return exported("zelk_GetDecCount", h, [&] {
+        if (const int code = checkClassifier(h))
             return code;
         return h->project->classifier->decisionCount();
     });
@@ -268,16 +239,12 @@ extern "C" ZELK_API int zelk_GetDecCount(ZelkHandle* h)
 
 extern "C" ZELK_API const char* zelk_GetDecName(ZelkHandle* h, int index)
 {
-    if (!h) {
-        nullHandle("zelk_GetDecName");
-        return nullptr;
-    }
-    return guarded<const char*>(h, "zelk_GetDecName", nullptr, [&]() -> const char* {
-        if (checkClassifier(h, "zelk_GetDecName"))
+    return exported("zelk_GetDecName", h, [&]() -> const char* {
+        if (checkClassifier(h))
             return nullptr;
         const ZelkClassifier* classifier = h->project->classifier.get();
         if (index < 0 || index >= classifier->decisionCount()) {
-            setHandleError(h, ZELK_E_DECISION_INDEX, QStringLiteral("zelk_GetDecName: Decision index out of bounds"));
+            fail(h, msg::DecisionIndex);
             return nullptr;
         }
         logToHandle(h, classifier->decisionName(index));
@@ -287,16 +254,14 @@ extern "C" ZELK_API const char* zelk_GetDecName(ZelkHandle* h, int index)
 
 extern "C" ZELK_API int zelk_GetDecColor(ZelkHandle* h, int index, unsigned char* r, unsigned char* g, unsigned char* b)
 {
-    if (!h)
-        return nullHandle("zelk_GetDecColor");
-    return guarded<int>(h, "zelk_GetDecColor", InternalErrorCode, [&] {
-        if (const int code = checkClassifier(h, "zelk_GetDecColor"))
+    return exported("zelk_GetDecColor", h, [&] {
+        if (const int code = checkClassifier(h))
             return code;
         const ZelkClassifier* classifier = h->project->classifier.get();
         if (index < 0 || index >= classifier->decisionCount())
-            return setHandleError(h, ZELK_E_DECISION_INDEX, QStringLiteral("zelk_GetDecColor: Decision index out of bounds"));
+            return fail(h, msg::DecisionIndex);
         if (!r || !g || !b)
-            return setHandleError(h, ZELK_E_NULL_POINTER, QStringLiteral("zelk_GetDecColor: Passing NULL pointer."));
+            return fail(h, msg::NullPointer);
         // The rejected decision has a fixed orange; the classes take their colour from
         // the classifier's table as 0xRRGGBB. A table too short for a class gives black.
         quint32 colour = 0xFFAA00u;
@@ -311,33 +276,29 @@ extern "C" ZELK_API int zelk_GetDecColor(ZelkHandle* h, int index, unsigned char
 
 extern "C" ZELK_API int zelk_GetRegVarCount(ZelkHandle* h)
 {
-    if (!h)
-        return nullHandle("zelk_GetRegVarCount");
-    if (!h->project)
-        return setHandleError(h, ZELK_E_NO_PROJECT, QStringLiteral("zelk_GetRegVarCount: Project not loaded."));
-    const ZelkRegressor* regressor = h->project->regressor.get();
-    return regressor ? regressor->regVarNames.size() : 0;
+    return exported("zelk_GetRegVarCount", h, [&] {
+        if (!h->project)
+            return fail(h, msg::NoProject);
+        const ZelkRegressor* regressor = h->project->regressor.get();
+        return regressor ? regressor->regVarNames.size() : 0;
+    });
 }
 
 extern "C" ZELK_API const char* zelk_GetRegVarName(ZelkHandle* h, int index)
 {
-    if (!h) {
-        nullHandle("zelk_GetRegVarName");
-        return nullptr;
-    }
-    return guarded<const char*>(h, "zelk_GetRegVarName", nullptr, [&]() -> const char* {
+    return exported("zelk_GetRegVarName", h, [&]() -> const char* {
         if (!h->project) {
-            setHandleError(h, ZELK_E_NO_PROJECT, QStringLiteral("zelk_GetRegVarName: Project not loaded."));
+            fail(h, msg::NoProject);
             return nullptr;
         }
         const ZelkRegressor* regressor = h->project->regressor.get();
         if (!regressor) {
             // Reported in the process-wide pair; the handle's error stays as it was.
-            setGlobalError(ZELK_E_NO_REGRESSOR, QStringLiteral("zelk_GetRegVarName: Passing NULL pointer."));
+            failGlobal(msg::NoRegressor);
             return nullptr;
         }
         if (index < 0 || index >= regressor->regVarNames.size()) {
-            setHandleError(h, ZELK_E_NAME_INDEX, QStringLiteral("zelk_GetRegVarName: Variable index out of bounds (%1)").arg(index));
+            fail(h, msg::variableIndex(index));
             return nullptr;
         }
         logToHandle(h, regressor->regVarNames.at(index));

@@ -7,41 +7,28 @@
 #include "classify/classifier.h"
 #include "classify/regressor.h"
 #include "compute/backend.h"
+#include "model/processing_setup.h"
 #include "runtime/acquisition.h"
-#include "runtime/boundary.h"
+#include "runtime/export.h"
 #include "runtime/handle.h"
-#include "runtime/report.h"
 #include "segment/segmenter.h"
 
-
 namespace {
-
-const char* const overflowText = "zelk_ProcessFrame: Max number of objects per frame reached";
-
-int frameFailure(ZelkHandle* h, const QString& reason)
-{
-    return setHandleError(h, InternalErrorCode, QStringLiteral("zelk_ProcessFrame: %1").arg(reason));
-}
-
-int unsupportedType(ZelkHandle* h)
-{
-    return setHandleError(h, ZELK_E_DATA_FORMAT, QStringLiteral("zelk_ProcessFrame: Unsupported data type."));
-}
 
 // The checks of a BIP frame, which the regressor cannot take: it needs the pixels of a
 // band side by side, as BIL frames hold them.
 int refuseBip(ZelkHandle* h)
 {
-    if (h->inputDataType != 2)
-        return unsupportedType(h);
+    if (h->inputDataType != DataFloat)
+        return fail(h, msg::UnsupportedDataType);
     if (h->correctionEnabled)
-        return setHandleError(h, ZELK_E_BIP_CORRECTION, QStringLiteral("zelk_ProcessFrame: Correction not supported for the BIP frame layout type"));
-    return setHandleError(h, ZELK_E_DATA_FORMAT, QStringLiteral("zelk_ProcessFrame: Regression needs frames in the BIL layout."));
+        return fail(h, msg::BipCorrection);
+    return fail(h, msg::RegressionNeedsBil);
 }
 
 int refuseLayout(ZelkHandle* h)
 {
-    return setHandleError(h, ZELK_E_DATA_FORMAT, QStringLiteral("zelk_ProcessFrame: Unsupported data layout (%1).").arg(h->inputDataLayout));
+    return fail(h, msg::unsupportedFrameLayout(h->inputDataLayout));
 }
 
 bool perPixelCorrection(const ZelkHandle* h)
@@ -53,7 +40,7 @@ bool perPixelCorrection(const ZelkHandle* h)
 // after resampling, else the camera's.
 int chainBands(const ZelkHandle* h)
 {
-    if (h->project->processingSetup == 9)
+    if (framePathOf(h->project->processingSetup) == FramePath::Resampling)
         return h->resampler ? h->resampler->destBands : -1;
     return h->inputBands;
 }
@@ -69,17 +56,17 @@ int checkRun(ZelkHandle* h, int bands)
     const qint64 width = h->inputWidth, samples = width * bands;
     if (!c || !c->kernel || !r || width <= 0 || bands <= 0 || c->frameWidth != width || !h->labelImage
         || h->labelImage->width() != width)
-        return frameFailure(h, QStringLiteral("Frame width changed during acquisition."));
+        return fail(h, msg::FrameWidthChanged);
     if (h->ringNext < 0 || h->ringNext >= h->labelImage->height())
-        return frameFailure(h, QStringLiteral("The decision image holds no ring of rows."));
+        return fail(h, msg::NoRing);
     if (qint64(h->regFrame.size()) != samples || h->regVarCount != r->regVarNames.size()
         || qint64(h->regOutput.size()) != width * h->regVarCount)
-        return frameFailure(h, QStringLiteral("Frames of %1 pixels and %2 bands were not prepared at the start.").arg(width).arg(bands));
+        return fail(h, msg::framesNotPrepared(width, bands));
     if (perPixelCorrection(h) && (h->darkRef.size() != samples || h->gainRef.size() != samples))
-        return setHandleError(h, ZELK_E_CORRECTION_INFO, QStringLiteral("zelk_ProcessFrame: Invalid correction information"));
+        return fail(h, msg::CorrectionInfo);
     ZelkSegmenter* s = h->segmentationEnabled ? h->segmenter : nullptr;
     if (s && (s->width() != width || s->valuesPerPixel() != h->regVarCount))
-        return frameFailure(h, QStringLiteral("Segmentation was not prepared for the regression outputs."));
+        return fail(h, msg::SegmentationNotPrepared);
     return 0;
 }
 
@@ -104,19 +91,19 @@ int runChain(ZelkHandle* h, int bands)
     block.pixels = h->inputWidth;
     block.bands = bands;
     if (!c.kernel->classifySamples(block, h->labelImage->scanLine(h->ringNext)))
-        return frameFailure(h, QStringLiteral("Frame does not fit the classifier (%1 bands)").arg(bands));
+        return fail(h, msg::frameMisfit(bands));
 
     h->objCount = 0;
     if (!p.regressor->predictFrame(h->regFrame.data(), h->inputWidth, bands, h->regOutput.data()))
-        return frameFailure(h, QStringLiteral("Frame does not fit the regressor (%1 bands)").arg(bands));
+        return fail(h, msg::regressorMisfit(bands));
     if (!h->segmentationEnabled || !h->segmenter)
         return 0;
     const quint8* row = h->labelImage->constScanLine(h->ringNext);
     const int tracked = h->regVarCount == 1 ? h->segmenter->trackValue(row, h->regOutput.data())
                                             : h->segmenter->trackValues(row, h->regOutput.data());
     if (tracked != 0)
-        return tracked;
-    return reportObjects(h, true, overflowText);
+        return failWithoutText(tracked); // the tracker reports no text of its own
+    return reportObjects(h, true, msg::TooManyObjectsInFrame);
 }
 
 } // namespace
@@ -125,8 +112,8 @@ bool regressionFrames(const ZelkHandle* h)
 {
     if (!h->lineScan || !h->project)
         return false;
-    const int setup = h->project->processingSetup;
-    return setup == 3 || setup == 7 || setup == 9;
+    const FramePath path = framePathOf(h->project->processingSetup);
+    return path == FramePath::Regression || path == FramePath::Resampling;
 }
 
 int prepareFrameVariant(ZelkHandle* h)
@@ -138,23 +125,22 @@ int prepareFrameVariant(ZelkHandle* h)
     }
     ZelkProject& p = *h->project;
     const int width = h->inputWidth;
-    const bool resampling = p.processingSetup == 9;
+    const bool resampling = framePathOf(p.processingSetup) == FramePath::Resampling;
     QString why;
     if (resampling) {
         ZelkResampler* r = h->resampler.get();
         if (!r || !r->resamplerReady || r->width != width || r->sourceBands != h->inputBands)
-            return setHandleError(h, ZELK_E_RESAMPLING, QStringLiteral("zelk_StartAcquisition: Resampling does not fit the frames "
-                                                          "(%1 pixels of %2 bands).").arg(width).arg(h->inputBands));
+            return fail(h, msg::resamplingMisfit(width, h->inputBands));
         if (!r->prepareFrames(&why))
-            return setHandleError(h, ZELK_E_RESAMPLING, QStringLiteral("zelk_StartAcquisition: Resampling cannot run (%1).").arg(why));
+            return fail(h, msg::resamplingCannotStart(why));
     }
     const int bands = chainBands(h);
-    why = QStringLiteral("no regression model");
+    why = msg::NoRegressionModel;
     if (!p.regressor || !p.regressor->prepareFrames(width, bands, &why))
-        return setHandleError(h, ZELK_E_REGRESSION, QStringLiteral("zelk_StartAcquisition: Regression model cannot run (%1).").arg(why));
+        return fail(h, msg::regressionCannotRun(why));
     const qint64 samples = qint64(width) * bands;
     if (perPixelCorrection(h) && (h->darkRef.size() != samples || h->gainRef.size() != samples))
-        return setHandleError(h, ZELK_E_CORRECTION_INFO, QStringLiteral("Invalid correction information"));
+        return fail(h, msg::CorrectionInfoUnnamed);
     h->regFrame.assign(size_t(samples), 0.0f);
     h->resampledFrame.assign(resampling ? size_t(samples) : 0, 0);
     return 0;
@@ -162,45 +148,45 @@ int prepareFrameVariant(ZelkHandle* h)
 
 int regressFrame(ZelkHandle* h, const void* frame)
 {
-    if (h->inputDataLayout == 1)
+    if (h->inputDataLayout == LayoutBIP)
         return refuseBip(h);
-    if (h->inputDataLayout != 2)
+    if (h->inputDataLayout != LayoutBIL)
         return refuseLayout(h);
-    if (h->inputDataType != 1 && h->inputDataType != 2)
-        return unsupportedType(h);
+    if (h->inputDataType != DataUInt16 && h->inputDataType != DataFloat)
+        return fail(h, msg::UnsupportedDataType);
     const int bands = chainBands(h);
     if (const int refused = checkRun(h, bands))
         return refused;
     const qint64 n = qint64(h->inputWidth) * bands;
-    correctFrame(h, frame, h->inputDataType == 1 ? compute::SampleType::U16 : compute::SampleType::F32, n,
+    correctFrame(h, frame, h->inputDataType == DataUInt16 ? compute::SampleType::U16 : compute::SampleType::F32, n,
                  h->regFrame.data());
     return runChain(h, bands);
 }
 
 int resampleFrame(ZelkHandle* h, const void* frame)
 {
-    if (h->inputDataLayout == 1)
+    if (h->inputDataLayout == LayoutBIP)
         return refuseBip(h);
-    if (h->inputDataLayout != 2)
+    if (h->inputDataLayout != LayoutBIL)
         return refuseLayout(h);
-    if (h->inputDataType == 2)
-        return -1; // float frames are not resampled; nothing is written
-    if (h->inputDataType != 1)
-        return unsupportedType(h);
+    if (h->inputDataType == DataFloat)
+        return failWithoutText(ZELK_E_FAILED); // float frames are not resampled; nothing is written
+    if (h->inputDataType != DataUInt16)
+        return fail(h, msg::UnsupportedDataType);
     ZelkResampler* r = h->resampler.get();
     const int bands = chainBands(h);
     if (!r || !r->resamplerReady || r->width != h->inputWidth || r->sourceBands != h->inputBands
         || qint64(h->resampledFrame.size()) != qint64(h->inputWidth) * bands)
-        return frameFailure(h, QStringLiteral("The resampler does not fit the frames."));
+        return fail(h, msg::ResamplerMisfit);
     if (const int refused = checkRun(h, bands))
         return refused;
     // A resampler set during the run gets its kernel with its first frame, on the run's
     // device, which stays selected for the rest of the run.
     QString why;
     if (!r->framesPrepared() && !(compute::selectDevice(h->device) && r->prepareFrames(&why)))
-        return frameFailure(h, QStringLiteral("Resampling cannot run (%1).").arg(why));
+        return fail(h, msg::resamplingCannotRun(why));
     if (!r->resampleFrame(static_cast<const quint16*>(frame), h->resampledFrame.data()))
-        return frameFailure(h, QStringLiteral("The compute device failed to resample the frame."));
+        return fail(h, msg::ResamplingFailed);
     correctFrame(h, h->resampledFrame.data(), compute::SampleType::U16, qint64(h->inputWidth) * bands, h->regFrame.data());
     return runChain(h, bands);
 }

@@ -68,17 +68,43 @@ void clearGlobalErrorMessage()
     globalMessage[0] = '\0';
 }
 
-int nullHandle(const char* function)
-{
-    return setGlobalError(ZELK_E_NULL_POINTER, QStringLiteral("%1: Passing NULL pointer.").arg(QLatin1String(function)));
+namespace {
+thread_local const char* runningName = nullptr;
 }
 
-int noProject(ZelkHandle* h, const char* function)
+RunningCall::RunningCall(const char* textName) : outer(runningName)
 {
-    return setHandleError(h, ZELK_E_NO_PROJECT, QStringLiteral("%1: Project not loaded.").arg(QLatin1String(function)));
+    runningName = textName;
 }
 
-int noClassifier(ZelkHandle* h, const char* function)
+RunningCall::~RunningCall()
 {
-    return setHandleError(h, ZELK_E_NO_CLASSIFIER, QStringLiteral("%1: Classifier model not loaded.").arg(QLatin1String(function)));
+    runningName = outer;
+}
+
+const char* RunningCall::name()
+{
+    return runningName;
+}
+
+QString spelled(const Text& t, const char* name)
+{
+    if (t.naming == Naming::Unnamed || !name)
+        return t.text;
+    return QString::fromLatin1(name) + QStringLiteral(": ") + t.text;
+}
+
+int fail(ZelkHandle* h, const Text& t)
+{
+    return setHandleError(h, t.code, spelled(t));
+}
+
+int failGlobal(const Text& t)
+{
+    return setGlobalError(t.code, spelled(t));
+}
+
+int failUnder(const char* name, ZelkHandle* h, const Text& t)
+{
+    return setHandleError(h, t.code, spelled(t, name));
 }

@@ -1,6 +1,8 @@
 #pragma once
-// The three operations through which the runtime reports. Each error setter returns
-// the code, so that a failing check is one line.
+// The operations through which the runtime reports. Each failure returns its code, so
+// that a failing check is one line: `return fail(h, msg::WidthNotPositive);`.
+
+#include "runtime/messages.h"
 
 #include <QString>
 
@@ -10,11 +12,37 @@ int setHandleError(ZelkHandle* h, int code, const QString& text);
 int setGlobalError(int code, const QString& text);
 void logToHandle(ZelkHandle* h, const QString& text);
 
-// The common refusals: "<function>: Passing NULL pointer." to the global pair, and
-// "<function>: Project not loaded." or ": Classifier model not loaded." to the handle.
-int nullHandle(const char* function);
-int noProject(ZelkHandle* h, const char* function);
-int noClassifier(ZelkHandle* h, const char* function);
+// The exported call that runs on this thread, set by `exported` (export.h) for the
+// length of the call. Its name goes in front of the texts its body reports. Calls nest
+// (the acquisition start asks zelk_GetInputDataType), so the outer name comes back.
+class RunningCall {
+public:
+    explicit RunningCall(const char* textName);
+    ~RunningCall();
+    RunningCall(const RunningCall&) = delete;
+    RunningCall& operator=(const RunningCall&) = delete;
+    static const char* name();
+
+private:
+    const char* outer;
+};
+
+// The text as it is reported: after "<name>: " unless it is Unnamed.
+QString spelled(const Text& t, const char* name = RunningCall::name());
+
+// Code and text into the handle's pair, or into the process-wide one.
+int fail(ZelkHandle* h, const Text& t);
+int failGlobal(const Text& t);
+// Under the name of another call than the running one (see msg's deliberate names).
+int failUnder(const char* name, ZelkHandle* h, const Text& t);
+
+// A failure that returns its code and stores no text, leaving the handle's code and text
+// as the last report left them. Those calls have always answered so: their callers read
+// the returned code alone, and some read the earlier text after them.
+inline int failWithoutText(int code)
+{
+    return code;
+}
 
 // Writes `text` into a buffer of `capacity` bytes in the local 8-bit encoding. A text
 // of capacity - 1 characters or more is not stored and the older content stays.

@@ -255,7 +255,7 @@ int ZelkSegmenter::prepareSegmenter(bool streaming, int width, int valuesPerPixe
                 }
             };
             ensure(labelRows_);
-            if (objMask == 2)
+            if (mask() == ObjectMask::AllForeground)
                 ensure(flagRows_);
             for (std::vector<qint32>& row : labelRows_)
                 std::fill(row.begin(), row.end(), 0);

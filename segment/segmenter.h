@@ -19,6 +19,13 @@
 #include <memory>
 #include <vector>
 
+// How the foreground pixels of a row or image form objects: the definition's objMask.
+// Any other value forms no objects at all.
+enum class ObjectMask : qint32 {
+    EachDecision = 1,  // neighbours of the same decision form an object
+    AllForeground = 2, // neighbouring foreground pixels of any decision form one, counted per class
+};
+
 class ZelkSegmenter : public QObject {
     Q_OBJECT
 public:
@@ -63,6 +70,7 @@ public:
     bool useUnknown() const { return useUnknown_; }
     const QVector<quint8>* foregroundVec() const { return foregroundVec_.get(); }
     bool isCompiled() const { return compiled_; }
+    ObjectMask mask() const { return ObjectMask(objMask); }
     int lastErrorCode() const { return lastErrorCode_; }
     const QString& lastErrorText() const { return lastErrorText_; }
     int backgroundIndex() const { return backgroundIndex_; }
@@ -72,7 +80,7 @@ public:
     const quint8* foregroundTable() const { return tableReady_ ? foregroundLut_.data() : nullptr; }
 
     qint32 objDecOutput = 1; // kept as read; nothing here acts on it
-    qint32 objMask = 1;      // 1: each decision forms its own objects; 2: all foreground together
+    qint32 objMask = 1;      // an ObjectMask, kept as read
     qint32 minObjSize = 50;  // smallest object in pixels
     qint32 objDecType = 1;   // 1: majority of pixels; 2: rules
     QString backgroundDecName;

@@ -403,7 +403,7 @@ int ZelkSegmenter::scanRow(const quint8* decisions, const float* values)
         return -1;
     std::swap(labelRow_, previousLabelRow_);
     std::fill_n(labelRow_, width_, 0);
-    if (byFlag && objMask == 2) {
+    if (byFlag && mask() == ObjectMask::AllForeground) {
         std::swap(flagRow_, previousFlagRow_);
         std::fill_n(flagRow_, width_, 0);
     }

@@ -364,7 +364,3 @@ public:
     int registerMosaic(const QImage& mosaic, const CameraTable& cameras);
     std::unique_ptr<ZelkSpectralCube> loadCube(const QString& directory) override;
 };
-
-// The image class that a project type reads its images with; null outside 1 to 22.
-// Type 13 reads ENVI images, although its own class exists.
-std::unique_ptr<ZelkImage> makeImage(int projectType, QObject* parent = nullptr);

@@ -7,6 +7,7 @@
 #include <climits>
 #include <cmath>
 #include <functional>
+#include <map>
 #include <gtest/gtest.h>
 #include <vector>
 
@@ -92,6 +93,37 @@ TEST(BadArguments, NullHandlesGoToTheProcessWidePair)
     }
     EXPECT_EQ(zelk_StartAcquisition(nullptr), -101);
     EXPECT_EQ(zelk_StopAcquisition(nullptr), -101);
+}
+
+TEST(BadArguments, NullHandlesAreReportedUnderEachCallsName)
+{
+    // Deliberate: these calls report a null handle under another call's name.
+    const std::map<std::string, std::string> knownAs = {
+        {"GetObjDataInt", "GetObjCount"},
+        {"GetObjDataClassFrac", "GetObjDataClassSize"},
+        {"GetObjDataRegOutput", "GetObjDataRegOut"},
+        {"GetInputDataLayout", "GetInputDataType"},
+        {"SetInputDataLayout", "SetInputDataType"},
+    };
+    TestHandle h;
+    for (const Call& c : badCalls()) {
+        if (c.name == std::string("GetErrorCode") || c.name == std::string("GetErrorMsg"))
+            continue;
+        zelk_SetInputDataLayout(h, 9); // another code and text in the process-wide pair first
+        ASSERT_EQ(zelk_GetErrorCode(nullptr), -136);
+        c.call(nullptr);
+        const auto alias = knownAs.find(c.name);
+        const std::string name = alias == knownAs.end() ? c.name : alias->second;
+        EXPECT_EQ(zelk_GetErrorCode(nullptr), -101) << c.name;
+        EXPECT_EQ(zelk_GetErrorMsg(nullptr), "zelk_" + name + ": Passing NULL pointer.") << c.name;
+    }
+    EXPECT_EQ(zelk_StartAcquisition(nullptr), -101);
+    EXPECT_STREQ(zelk_GetErrorMsg(nullptr), "zelk_StartAcquisition: Passing NULL pointer.");
+    EXPECT_EQ(zelk_StopAcquisition(nullptr), -101);
+    EXPECT_STREQ(zelk_GetErrorMsg(nullptr), "zelk_StopAcquisition: Passing NULL pointer.");
+    EXPECT_EQ(zelk_SetMinObjSize(nullptr, 1), -1); // deliberate: -1, with -101 stored
+    EXPECT_EQ(zelk_GetObjDataClassFrac(nullptr, 0, 0), -101.0f);
+    EXPECT_EQ(zelk_GetDeviceName(nullptr, 0), nullptr);
 }
 
 TEST(BadArguments, EveryStateAnswersWithACodeAndStaysUsable)

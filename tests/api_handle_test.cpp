@@ -1,6 +1,6 @@
 // Handles, the error scheme and the text buffer.
 
-#include "runtime/boundary.h"
+#include "runtime/export.h"
 #include "runtime/report.h"
 #include "test_handle.h"
 
@@ -96,4 +96,57 @@ TEST(Boundary, EscapingExceptionsBecomeAnInternalErrorCode)
     EXPECT_STREQ(zelk_GetErrorMsg(nullptr), "zelk_Other: Internal error (std::bad_alloc)");
 
     EXPECT_EQ(guarded<int>(a.h, "zelk_Fine", InternalErrorCode, [] { return 7; }), 7);
+}
+
+TEST(Boundary, AnExportFailsWithTheValueOfItsResultType)
+{
+    TestHandle a;
+    const auto thrown = [] { throw std::runtime_error("broken"); };
+    EXPECT_EQ(exported("zelk_Int", a.h, [&]() -> int { thrown(); return 0; }), -199);
+    EXPECT_EQ(exported("zelk_Float", a.h, [&]() -> float { thrown(); return 0; }), -199.0f);
+    EXPECT_EQ(exported("zelk_Pointer", a.h, [&]() -> const char* { thrown(); return ""; }), nullptr);
+    EXPECT_STREQ(zelk_GetErrorMsg(a.h), "zelk_Pointer: Internal error (broken)");
+
+    setGlobalError(-7, QStringLiteral("left over"));
+    bool ran = false;
+    EXPECT_EQ(exported("zelk_Float", nullptr, [&] { ran = true; return 1.0f; }), -101.0f);
+    EXPECT_EQ(exported("zelk_Pointer", nullptr, [&] { ran = true; return "text"; }), nullptr);
+    EXPECT_FALSE(ran);
+    EXPECT_EQ(zelk_GetErrorCode(nullptr), -101);
+    EXPECT_STREQ(zelk_GetErrorMsg(nullptr), "zelk_Pointer: Passing NULL pointer.");
+
+    EXPECT_EQ(exportedForAnyHandle("zelk_Any", nullptr, [&] { ran = true; return 3; }), 3);
+    EXPECT_TRUE(ran);
+}
+
+TEST(Boundary, TextsCarryTheNameOfTheRunningExport)
+{
+    TestHandle a;
+    EXPECT_EQ(exported("zelk_Outer", a.h, [&] {
+                  // A nested export names its own texts; the outer name comes back after it.
+                  exported("zelk_Inner", a.h, [&] { return fail(a.h, msg::NoProject); });
+                  EXPECT_STREQ(zelk_GetErrorMsg(a.h), "zelk_Inner: Project not loaded.");
+                  return fail(a.h, msg::WidthNotPositive);
+              }),
+              -230);
+    EXPECT_STREQ(zelk_GetErrorMsg(a.h), "zelk_Outer: Width value must be positive");
+
+    // Unnamed texts stand alone; another name is given where callers know one.
+    EXPECT_EQ(exported("zelk_Outer", a.h, [&] { return fail(a.h, msg::UnknownAcquisitionType); }), -112);
+    EXPECT_STREQ(zelk_GetErrorMsg(a.h), "Cannot load the project: Unknown acquisition type");
+    exported("zelk_Outer", a.h, [&] { return failUnder("zelk_Other", a.h, msg::NoClassifier); });
+    EXPECT_STREQ(zelk_GetErrorMsg(a.h), "zelk_Other: Classifier model not loaded.");
+
+    // The texts, the null handle and an internal error may each go by another name.
+    const ExportNames names{"zelk_Function", "zelk_Texts", "zelk_Null"};
+    exported(names, a.h, [&] { return fail(a.h, msg::NoProject); });
+    EXPECT_STREQ(zelk_GetErrorMsg(a.h), "zelk_Texts: Project not loaded.");
+    exported(names, a.h, []() -> int { throw std::runtime_error("broken"); });
+    EXPECT_STREQ(zelk_GetErrorMsg(a.h), "zelk_Function: Internal error (broken)");
+    exported(names, nullptr, [] { return 0; });
+    EXPECT_STREQ(zelk_GetErrorMsg(nullptr), "zelk_Null: Passing NULL pointer.");
+
+    // Outside any export a named text has no name in front.
+    EXPECT_EQ(fail(a.h, msg::NoProject), -103);
+    EXPECT_STREQ(zelk_GetErrorMsg(a.h), "Project not loaded.");
 }

@@ -4,6 +4,7 @@
 
 #include "wire/data_set.h"
 #include "modelwriter/image_writer.h"
+#include "spectral/camera_kinds.h"
 #include "spectral/image_family.h"
 
 #include <QBuffer>

@@ -2,6 +2,7 @@
 // What the commands of the command-line program share: a handle that is released on
 // every path, the library's report of a failed call, and the parsing of arguments.
 
+#include "spectral/camera_kinds.h"
 #include "zelk.h"
 
 #include <QMap>
@@ -61,11 +62,12 @@ struct Decisions {
     QString name(int code) const;
 };
 
-// Whether models of this camera type correct raw counts with white and dark references
+// Whether models of this camera correct raw counts with white and dark references
 // (they take reflectance without them).
-inline bool takesReferences(int projectType)
+inline bool takesReferences(int projectType, int acqType)
 {
-    return projectType == 1 || projectType == 2 || projectType == 8 || projectType == 10;
+    const CameraKind& kind = cameraKind(projectType, acqType);
+    return kind.input != InputType::UInt16 && kind.correctedInput == InputType::UInt16;
 }
 
 // The commands; each returns the program's exit status.

@@ -59,15 +59,15 @@ QString wavelengthText(const QVector<double>& w)
 
 QString typeName(int type)
 {
-    return type == 1 ? QStringLiteral("uint16") : type == 2 ? QStringLiteral("float") : QStringLiteral("type %1").arg(type);
+    return type == DataUInt16 ? QStringLiteral("uint16") : type == DataFloat ? QStringLiteral("float") : QStringLiteral("type %1").arg(type);
 }
 
 QString layoutName(int layout)
 {
     switch (layout) {
-    case 1: return QStringLiteral("BIP");
-    case 2: return QStringLiteral("BIL");
-    case 3: return QStringLiteral("BSQ");
+    case LayoutBIP: return QStringLiteral("BIP");
+    case LayoutBIL: return QStringLiteral("BIL");
+    case LayoutBSQ: return QStringLiteral("BSQ");
     default: return QStringLiteral("layout %1").arg(layout);
     }
 }
@@ -96,9 +96,9 @@ void describeSegmenter(const ZelkProject& p, const Decisions& d)
     for (int i = 0; flags && i < flags->size(); ++i)
         if ((*flags)[i])
             foreground << d.name(i);
-    row("segmenter", s->objMask == 2   ? QStringLiteral("objects of all foreground decisions together (mask 2)")
-                     : s->objMask == 1 ? QStringLiteral("objects of each decision apart (mask 1)")
-                                       : QStringLiteral("mask %1, which forms no objects").arg(s->objMask));
+    row("segmenter", s->mask() == ObjectMask::AllForeground  ? QStringLiteral("objects of all foreground decisions together (mask 2)")
+                     : s->mask() == ObjectMask::EachDecision ? QStringLiteral("objects of each decision apart (mask 1)")
+                                                             : QStringLiteral("mask %1, which forms no objects").arg(s->objMask));
     row("", QStringLiteral("foreground: %1; background: %2").arg(foreground.isEmpty() ? QStringLiteral("none") : foreground.join(QStringLiteral(", ")),
                                                                   s->backgroundDecName.isEmpty() ? QStringLiteral("none") : s->backgroundDecName));
     row("", QStringLiteral("smallest object %1 px; object decision: %2")
@@ -180,13 +180,13 @@ int info(int argc, char** argv)
     row("model", args.positional[0]);
     row("stream", QStringLiteral("revision %1%2").arg(p.revision).arg(p.headerString.isEmpty() ? QString() : QStringLiteral(", \"%1\"").arg(p.headerString)));
     row("camera", QStringLiteral("type %1%2, %3").arg(p.projectType)
-                      .arg(p.projectType == 19 ? QStringLiteral(" (acquisition type %1)").arg(p.acqType) : QString())
+                      .arg(ProjectType(p.projectType) == ProjectType::Tessaron ? QStringLiteral(" (acquisition type %1)").arg(p.acqType) : QString())
                       .arg(snapshot ? QStringLiteral("snapshot: one cube per call") : QStringLiteral("line-scan: one line per call")));
     const int width = zelk_GetInputWidth(s.h), height = zelk_GetInputHeight(s.h), bands = zelk_GetInputBands(s.h);
     const int type = zelk_GetInputDataType(s.h), layout = zelk_GetInputDataLayout(s.h);
     QString samples = type > 0 ? typeName(type) : QStringLiteral("no type without references");
     // These camera types take their 16-bit counts raw once references correct them.
-    if (takesReferences(p.projectType) && !snapshot)
+    if (takesReferences(p.projectType, p.acqType) && !snapshot)
         samples += QStringLiteral(" (uint16 counts once references are loaded)");
     row("input", QStringLiteral("%1 x %2 pixels, %3 bands; %4, %5").arg(width).arg(height).arg(bands).arg(samples,
                      layout > 0 ? layoutName(layout) : QStringLiteral("no layout")));

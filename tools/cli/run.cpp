@@ -97,7 +97,7 @@ bool Run::prepare()
     const ZelkProject& project = *s_.h->project;
     if (const ZelkClassifier* c = project.classifier.get(); c && c->rejectEnabled)
         rejected_ = c->classCount();
-    takesReflectance_ = !s_.snapshot && !corrected_ && takesReferences(project.projectType);
+    takesReflectance_ = !s_.snapshot && !corrected_ && takesReferences(project.projectType, project.acqType);
     if (takesReflectance_ && !o_.ignoreValueRange && !checkValueRange())
         return false;
     if (s_.snapshot) {
