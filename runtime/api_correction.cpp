@@ -17,7 +17,6 @@
 #include "runtime/boundary.h"
 #include "runtime/handle.h"
 #include "runtime/report.h"
-#include "spectral/envi_header.h"
 #include "spectral/image_family.h"
 #include "spectral/scan_correction.h"
 
@@ -48,33 +47,11 @@ QString coded(int code, const QString& text)
     return QStringLiteral("%1: %2").arg(code).arg(text);
 }
 
-// level / (white - dark), value by value.
-QVector<float> gainOf(const QVector<float>& white, const QVector<float>& dark, float level)
-{
-    QVector<float> gain(white.size());
-    for (int i = 0; i < gain.size(); ++i)
-        gain[i] = level / (white[i] - dark[i]);
-    return gain;
-}
-
 void install(ZelkHandle* h, QVector<float> dark, QVector<float> gain)
 {
     h->darkRef = std::move(dark);
     h->gainRef = std::move(gain);
     h->correctionEnabled = true;
-}
-
-float sampleAt(const ZelkSpectralCube& cube, int column, int line, int band)
-{
-    const qint64 i = cube.indexOf(column, line, band);
-    return cube.dataType == DataUInt16 ? float(cube.samples<quint16>()[i]) : cube.samples<float>()[i];
-}
-
-bool holdsSamples(const ZelkSpectralCube& cube)
-{
-    const int size = sampleBytes(cube.dataType);
-    return size > 0 && cube.columns >= 0 && cube.lines >= 0 && cube.bands >= 0 && cube.indexOf(0, 0, 0) >= 0 &&
-           cube.dataBytes() >= cube.sampleCount() * size;
 }
 
 // ---------------------------------------------------------------------------------------
@@ -141,7 +118,7 @@ int loadReferencePair(ZelkHandle* h, const QString& directory, const char* name)
         return r;
     if (const int r = pairLevel(h, dark, Reduction::Min, &d))
         return r;
-    QVector<float> gain = gainOf(w, d, 1.0f);
+    QVector<float> gain = correction::gainOf(w, d, 1.0f);
     install(h, std::move(d), std::move(gain));
     return 0;
 }
@@ -151,16 +128,6 @@ int loadReferencePair(ZelkHandle* h, const QString& directory, const char* name)
 // each reduced over its lines to its darkest dark and brightest white. The gain carries
 // no white level.
 
-// A reference read at the size that its own header gives; null when it cannot be read.
-std::unique_ptr<ZelkSpectralCube> captureReference(const ZelkImageSpecim& image, const QString& directory, const QString& prefix)
-{
-    const QString header = QDir(image.captureDirectory(directory)).filePath(prefix + image.cubeName + QStringLiteral(".hdr"));
-    const EnviHeader fields = EnviHeader::read(header);
-    if (fields.isNull())
-        return nullptr;
-    return image.loadReference(directory, prefix, fields.headerInt(QStringLiteral("samples")), fields.headerInt(QStringLiteral("bands")));
-}
-
 int loadCaptureReferences(ZelkHandle* h, const QString& directory, const QString& name)
 {
     ZelkImageSpecim image(name);
@@ -169,10 +136,10 @@ int loadCaptureReferences(ZelkHandle* h, const QString& directory, const QString
 
     const QString darkFailed = coded(-131, QStringLiteral("zelk_LoadCorrection: Error loading dark reference data"));
     const QString whiteFailed = coded(-131, QStringLiteral("zelk_LoadCorrection: Error loading white reference data"));
-    const std::unique_ptr<ZelkSpectralCube> dark = captureReference(image, directory, QStringLiteral("DARKREF_"));
+    const std::unique_ptr<ZelkSpectralCube> dark = image.loadReference(directory, QStringLiteral("DARKREF_"));
     if (!dark)
         return keep(h, -131, darkFailed);
-    const std::unique_ptr<ZelkSpectralCube> white = captureReference(image, directory, QStringLiteral("WHITEREF_"));
+    const std::unique_ptr<ZelkSpectralCube> white = image.loadReference(directory, QStringLiteral("WHITEREF_"));
     if (!white)
         return keep(h, -131, whiteFailed);
     if (white->bands != dark->bands)
@@ -187,7 +154,7 @@ int loadCaptureReferences(ZelkHandle* h, const QString& directory, const QString
         return keep(h, -131, darkFailed);
     if (!scancorrection::level(*white, Reduction::Max, &w))
         return keep(h, -131, whiteFailed);
-    QVector<float> gain = gainOf(w, d, 1.0f);
+    QVector<float> gain = correction::gainOf(w, d, 1.0f);
 
     if (h->meanCorrection) {
         // One level per band: the mean over the pixels of the line.
@@ -213,15 +180,6 @@ int loadCaptureReferences(ZelkHandle* h, const QString& directory, const QString
 // Camera type 19: the references that a scan's image finds for it (spectra in the
 // scan's own header, files named after the scan, or files in its directory), with the
 // white level of the correction in the gain: (x - dark) * level / (white - dark).
-
-int scanReferenceType(ZelkHandle* h, const ZelkSpectralCube& white, const ZelkSpectralCube& dark)
-{
-    if (white.dataType != DataUInt16 && white.dataType != DataFloat)
-        return keep(h, -4306, coded(-4306, QStringLiteral("white cube reference should have float data type, got %1").arg(white.dataType)));
-    if (dark.dataType != DataUInt16 && dark.dataType != DataFloat)
-        return keep(h, -4306, coded(-4306, QStringLiteral("Dark cube reference should have float data type, got %1").arg(dark.dataType)));
-    return 0;
-}
 
 int loadCorrectionScan(ZelkHandle* h, const QString& directory, const QString& name)
 {
@@ -252,61 +210,43 @@ int loadCorrectionScan(ZelkHandle* h, const QString& directory, const QString& n
                         .arg(c.state == ZelkCorrection::Point ? QStringLiteral("point") : QStringLiteral("cube")));
 
     const ZelkSpectralCube &white = *c.white, &dark = *c.dark;
-    if (c.state == ZelkCorrection::Cube)
-        for (const ZelkSpectralCube* ref : {&white, &dark})
-            if (ref->layout != LayoutBIP)
-                return keep(h, -4305, coded(-4305, QStringLiteral("BIP cube reference expected, got %1").arg(ref->layout)));
-    if (const int r = scanReferenceType(h, white, dark))
-        return r;
-    if (!holdsSamples(white) || !holdsSamples(dark))
+    QString refused;
+    if (const int r = c.checkReferences(&refused))
+        return keep(h, r, coded(r, refused));
+    if (!white.holdsSamples() || !dark.holdsSamples())
         return keep(h, -4304, QStringLiteral("Invalid correction information"));
 
-    const float level = c.whiteLevel;
     const int bands = white.bands;
-    QVector<float> w, d;
+    QVector<float> d, gain;
     switch (c.state) {
-    case ZelkCorrection::Frame: {
+    case ZelkCorrection::Frame:
         // One value per pixel and band, the pixel index fastest, whatever the layout of
         // the references.
-        const int columns = white.columns;
-        if (qint64(columns) * bands > MaxReferenceValues)
+        if (qint64(white.columns) * bands > MaxReferenceValues)
             return keep(h, -4304, QStringLiteral("Invalid correction information"));
-        w.resize(columns * bands);
-        d.resize(columns * bands);
-        for (int b = 0; b < bands; ++b)
-            for (int col = 0; col < columns; ++col) {
-                w[b * columns + col] = sampleAt(white, col, 0, b);
-                d[b * columns + col] = sampleAt(dark, col, 0, b);
-            }
+        c.levels(white.columns, 1, true, &d, &gain);
         break;
-    }
     case ZelkCorrection::Point: {
         // The spectrum repeated over every pixel of the scan, band fastest.
         const qint64 n = qint64(scan.columns) * scan.lines * bands;
         if (n > MaxReferenceValues)
             return keep(h, -4304, QStringLiteral("Invalid correction information"));
-        w.resize(int(n));
+        QVector<float> spectrumDark, spectrumGain;
+        c.levels(1, 1, false, &spectrumDark, &spectrumGain);
         d.resize(int(n));
+        gain.resize(int(n));
         for (qint64 i = 0; i < n; ++i) {
-            w[int(i)] = sampleAt(white, 0, 0, int(i % bands));
-            d[int(i)] = sampleAt(dark, 0, 0, int(i % bands));
+            d[int(i)] = spectrumDark[int(i % bands)];
+            gain[int(i)] = spectrumGain[int(i % bands)];
         }
         break;
     }
-    default: {
+    default:
         // A whole cube, band fastest, then columns, then lines.
-        const qint64 n = white.sampleCount();
-        if (n > MaxReferenceValues)
+        if (white.sampleCount() > MaxReferenceValues)
             return keep(h, -4304, QStringLiteral("Invalid correction information"));
-        w.resize(int(n));
-        d.resize(int(n));
-        for (qint64 i = 0; i < n; ++i) {
-            w[int(i)] = white.dataType == DataUInt16 ? float(white.samples<quint16>()[i]) : white.samples<float>()[i];
-            d[int(i)] = dark.dataType == DataUInt16 ? float(dark.samples<quint16>()[i]) : dark.samples<float>()[i];
-        }
+        c.levels(white.columns, white.lines, false, &d, &gain);
     }
-    }
-    QVector<float> gain = gainOf(w, d, level);
     install(h, std::move(d), std::move(gain));
     return 0;
 }
