@@ -280,6 +280,10 @@ int ZelkSegmentTracker::trackRow(const quint8* decisions, const float* values)
     return scanRow<K>(decisions, values);
 }
 
+// The steps of a row are inlined into its loop, as one function would be: the row runs
+// once per pixel, and calls there halve the tracker's speed.
+#define RowStep __attribute__((always_inline)) inline
+
 // What the steps of one row share: its decisions and values, the rows above, the tables,
 // and the record most recently written in the row (a merge takes the first line of the
 // pixel's offset from it, whichever record that is).
@@ -319,7 +323,7 @@ int ZelkSegmentTracker::scanRow(const quint8* decisions, const float* values)
 }
 
 template <ZelkSegmentTracker::Kernel K>
-ZelkSegmentTracker::Row ZelkSegmentTracker::beginRow(const quint8* decisions, const float* values)
+RowStep ZelkSegmentTracker::Row ZelkSegmentTracker::beginRow(const quint8* decisions, const float* values)
 {
     decisionRow_ = decisions;
     Row row{};
@@ -343,7 +347,7 @@ ZelkSegmentTracker::Row ZelkSegmentTracker::beginRow(const quint8* decisions, co
 
 // The first pixel has no left neighbour: it joins the object above or starts one.
 template <ZelkSegmentTracker::Kernel K>
-bool ZelkSegmentTracker::scanFirstPixel(Row& row)
+RowStep bool ZelkSegmentTracker::scanFirstPixel(Row& row)
 {
     constexpr bool byFlag = K == Kernel::Foreground;
     const int d = row.decisions[0];
@@ -363,7 +367,7 @@ bool ZelkSegmentTracker::scanFirstPixel(Row& row)
 // A pixel right of the first: it joins its left or upper neighbour's object, merges the
 // two when both match and differ, or starts an object. False when no label is left.
 template <ZelkSegmentTracker::Kernel K>
-bool ZelkSegmentTracker::scanPixel(Row& row, int c)
+RowStep bool ZelkSegmentTracker::scanPixel(Row& row, int c)
 {
     constexpr bool byFlag = K == Kernel::Foreground;
     const int d = row.decisions[c];
@@ -403,7 +407,7 @@ bool ZelkSegmentTracker::scanPixel(Row& row, int c)
 // Pixel c of decision d starts an object under the label prepared for it, and the next
 // label is prepared. False when none is left.
 template <ZelkSegmentTracker::Kernel K>
-bool ZelkSegmentTracker::startObject(Row& row, int c, int d)
+RowStep bool ZelkSegmentTracker::startObject(Row& row, int c, int d)
 {
     constexpr bool byFlag = K == Kernel::Foreground;
     constexpr bool withValues = K == Kernel::Value || K == Kernel::Values;
@@ -425,8 +429,10 @@ bool ZelkSegmentTracker::startObject(Row& row, int c, int d)
         if (d < ObjectClassSlots)
             o.classCounts[d] = 1;
     }
-    if constexpr (withValues)
-        std::copy_n(row.values + size_t(c) * row.valueCount, row.valueCount, row.sums + size_t(n) * row.valueCount);
+    if constexpr (withValues) {
+        const int nv = K == Kernel::Value ? 1 : row.valueCount;
+        std::copy_n(row.values + size_t(c) * nv, nv, row.sums + size_t(n) * nv);
+    }
     row.labels[c] = n;
     row.map[n] = n;
     row.touched = &o;
@@ -440,7 +446,7 @@ bool ZelkSegmentTracker::startObject(Row& row, int c, int d)
 // Pixel c of decision d joins the object of root label r: counts and sums, its class
 // counter or its values, and its label.
 template <ZelkSegmentTracker::Kernel K>
-OpenObject& ZelkSegmentTracker::joinObject(Row& row, qint32 r, int c, int d)
+RowStep OpenObject& ZelkSegmentTracker::joinObject(Row& row, qint32 r, int c, int d)
 {
     OpenObject& o = row.table[r];
     add(o.pixelCount, 1);
@@ -452,9 +458,10 @@ OpenObject& ZelkSegmentTracker::joinObject(Row& row, qint32 r, int c, int d)
             add(o.classCounts[d], 1);
     }
     if constexpr (K == Kernel::Value || K == Kernel::Values) {
-        float* sum = row.sums + size_t(r) * row.valueCount;
-        const float* v = row.values + size_t(c) * row.valueCount;
-        for (int j = 0; j < row.valueCount; ++j)
+        const int nv = K == Kernel::Value ? 1 : row.valueCount;
+        float* sum = row.sums + size_t(r) * nv;
+        const float* v = row.values + size_t(c) * nv;
+        for (int j = 0; j < nv; ++j)
             sum[j] += v[j];
     }
     row.touched = &o;
@@ -465,18 +472,21 @@ OpenObject& ZelkSegmentTracker::joinObject(Row& row, qint32 r, int c, int d)
 // Pixel c of decision d joins two objects, roots a and b: the higher label's object goes
 // into the lower's, and the labels that resolved to it are pointed at the lower.
 template <ZelkSegmentTracker::Kernel K>
-void ZelkSegmentTracker::mergeObjects(Row& row, int c, int d, qint32 a, qint32 b)
+RowStep void ZelkSegmentTracker::mergeObjects(Row& row, int c, int d, qint32 a, qint32 b)
 {
     constexpr bool byFlag = K == Kernel::Foreground;
     const qint32 lo = std::min(a, b);
     const qint32 hi = std::max(a, b);
     const qint32 x = row.labels[c - 1];
+    // The row is handed on by its parts only, so that it can stay in registers.
+    OpenObject* touched = row.touched;
     if (x == lastIssuedLabel_)
         relabelNewRun(x, lo);
     else if (streaming_ || plainRelabel_)
-        relabelByScan(lo, hi, row.touched);
+        relabelByScan(lo, hi, touched);
     else
-        relabelByMembers(lo, hi, row.touched);
+        relabelByMembers(lo, hi, touched);
+    row.touched = touched;
     OpenObject& into = row.table[lo];
     OpenObject& from = row.table[hi];
     const qint32 touchedFirstLine = row.touched ? row.touched->firstLine : into.firstLine;
@@ -491,10 +501,11 @@ void ZelkSegmentTracker::mergeObjects(Row& row, int c, int d, qint32 a, qint32 b
             add(into.classCounts[d], 1);
     }
     if constexpr (K == Kernel::Value || K == Kernel::Values) {
-        float* sumInto = row.sums + size_t(lo) * row.valueCount;
-        float* sumFrom = row.sums + size_t(hi) * row.valueCount;
-        const float* v = row.values + size_t(c) * row.valueCount;
-        for (int j = 0; j < row.valueCount; ++j) {
+        const int nv = K == Kernel::Value ? 1 : row.valueCount;
+        float* sumInto = row.sums + size_t(lo) * nv;
+        float* sumFrom = row.sums + size_t(hi) * nv;
+        const float* v = row.values + size_t(c) * nv;
+        for (int j = 0; j < nv; ++j) {
             sumInto[j] += sumFrom[j] + v[j];
             sumFrom[j] = 0.0f;
         }
@@ -518,7 +529,7 @@ void ZelkSegmentTracker::mergeObjects(Row& row, int c, int d, qint32 a, qint32 b
 // Moves on to the next line. A stream runs a finishing pass on every finishPeriod-th
 // line and swaps its rows; an image's rows stay where they are.
 template <ZelkSegmentTracker::Kernel K>
-int ZelkSegmentTracker::endRow()
+RowStep int ZelkSegmentTracker::endRow()
 {
     constexpr bool byFlag = K == Kernel::Foreground;
     if (!streaming_) {
