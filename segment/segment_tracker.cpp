@@ -280,8 +280,8 @@ int ZelkSegmentTracker::trackRow(const quint8* decisions, const float* values)
     return scanRow<K>(decisions, values);
 }
 
-// The steps of a row are inlined into its loop, as one function would be: the row runs
-// once per pixel, and calls there halve the tracker's speed.
+// The steps of a row are inlined into its loop, as one function would be: they run once
+// per pixel, and calls there halve the tracker's speed.
 #define RowStep __attribute__((always_inline)) inline
 
 // What the steps of one row share: its decisions and values, the rows above, the tables,
