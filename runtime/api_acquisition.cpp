@@ -68,7 +68,7 @@ int prepareLineScanKernel(ZelkHandle* h, ZelkClassifier& c)
             c.lastError = QStringLiteral("Invalid correction information");
             return -1;
         }
-        return prepareKernel(c, h->classRow, stage);
+        return prepareKernel(c, *h->backend, h->classRow, stage);
     }
     if (h->fullBandFrames)
         stage.bands = c.bandIndex;
@@ -76,7 +76,7 @@ int prepareLineScanKernel(ZelkHandle* h, ZelkClassifier& c)
         stage.dark = h->darkSel;
         stage.gain = h->gainSel;
     }
-    return prepareKernel(c, h->classRow, stage);
+    return prepareKernel(c, *h->backend, h->classRow, stage);
 }
 
 int start(ZelkHandle* h)
@@ -92,7 +92,6 @@ int start(ZelkHandle* h)
     if (h->acquiring)
         return setHandleError(h, ZELK_E_ACQUIRING, QStringLiteral("zelk_StartAcquisition: Acquisition already running."));
 
-    compute::selectDevice(h->device);
     h->classRow = c.roc ? c.roc->classRow(c.classCount()) : QVector<float>();
     h->frameCount = h->ringNext = h->ringLast = h->objectSerial = 0;
     h->algTimeMs = h->segTimeMs = 0;
@@ -173,7 +172,6 @@ int stop(ZelkHandle* h)
         return setHandleError(h, ZELK_E_NOT_ACQUIRING, QStringLiteral("zelk_StopAcquisition: Acquisition not running."));
     h->acquiring = false;
     h->segmenter = nullptr;
-    compute::selectDevice(compute::defaultDevice);
 
     const int n = h->warmupFrames > 0 ? h->frameCount - h->warmupFrames : h->frameCount;
     const double a = h->algTimeMs / double(n);

@@ -124,7 +124,6 @@ extern "C" ZELK_API int zelk_SetResampling(ZelkHandle* h, int mode)
     return guarded<int>(h, "zelk_SetResampling", InternalErrorCode, [&] {
         h->resampler = std::make_unique<ZelkResampler>();
         const ZelkBandSet source(h->deviceWavelengths.get()), target(h->resamplingWavelengths.get());
-        compute::DeviceScope scope(h->device);
         std::printf(" deviceWidth=%d ", h->deviceFrameWidth);
         const int result = h->resampler->init(h->deviceFrameWidth, source, target);
         std::printf(" res_init=%d ", result);

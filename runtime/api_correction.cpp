@@ -236,7 +236,7 @@ int loadCorrectionScan(ZelkHandle* h, const QString& directory, const QString& n
         return setHandleError(h, ZELK_E_CORRECTION_SCAN, QStringLiteral("zelk_LoadCorrection: Error loading correction %1: %2:%3")
                                            .arg(name, QString::number(image.imageError), image.imageErrorMsg));
     image.setCorrection(std::move(found));
-    if (h->resamplingEnabled && (!h->resampler || image.resampleReferences(*h->resampler, h->device) != 0))
+    if (h->resamplingEnabled && (!h->resampler || image.resampleReferences(*h->resampler) != 0))
         return -137;
 
     ZelkCorrection& c = *image.correction();

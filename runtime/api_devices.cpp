@@ -40,11 +40,10 @@ extern "C" ZELK_API int zelk_SetDevice(ZelkHandle* h, int index)
             return setHandleError(h, ZELK_E_NAME_INDEX, QStringLiteral("zelk_SetDevice: Device index out of bounds (%1)").arg(index));
         const ZelkDevice& d = h->devices[index];
         const int device = compute::makeDevice(d.backend, d.deviceIndex);
-        {
-            compute::DeviceScope scope(device);
-            if (!scope.ok())
-                return setHandleError(h, ZELK_E_DEVICE, QStringLiteral("zelk_SetDevice: Error switching to computation device"));
-        }
+        std::shared_ptr<compute::Backend> opened = compute::openDevice(device);
+        if (!opened)
+            return setHandleError(h, ZELK_E_DEVICE, QStringLiteral("zelk_SetDevice: Error switching to computation device"));
+        h->backend = std::move(opened);
         h->device = device;
         logToHandle(h, QStringLiteral("Selected device %1: ").arg(index) + d.name);
         h->errorCode = 0;

@@ -26,8 +26,6 @@ extern "C" ZELK_API void zelk_Release(ZelkHandle* h)
     if (!h)
         return;
     guarded<int>(nullptr, "zelk_Release", 0, [h] {
-        // Device-resident members are freed on the device that holds them.
-        compute::DeviceScope scope(h->device);
         delete h;
         return 0;
     });

@@ -145,12 +145,12 @@ int prepareFrameVariant(ZelkHandle* h)
         if (!r || !r->resamplerReady || r->width != width || r->sourceBands != h->inputBands)
             return setHandleError(h, ZELK_E_RESAMPLING, QStringLiteral("zelk_StartAcquisition: Resampling does not fit the frames "
                                                           "(%1 pixels of %2 bands).").arg(width).arg(h->inputBands));
-        if (!r->prepareFrames(&why))
+        if (!r->prepareFrames(*h->backend, &why))
             return setHandleError(h, ZELK_E_RESAMPLING, QStringLiteral("zelk_StartAcquisition: Resampling cannot run (%1).").arg(why));
     }
     const int bands = chainBands(h);
     why = QStringLiteral("no regression model");
-    if (!p.regressor || !p.regressor->prepareFrames(width, bands, &why))
+    if (!p.regressor || !p.regressor->prepareFrames(h->backend, width, bands, &why))
         return setHandleError(h, ZELK_E_REGRESSION, QStringLiteral("zelk_StartAcquisition: Regression model cannot run (%1).").arg(why));
     const qint64 samples = qint64(width) * bands;
     if (perPixelCorrection(h) && (h->darkRef.size() != samples || h->gainRef.size() != samples))
@@ -195,9 +195,9 @@ int resampleFrame(ZelkHandle* h, const void* frame)
     if (const int refused = checkRun(h, bands))
         return refused;
     // A resampler set during the run gets its kernel with its first frame, on the run's
-    // device, which stays selected for the rest of the run.
+    // device.
     QString why;
-    if (!r->framesPrepared() && !(compute::selectDevice(h->device) && r->prepareFrames(&why)))
+    if (!r->framesPrepared() && !r->prepareFrames(*h->backend, &why))
         return frameFailure(h, QStringLiteral("Resampling cannot run (%1).").arg(why));
     if (!r->resampleFrame(static_cast<const quint16*>(frame), h->resampledFrame.data()))
         return frameFailure(h, QStringLiteral("The compute device failed to resample the frame."));

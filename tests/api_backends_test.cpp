@@ -70,8 +70,8 @@ struct Run {
         if (beforeStart)
             beforeStart(h);
         EXPECT_EQ(zelk_StartAcquisition(h), 0) << zelk_GetErrorMsg(h);
-        // The selection of the start stays in force until the stop.
-        s.backend = compute::activeBackend().number();
+        // The run's kernels are made on the handle's device.
+        s.backend = h.h->backend->number();
     }
     ~Run() { zelk_StopAcquisition(h); }
 

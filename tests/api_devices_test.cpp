@@ -57,8 +57,8 @@ TEST(SetDevice, SelectsTheEntryLogsItAndClearsTheCode)
     EXPECT_EQ(a.h->device, 65536);
     const QString expected = QStringLiteral("Selected device 0: ") + a.h->devices[0].name;
     EXPECT_EQ(QString::fromLocal8Bit(zelk_GetErrorMsg(a.h)), expected);
-    // Device work outside an acquisition rests on the CPU afterwards.
-    EXPECT_EQ(compute::activeBackend().number(), 1);
+    // The handle holds the device it chose.
+    EXPECT_EQ(a.h->backend->device(), 65536);
 }
 
 TEST(SetDevice, IsRefusedDuringAcquisitionAndChangesNothing)
