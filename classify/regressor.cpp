@@ -107,6 +107,7 @@ bool ZelkRegressor::prepareFrames(std::shared_ptr<compute::Backend> backend, int
 {
     framePixels_ = frameBands_ = 0;
     frameKernel_.reset();
+    stagedFrame_.reset();
     frameBackend_ = std::move(backend);
     auto fail = [why](const QString& text) {
         if (why)
@@ -165,8 +166,10 @@ bool ZelkRegressor::prepareFrames(std::shared_ptr<compute::Backend> backend, int
     frameKernel_ = frameBackend_->prepareRegression(map, &failure);
     if (!frameKernel_)
         return fail(QStringLiteral("the compute device cannot take it: %1").arg(failure));
-    if (!frameKernel_->reserve(pixels)) {
+    stagedFrame_ = frameBackend_->prepareFrame(pixels, bands, &failure);
+    if (!frameKernel_->reserve(pixels) || !stagedFrame_) {
         frameKernel_.reset();
+        stagedFrame_.reset();
         return fail(QStringLiteral("the compute device has no room for frames of %1 pixels").arg(pixels));
     }
     framePixels_ = pixels;
@@ -182,4 +185,9 @@ bool ZelkRegressor::predictFrame(const float* frame, int pixels, int bands, floa
         !prepareFrames(frameBackend_ ? frameBackend_ : compute::openDevice(compute::defaultDevice), pixels, bands))
         return false;
     return frameKernel_->predict(frame, pixels, output);
+}
+
+bool ZelkRegressor::predictStaged(float* output)
+{
+    return output && frameKernel_ && stagedFrame_ && frameKernel_->predictFrame(*stagedFrame_, output);
 }

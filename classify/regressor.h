@@ -53,6 +53,13 @@ public:
     bool predictFrame(const float* frame, int pixels, int bands, float* output);
     // The kernel that prepareFrames made; null before.
     const compute::RegressionKernel* frameKernel() const { return frameKernel_.get(); }
+    // The frame that prepareFrames made room for on the same device: the caller stages
+    // each frame into it, the classifier may read it as well, and predictStaged maps it.
+    // Null before.
+    compute::StagedFrame* stagedFrame() const { return stagedFrame_.get(); }
+    // The staged frame through the kernel into `output`, as predictFrame; false when
+    // nothing is prepared or the device failed.
+    bool predictStaged(float* output);
 
     ZelkDataSet* regData = nullptr;
     ZelkDataSet* regTestData = nullptr;
@@ -87,4 +94,5 @@ private:
     int frameBands_ = 0;
     std::unique_ptr<compute::RegressionKernel> frameKernel_;
     std::shared_ptr<compute::Backend> frameBackend_;
+    std::unique_ptr<compute::StagedFrame> stagedFrame_;
 };

@@ -7,6 +7,7 @@
 #include "compute/classifier_kernel.h"
 #include "compute/regression_kernel.h"
 #include "compute/resample_kernel.h"
+#include "compute/staged_frame.h"
 
 #include <QStringList>
 #include <memory>
@@ -29,6 +30,9 @@ public:
     // when the device could not take them or they are not consistent.
     virtual std::unique_ptr<RegressionKernel> prepareRegression(const LinearMap& map, QString* error) = 0;
     virtual std::unique_ptr<ResampleKernel> prepareResampler(const ResampleMap& map, QString* error) = 0;
+    // Room on this device for staged frames of that shape, which the kernels made here
+    // read where they lie; null, with the reason in `error`, when the device refuses.
+    virtual std::unique_ptr<StagedFrame> prepareFrame(int pixels, int bands, QString* error) = 0;
 };
 
 // Bit mask of the backends this build and machine offer: bit 0 CPU, bit 1 CUDA,

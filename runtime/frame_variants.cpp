@@ -1,8 +1,8 @@
-// The frame path of projects with a regressor. The frame is converted to float and
-// corrected on all of its bands, the classifier takes its bands from that corrected
-// frame, the regressor maps every pixel's full spectrum onto its output variables, and
-// the tracker averages those per object. With resampling, the camera's frame is first
-// interpolated onto the project's bands.
+// The frame path of projects with a regressor. The frame is staged once, converted to
+// float and corrected on all of its bands, on the run's device; the classifier takes
+// its bands from that staged frame, the regressor maps every pixel's full spectrum onto
+// its output variables, and the tracker averages those per object. With resampling,
+// the camera's frame is first interpolated onto the project's bands.
 
 #include "classify/classifier.h"
 #include "classify/regressor.h"
@@ -72,7 +72,8 @@ int checkRun(ZelkHandle* h, int bands)
         return frameFailure(h, QStringLiteral("Frame width changed during acquisition."));
     if (h->ringNext < 0 || h->ringNext >= h->labelImage->height())
         return frameFailure(h, QStringLiteral("The decision image holds no ring of rows."));
-    if (qint64(h->regFrame.size()) != samples || h->regVarCount != r->regVarNames.size()
+    const compute::StagedFrame* staged = r->stagedFrame();
+    if (!staged || staged->pixels() != width || staged->bands() != bands || h->regVarCount != r->regVarNames.size()
         || qint64(h->regOutput.size()) != width * h->regVarCount)
         return frameFailure(h, QStringLiteral("Frames of %1 pixels and %2 bands were not prepared at the start.").arg(width).arg(bands));
     if (perPixelCorrection(h) && (h->darkRef.size() != samples || h->gainRef.size() != samples))
@@ -83,31 +84,27 @@ int checkRun(ZelkHandle* h, int bands)
     return 0;
 }
 
-// out = in as float, or (in - dark) * gain, sample by sample: the frame and both
-// references hold the pixels of one band after another.
-void correctFrame(const ZelkHandle* h, const void* in, compute::SampleType type, qint64 n, float* out)
+// Stages `in` into the regressor's frame: as float, or (in - dark) * gain with per-pixel
+// references. The frame and both references hold the pixels of one band after another.
+int stageFrame(ZelkHandle* h, const void* in, compute::SampleType type)
 {
     const bool correct = perPixelCorrection(h);
-    compute::stageSamples(in, type, correct ? h->darkRef.constData() : nullptr, correct ? h->gainRef.constData() : nullptr,
-                          out, n);
+    const QVector<float> none;
+    if (!h->project->regressor->stagedFrame()->stage(in, type, correct ? h->darkRef : none, correct ? h->gainRef : none))
+        return frameFailure(h, QStringLiteral("The compute device failed to stage the frame."));
+    return 0;
 }
 
-// The corrected frame in regFrame through classifier, regressor and tracker.
+// The staged frame through classifier, regressor and tracker.
 int runChain(ZelkHandle* h, int bands)
 {
     ZelkProject& p = *h->project;
     ZelkClassifier& c = *p.classifier;
-    compute::SampleBlock block;
-    block.data = h->regFrame.data();
-    block.type = compute::SampleType::F32;
-    block.layout = compute::SpectraLayout::PixelsByBands;
-    block.pixels = h->inputWidth;
-    block.bands = bands;
-    if (!c.kernel->classifySamples(block, h->labelImage->scanLine(h->ringNext)))
+    if (!c.kernel->classifyFrame(*p.regressor->stagedFrame(), h->labelImage->scanLine(h->ringNext)))
         return frameFailure(h, QStringLiteral("Frame does not fit the classifier (%1 bands)").arg(bands));
 
     h->objCount = 0;
-    if (!p.regressor->predictFrame(h->regFrame.data(), h->inputWidth, bands, h->regOutput.data()))
+    if (!p.regressor->predictStaged(h->regOutput.data()))
         return frameFailure(h, QStringLiteral("Frame does not fit the regressor (%1 bands)").arg(bands));
     if (!h->segmentationEnabled || !h->segmenter)
         return 0;
@@ -132,7 +129,6 @@ bool regressionFrames(const ZelkHandle* h)
 int prepareFrameVariant(ZelkHandle* h)
 {
     if (!regressionFrames(h)) {
-        h->regFrame = {};
         h->resampledFrame = {};
         return 0;
     }
@@ -155,7 +151,6 @@ int prepareFrameVariant(ZelkHandle* h)
     const qint64 samples = qint64(width) * bands;
     if (perPixelCorrection(h) && (h->darkRef.size() != samples || h->gainRef.size() != samples))
         return setHandleError(h, ZELK_E_CORRECTION_INFO, QStringLiteral("Invalid correction information"));
-    h->regFrame.assign(size_t(samples), 0.0f);
     h->resampledFrame.assign(resampling ? size_t(samples) : 0, 0);
     return 0;
 }
@@ -171,9 +166,8 @@ int regressFrame(ZelkHandle* h, const void* frame)
     const int bands = chainBands(h);
     if (const int refused = checkRun(h, bands))
         return refused;
-    const qint64 n = qint64(h->inputWidth) * bands;
-    correctFrame(h, frame, h->inputDataType == 1 ? compute::SampleType::U16 : compute::SampleType::F32, n,
-                 h->regFrame.data());
+    if (const int failed = stageFrame(h, frame, h->inputDataType == 1 ? compute::SampleType::U16 : compute::SampleType::F32))
+        return failed;
     return runChain(h, bands);
 }
 
@@ -201,6 +195,7 @@ int resampleFrame(ZelkHandle* h, const void* frame)
         return frameFailure(h, QStringLiteral("Resampling cannot run (%1).").arg(why));
     if (!r->resampleFrame(static_cast<const quint16*>(frame), h->resampledFrame.data()))
         return frameFailure(h, QStringLiteral("The compute device failed to resample the frame."));
-    correctFrame(h, h->resampledFrame.data(), compute::SampleType::U16, qint64(h->inputWidth) * bands, h->regFrame.data());
+    if (const int failed = stageFrame(h, h->resampledFrame.data(), compute::SampleType::U16))
+        return failed;
     return runChain(h, bands);
 }

@@ -86,7 +86,6 @@ struct ZelkHandle {
     int regVarCount = 0;
     std::vector<float> regOutput;  // inputWidth x regVarCount, pixel-major
     std::vector<float> regVarLine; // one variable of the last frame
-    std::vector<float> regFrame;         // the corrected frame of all bands that the regressor reads
     std::vector<quint16> resampledFrame; // the frame on the project's bands, when resampling
 
     bool acquiring = false;

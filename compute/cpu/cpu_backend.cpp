@@ -2,6 +2,7 @@
 #include "compute/cpu/cpu_classifier.h"
 #include "compute/cpu/cpu_regression.h"
 #include "compute/cpu/cpu_resampler.h"
+#include "compute/cpu/host_frame.h"
 
 #include <QFile>
 #include <QRegularExpression>
@@ -56,6 +57,16 @@ std::unique_ptr<ResampleKernel> CpuBackend::prepareResampler(const ResampleMap& 
     if (!map.consistent())
         return nullptr; // the caller names what does not fit
     return std::make_unique<cpu::CpuResampler>(map);
+}
+
+std::unique_ptr<StagedFrame> CpuBackend::prepareFrame(int pixels, int bands, QString* error)
+{
+    if (pixels <= 0 || bands <= 0) {
+        if (error)
+            *error = QStringLiteral("frames of %1 pixels and %2 bands").arg(pixels).arg(bands);
+        return nullptr;
+    }
+    return std::make_unique<cpu::HostFrame>(pixels, bands);
 }
 
 } // namespace compute

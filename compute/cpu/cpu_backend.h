@@ -15,6 +15,7 @@ public:
     std::unique_ptr<ClassifierKernel> prepareClassifier(const ClassifierModel& model, QString* error) override;
     std::unique_ptr<RegressionKernel> prepareRegression(const LinearMap& map, QString* error) override;
     std::unique_ptr<ResampleKernel> prepareResampler(const ResampleMap& map, QString* error) override;
+    std::unique_ptr<StagedFrame> prepareFrame(int pixels, int bands, QString* error) override;
 };
 
 } // namespace compute

@@ -2,6 +2,7 @@
 #include "compute/device.h"
 #include "compute/opencl/cl_object.h"
 #include "compute/opencl/opencl_classifier.h"
+#include "compute/opencl/opencl_frame.h"
 #include "compute/opencl/opencl_regression.h"
 #include "compute/opencl/opencl_resampler.h"
 
@@ -177,6 +178,19 @@ std::unique_ptr<RegressionKernel> OpenClBackend::prepareRegression(const LinearM
 std::unique_ptr<ResampleKernel> OpenClBackend::prepareResampler(const ResampleMap& map, QString* error)
 {
     return make<OpenClResampler>(map, error);
+}
+
+std::unique_ptr<StagedFrame> OpenClBackend::prepareFrame(int pixels, int bands, QString* error)
+{
+    QString failure;
+    std::unique_ptr<StagedFrame> frame;
+    if (pixels <= 0 || bands <= 0)
+        failure = QStringLiteral("frames of %1 pixels and %2 bands").arg(pixels).arg(bands);
+    else if (device_.prepare(failure))
+        frame = OpenClFrame::create(device_.context.get(), device_.id, device_.program.get(), pixels, bands, &failure);
+    if (!frame && error)
+        *error = failure;
+    return frame;
 }
 
 } // namespace compute
