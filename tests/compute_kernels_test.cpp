@@ -392,6 +392,75 @@ TEST_P(BackendKernels, MapsThatDoNotHoldTogetherGetNoKernel)
     EXPECT_EQ(backend->prepareResampler(resampling, nullptr), nullptr);
 }
 
+TEST_P(BackendKernels, AStagedFrameFeedsClassifierAndRegressorAsTheHostStagesIt)
+{
+    std::mt19937 rng(13);
+    const int W = 300, inBands = 20, B = 8;
+    const auto backend = GetParam().backend();
+    QString error;
+    const std::unique_ptr<StagedFrame> frame = backend->prepareFrame(W, inBands, &error);
+    ASSERT_TRUE(frame) << error.toStdString();
+
+    std::vector<quint16> u16(size_t(W) * inBands); // one band a column
+    for (quint16& x : u16)
+        x = quint16(200 + rng() % 3000);
+    const std::vector<float> f32(u16.begin(), u16.end());
+    QVector<float> dark, gain;
+    testmodels::fillNormal(dark, W * inBands, 5.0f, 100.0f, rng);
+    testmodels::fillNormal(gain, W * inBands, 0.05f, 0.5f, rng);
+
+    // The classifier takes every other band from the top; the regressor all of them.
+    InputStage stage;
+    for (int b = 0; b < B; ++b)
+        stage.bands.append(inBands - 1 - 2 * b);
+    stage.width = W;
+    std::vector<float> staged(size_t(W) * inBands);
+    stageSamples(u16.data(), SampleType::U16, dark.constData(), gain.constData(), staged.data(), qint64(staged.size()));
+    std::vector<float> chosen(size_t(W) * B); // one spectrum a column
+    stageSpectra({staged.data(), SampleType::F32, SpectraLayout::PixelsByBands, W, inBands}, stage, B, 0, W, chosen.data());
+    const ClassifierModel m = modelAround(chosen, W, B, 4, 20, 3, rng);
+    const auto classifier = backend->prepareClassifier(m, &error);
+    ASSERT_TRUE(classifier) << error.toStdString();
+    classifier->setInputStage(stage);
+    LinearMap map;
+    map.bands = inBands;
+    map.variables = 2;
+    testmodels::fillNormal(map.weights, map.bands * map.variables, 0.1f, 0.0f, rng);
+    testmodels::fillNormal(map.offset, map.variables, 1.0f, 5.0f, rng);
+    const auto regression = backend->prepareRegression(map, &error);
+    ASSERT_TRUE(regression) << error.toStdString();
+
+    const QVector<float> none;
+    for (const bool corrected : {true, false})
+        for (const SampleType type : {SampleType::U16, SampleType::F32}) {
+            const std::string what = std::string(corrected ? "corrected" : "as it is") + (type == SampleType::U16 ? ", 16-bit" : ", float");
+            const void* samples = type == SampleType::U16 ? static_cast<const void*>(u16.data()) : f32.data();
+            ASSERT_TRUE(frame->stage(samples, type, corrected ? dark : none, corrected ? gain : none)) << what;
+            stageSamples(samples, type, corrected ? dark.constData() : nullptr, corrected ? gain.constData() : nullptr,
+                         staged.data(), qint64(staged.size()));
+
+            std::vector<quint8> got(size_t(W), 99), want(size_t(W), 98);
+            ASSERT_TRUE(classifier->classifyFrame(*frame, got.data())) << what;
+            ASSERT_TRUE(classifier->classifySamples({staged.data(), SampleType::F32, SpectraLayout::PixelsByBands, W, inBands},
+                                                    want.data()))
+                << what;
+            EXPECT_EQ(got, want) << what;
+            if (corrected)
+                EXPECT_GT(std::set<quint8>(got.begin(), got.end()).size(), 1u) << what;
+
+            std::vector<float> outputs(size_t(W) * map.variables, -1), expected(outputs.size(), -2);
+            ASSERT_TRUE(regression->predictFrame(*frame, outputs.data())) << what;
+            ASSERT_TRUE(regression->predict(staged.data(), W, expected.data())) << what;
+            for (size_t i = 0; i < outputs.size(); ++i)
+                ASSERT_NEAR(outputs[i], expected[i], 1e-5 * std::max(1.0f, std::fabs(expected[i]))) << what << ", output " << i;
+        }
+
+    // References of another shape are refused.
+    EXPECT_FALSE(frame->stage(u16.data(), SampleType::U16, dark.mid(1), gain.mid(1)));
+    EXPECT_FALSE(frame->stage(nullptr, SampleType::U16, none, none));
+    EXPECT_EQ(backend->prepareFrame(0, inBands, nullptr), nullptr);
+}
+
 TEST(SampleStage, SelectsConvertsAndCorrectsInBothLayouts)
 {
     // Two pixels of three bands; the model takes bands 2 and 0, in that order.

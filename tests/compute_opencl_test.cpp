@@ -10,6 +10,7 @@
 #include "compute/cpu/cpu_resampler.h"
 #include "compute/device.h"
 #include "compute/opencl/opencl_classifier.h"
+#include "compute/opencl/opencl_frame.h"
 #include "compute/opencl/opencl_regression.h"
 #include "compute/opencl/opencl_resampler.h"
 #include "runtime/handle.h"
@@ -199,6 +200,55 @@ TEST_F(OpenCl, RegressionAndResamplingMoveOnlyTheirFramesAndOutputs)
     EXPECT_EQ(got, want);
     EXPECT_EQ(resampler->lastTraffic().toDevice, qint64(frame.size()) * 2);
     EXPECT_EQ(resampler->lastTraffic().toHost, qint64(got.size()) * 2);
+}
+
+TEST_F(OpenCl, AStagedFrameGoesUpOnceAndItsReferencesOnlyWhenOthersCome)
+{
+    std::mt19937 rng(17);
+    const int W = 100, bands = 6;
+    QString error;
+    const std::shared_ptr<Backend> device = openDevice(makeDevice(BackendOpenCl, 0), &error);
+    ASSERT_TRUE(device) << error.toStdString();
+    const std::unique_ptr<StagedFrame> staged = device->prepareFrame(W, bands, &error);
+    auto* frame = dynamic_cast<opencl::OpenClFrame*>(staged.get());
+    ASSERT_TRUE(frame) << error.toStdString();
+    const auto classifier = prepare(testmodels::randomModel(bands, 3, 6, 3, false, rng));
+    ASSERT_TRUE(classifier);
+    LinearMap map;
+    map.bands = bands;
+    map.variables = 2;
+    testmodels::fillNormal(map.weights, bands * 2, 1.0f, 0.0f, rng);
+    testmodels::fillNormal(map.offset, 2, 1.0f, 0.0f, rng);
+    const auto regression = onDevice<opencl::OpenClRegression>(map, &Backend::prepareRegression);
+    ASSERT_TRUE(regression);
+
+    const std::vector<quint16> samples(size_t(W) * bands, 500);
+    QVector<float> dark(W * bands, 100.0f), gain(W * bands, 0.01f);
+    const qint64 raw = qint64(W) * bands * 2, references = 2 * qint64(W) * bands * 4;
+    ASSERT_TRUE(frame->stage(samples.data(), SampleType::U16, dark, gain)) << frame->lastError().toStdString();
+    EXPECT_EQ(frame->lastTraffic().toDevice, raw + references);
+    ASSERT_TRUE(frame->stage(samples.data(), SampleType::U16, dark, gain));
+    EXPECT_EQ(frame->lastTraffic().toDevice, raw); // the same references stay
+    dark[0] = 101.0f;                              // changed in place: no longer the vector on the device
+    ASSERT_TRUE(frame->stage(samples.data(), SampleType::U16, dark, gain));
+    EXPECT_EQ(frame->lastTraffic().toDevice, raw + references);
+    EXPECT_EQ(frame->lastTraffic().toHost, 0);
+
+    // Both kernels read the frame where it lies; only their results come back.
+    std::vector<quint8> decisions(size_t(W), 99);
+    ASSERT_TRUE(classifier->classifyFrame(*frame, decisions.data())) << classifier->lastError().toStdString();
+    EXPECT_EQ(classifier->lastTraffic().toDevice, 0);
+    EXPECT_EQ(classifier->lastTraffic().toHost, W);
+    std::vector<float> outputs(size_t(W) * 2);
+    ASSERT_TRUE(regression->predictFrame(*frame, outputs.data())) << regression->lastError().toStdString();
+    EXPECT_EQ(regression->lastTraffic().toDevice, 0);
+    EXPECT_EQ(regression->lastTraffic().toHost, qint64(W) * 2 * 4);
+
+    // A host kernel cannot read a frame on the device, and writes nothing.
+    cpu::CpuClassifier host(testmodels::randomModel(bands, 3, 6, 3, false, rng));
+    std::fill(decisions.begin(), decisions.end(), 99);
+    EXPECT_FALSE(host.classifyFrame(*frame, decisions.data()));
+    EXPECT_EQ(decisions, std::vector<quint8>(size_t(W), 99));
 }
 
 TEST_F(OpenCl, DeviceListPutsOpenClEntriesAfterTheCpuOnes)
