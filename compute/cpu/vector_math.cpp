@@ -13,9 +13,16 @@ VectorLevel bestLevel()
 {
 #ifdef ZELK_VECTOR_LEVELS
     __builtin_cpu_init();
-    if (__builtin_cpu_supports("x86-64-v4"))
+#ifdef __clang__ // which knows the features, not the levels
+    const bool v3 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma") && __builtin_cpu_supports("bmi2");
+    const bool v4 = v3 && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+                    __builtin_cpu_supports("avx512cd") && __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl");
+#else
+    const bool v3 = __builtin_cpu_supports("x86-64-v3"), v4 = __builtin_cpu_supports("x86-64-v4");
+#endif
+    if (v4)
         return VectorLevel::V4;
-    if (__builtin_cpu_supports("x86-64-v3"))
+    if (v3)
         return VectorLevel::V3;
 #endif
     return VectorLevel::Baseline;
@@ -99,6 +106,9 @@ __attribute__((always_inline)) inline float sumOfSquaresOf(const float* values, 
 __attribute__((always_inline, optimize("fp-contract=off"))) inline void interpolateSamplesOf(
     const std::uint16_t* lo, const std::uint16_t* hi, float t, std::uint16_t* out, int n)
 {
+#ifdef __clang__ // which ignores the attribute
+#pragma clang fp contract(off)
+#endif
     const float tMinusOne = t - 1.0f;
     for (int i = 0; i < n; ++i) {
         float y = float(hi[i]) * t - float(lo[i]) * tMinusOne;
