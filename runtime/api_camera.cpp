@@ -1,7 +1,6 @@
 // The camera's own band grid, for projects trained on another grid: the calls that
 // describe it and the one that builds the resampler from it.
 
-#include "compute/backend.h"
 #include "runtime/boundary.h"
 #include "runtime/handle.h"
 #include "runtime/report.h"

@@ -1,6 +1,5 @@
 // Handle life, errors and version.
 
-#include "compute/backend.h"
 #include "runtime/boundary.h"
 #include "runtime/device_list.h"
 #include "runtime/handle.h"
