@@ -92,12 +92,12 @@ void report(const char* name, const char* kernel, double blocksPerSecond, int n,
 void openClWorkload(const char* name, const ClassifierModel& model, const std::vector<float>& spectra, SpectraLayout layout,
                     int n, double cpuRate, std::mt19937& rng)
 {
-    DeviceScope scope(makeDevice(BackendOpenCl, 0));
-    std::unique_ptr<ClassifierKernel> kernel = scope.ok() ? activeBackend().prepareClassifier(model) : nullptr;
+    QString error = QStringLiteral("no OpenCL device");
+    const std::shared_ptr<Backend> device = openDevice(makeDevice(BackendOpenCl, 0));
+    std::unique_ptr<ClassifierKernel> kernel = device ? device->prepareClassifier(model, &error) : nullptr;
     auto* cl = dynamic_cast<opencl::OpenClClassifier*>(kernel.get());
     if (!cl || !cl->reserve(n)) {
-        std::printf("%-5s opencl       not run: %s\n", name,
-                    scope.ok() ? (cl ? cl->lastError() : activeBackend().lastError()).toLocal8Bit().constData() : "no OpenCL device");
+        std::printf("%-5s opencl       not run: %s\n", name, (cl ? cl->lastError() : error).toLocal8Bit().constData());
         return;
     }
     std::vector<quint8> out(static_cast<size_t>(n));
@@ -156,8 +156,8 @@ int main()
 {
     std::printf("OpenBLAS sgemm 512^3: %.1f GFLOP/s\n", sgemmRate());
 #ifdef ZELK_WITH_OPENCL
-    if (Backend* cl = backend(BackendOpenCl))
-        std::printf("OpenCL device 0:%s\n", cl->deviceNames().value(0).toLocal8Bit().constData());
+    if (backendAvailable(BackendOpenCl))
+        std::printf("device 0 of %s\n", deviceNames(BackendOpenCl).value(0).toLocal8Bit().constData());
 #endif
     workload("W1", 640, 112, 24, 200, 5, true, SpectraLayout::PixelsByBands, true);
     workload("cube", 512 * 512, 25, 10, 100, 4, false, SpectraLayout::BandsByPixels, false);

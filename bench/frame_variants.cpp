@@ -16,6 +16,7 @@
 #ifdef ZELK_WITH_OPENCL
 #include "compute/device.h"
 #include "compute/opencl/opencl_classifier.h"
+#include "compute/opencl/opencl_frame.h"
 #include "compute/opencl/opencl_regression.h"
 #endif
 #include "runtime/handle.h"
@@ -161,13 +162,17 @@ void openClRegression(const QTemporaryDir& dir, const Project& p, const std::vec
         report("W1 regression, OpenCL", h, t);
         const auto* c = dynamic_cast<const compute::opencl::OpenClClassifier*>(h->project->classifier->kernel.get());
         const auto* r = dynamic_cast<const compute::opencl::OpenClRegression*>(h->project->regressor->frameKernel());
-        if (c && r && t.framesPerSecond > 0)
-            std::printf("  (cpu %.1fx faster) %lld B in, %lld B out a frame: classifier %lld / %lld, regressor %lld / %lld\n",
-                        cpuRate / t.framesPerSecond, c->lastTraffic().toDevice + r->lastTraffic().toDevice,
-                        c->lastTraffic().toHost + r->lastTraffic().toHost, c->lastTraffic().toDevice, c->lastTraffic().toHost,
-                        r->lastTraffic().toDevice, r->lastTraffic().toHost);
+        const auto* f = dynamic_cast<const compute::opencl::OpenClFrame*>(h->project->regressor->stagedFrame());
+        if (c && r && f && t.framesPerSecond > 0) {
+            const compute::opencl::DeviceWork::Traffic parts[] = {f->lastTraffic(), c->lastTraffic(), r->lastTraffic()};
+            std::printf("  (cpu %.1fx faster) %lld B in, %lld B out a frame: staging %lld / %lld, classifier %lld / %lld, "
+                        "regressor %lld / %lld\n",
+                        cpuRate / t.framesPerSecond, parts[0].toDevice + parts[1].toDevice + parts[2].toDevice,
+                        parts[0].toHost + parts[1].toHost + parts[2].toHost, parts[0].toDevice, parts[0].toHost,
+                        parts[1].toDevice, parts[1].toHost, parts[2].toDevice, parts[2].toHost);
+        }
         ZelkRegressor& regressor = *h->project->regressor;
-        std::vector<float> z(h->regFrame.size()), out(size_t(Width) * 3);
+        std::vector<float> z(size_t(Width) * CameraBands), out(size_t(Width) * 3);
         for (size_t i = 0; i < z.size(); ++i)
             z[i] = float(camera[i]);
         const double begin = seconds();
@@ -224,7 +229,7 @@ int main()
 
             // The regressor alone on one corrected frame.
             ZelkRegressor& r = *h->project->regressor;
-            std::vector<float> z(h->regFrame.size()), out(size_t(Width) * 3);
+            std::vector<float> z(size_t(Width) * CameraBands), out(size_t(Width) * 3);
             for (size_t i = 0; i < z.size(); ++i)
                 z[i] = float(camera[i]);
             const double begin = seconds();

@@ -89,7 +89,7 @@ int ZelkClassifier::prepareDevice()
     return 0;
 }
 
-int prepareKernel(ZelkClassifier& c, const QVector<float>& classRow, compute::InputStage stage)
+int prepareKernel(ZelkClassifier& c, compute::Backend& backend, const QVector<float>& classRow, compute::InputStage stage)
 {
     c.kernel.reset();
     if (!c.deviceProjection || !c.deviceNetwork) {
@@ -117,10 +117,10 @@ int prepareKernel(ZelkClassifier& c, const QVector<float>& classRow, compute::In
         c.lastError = QStringLiteral("Classifier cannot run: no operating point for its %1 classes").arg(model.classes);
         return -1;
     }
-    compute::Backend& backend = compute::activeBackend();
-    c.kernel = backend.prepareClassifier(model);
+    QString why;
+    c.kernel = backend.prepareClassifier(model, &why);
     if (!c.kernel) {
-        c.lastError = QStringLiteral("Classifier cannot run on the compute device: %1").arg(backend.lastError());
+        c.lastError = QStringLiteral("Classifier cannot run on the compute device: %1").arg(why);
         return -1;
     }
     c.kernel->setClassRow(classRow);

@@ -4,7 +4,7 @@
 // kernel of the running acquisition.
 
 #include "classify/pipeline_elements.h"
-#include "compute/classifier_kernel.h"
+#include "compute/backend.h"
 
 #include <QDataStream>
 #include <QMap>
@@ -135,12 +135,13 @@ Q_SIGNALS:
     void curopChanged(ZelkROC* roc);
 };
 
-// Builds the kernel of an acquisition on the active backend from the classifier's
+// Builds the kernel of an acquisition on `backend` from the classifier's
 // copies, with the operating point `classRow` and the input stage of the frames or
 // cubes to come. A gain that differs from pixel to pixel sits in the stage, so the
 // per-pixel form and the plain form are one kernel. -1 with `lastError` set when the
 // copies, the row or the stage do not fit together.
-int prepareKernel(ZelkClassifier& classifier, const QVector<float>& classRow, compute::InputStage stage);
+int prepareKernel(ZelkClassifier& classifier, compute::Backend& backend, const QVector<float>& classRow,
+                  compute::InputStage stage);
 
 // Rewrites the projection so that it takes uncorrected spectra of all `totalBands`
 // bands: x ↦ (x − second) / (first − second) and the band choice `bands` (count of

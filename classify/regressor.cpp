@@ -2,6 +2,7 @@
 #include "classify/apply_elements.h"
 #include "classify/device_copy.h"
 #include "compute/backend.h"
+#include "compute/device.h"
 #include "wire/data_set.h"
 
 #include <vector>
@@ -102,15 +103,19 @@ HostArray ZelkRegressor::predict(const HostArray& block) const
     return x.isEmpty() ? x : applyLinear(*deviceModel, x);
 }
 
-bool ZelkRegressor::prepareFrames(int pixels, int bands, QString* why)
+bool ZelkRegressor::prepareFrames(std::shared_ptr<compute::Backend> backend, int pixels, int bands, QString* why)
 {
     framePixels_ = frameBands_ = 0;
     frameKernel_.reset();
+    stagedFrame_.reset();
+    frameBackend_ = std::move(backend);
     auto fail = [why](const QString& text) {
         if (why)
             *why = text;
         return false;
     };
+    if (!frameBackend_)
+        return fail(QStringLiteral("no compute device"));
     if (pixels <= 0 || bands <= 0)
         return fail(QStringLiteral("frames of %1 pixels and %2 bands").arg(pixels).arg(bands));
     if (!runnable(bands, why))
@@ -157,12 +162,14 @@ bool ZelkRegressor::prepareFrames(int pixels, int bands, QString* why)
     map.variables = variables;
     map.weights = QVector<float>(folded.begin(), folded.end());
     map.offset = QVector<float>(offset.begin(), offset.end());
-    compute::Backend& backend = compute::activeBackend();
-    frameKernel_ = backend.prepareRegression(map);
+    QString failure;
+    frameKernel_ = frameBackend_->prepareRegression(map, &failure);
     if (!frameKernel_)
-        return fail(QStringLiteral("the compute device cannot take it: %1").arg(backend.lastError()));
-    if (!frameKernel_->reserve(pixels)) {
+        return fail(QStringLiteral("the compute device cannot take it: %1").arg(failure));
+    stagedFrame_ = frameBackend_->prepareFrame(pixels, bands, &failure);
+    if (!frameKernel_->reserve(pixels) || !stagedFrame_) {
         frameKernel_.reset();
+        stagedFrame_.reset();
         return fail(QStringLiteral("the compute device has no room for frames of %1 pixels").arg(pixels));
     }
     framePixels_ = pixels;
@@ -174,7 +181,13 @@ bool ZelkRegressor::predictFrame(const float* frame, int pixels, int bands, floa
 {
     if (!frame || !output)
         return false;
-    if ((pixels != framePixels_ || bands != frameBands_ || !frameKernel_) && !prepareFrames(pixels, bands))
+    if ((pixels != framePixels_ || bands != frameBands_ || !frameKernel_) &&
+        !prepareFrames(frameBackend_ ? frameBackend_ : compute::openDevice(compute::defaultDevice), pixels, bands))
         return false;
     return frameKernel_->predict(frame, pixels, output);
+}
+
+bool ZelkRegressor::predictStaged(float* output)
+{
+    return output && frameKernel_ && stagedFrame_ && frameKernel_->predictFrame(*stagedFrame_, output);
 }

@@ -3,7 +3,7 @@
 // that turn each pixel's spectrum into its output variables.
 
 #include "classify/pipeline_elements.h"
-#include "compute/regression_kernel.h"
+#include "compute/backend.h"
 
 #include <QDataStream>
 #include <QObject>
@@ -41,16 +41,25 @@ public:
     // Readies predictFrame for frames of `pixels` pixels and `bands` bands. The chain is
     // linear from end to end, so filter, selection, scaling and model are folded here,
     // in double precision, into one bands-by-variables matrix and one offset per
-    // variable, and the kernel of that map is made on the active backend. False, with
-    // the reason in `why`, when the chain or the device cannot take such frames.
-    bool prepareFrames(int pixels, int bands, QString* why = nullptr);
+    // variable, and the kernel of that map is made on `backend`, which later shapes
+    // use too. False, with the reason in `why`, when the chain or the device cannot
+    // take such frames.
+    bool prepareFrames(std::shared_ptr<compute::Backend> backend, int pixels, int bands, QString* why = nullptr);
     // A frame of `pixels` pixels with one band a column (pixels by bands, corrected,
     // all bands) into `output`: the variables of a pixel next to each other. One matrix
     // product; nothing is allocated or compiled once prepareFrames has seen this shape
-    // (another shape is prepared first, on the active backend).
+    // (another shape is prepared first, on the backend of the last prepareFrames, or on
+    // the CPU before any).
     bool predictFrame(const float* frame, int pixels, int bands, float* output);
     // The kernel that prepareFrames made; null before.
     const compute::RegressionKernel* frameKernel() const { return frameKernel_.get(); }
+    // The frame that prepareFrames made room for on the same device: the caller stages
+    // each frame into it, the classifier may read it as well, and predictStaged maps it.
+    // Null before.
+    compute::StagedFrame* stagedFrame() const { return stagedFrame_.get(); }
+    // The staged frame through the kernel into `output`, as predictFrame; false when
+    // nothing is prepared or the device failed.
+    bool predictStaged(float* output);
 
     ZelkDataSet* regData = nullptr;
     ZelkDataSet* regTestData = nullptr;
@@ -84,4 +93,6 @@ private:
     int framePixels_ = 0;
     int frameBands_ = 0;
     std::unique_ptr<compute::RegressionKernel> frameKernel_;
+    std::shared_ptr<compute::Backend> frameBackend_;
+    std::unique_ptr<compute::StagedFrame> stagedFrame_;
 };

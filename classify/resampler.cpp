@@ -75,14 +75,14 @@ void ZelkResampler::resample(const quint16* frame, quint16* out) const
     compute::resampleOnHost(map_, frame, out);
 }
 
-bool ZelkResampler::prepareFrames(QString* why)
+bool ZelkResampler::prepareFrames(compute::Backend& backend, QString* why)
 {
     frameKernel_.reset();
-    compute::Backend& backend = compute::activeBackend();
+    QString failure;
     if (resamplerReady)
-        frameKernel_ = backend.prepareResampler(map_);
+        frameKernel_ = backend.prepareResampler(map_, &failure);
     if (!frameKernel_ && why)
-        *why = resamplerReady ? QStringLiteral("the compute device cannot take it: %1").arg(backend.lastError())
+        *why = resamplerReady ? QStringLiteral("the compute device cannot take it: %1").arg(failure)
                               : QStringLiteral("the resampler is not ready");
     return frameKernel_ != nullptr;
 }

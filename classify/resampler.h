@@ -3,7 +3,7 @@
 // linear interpolation between the two neighbouring source bands. All searching happens
 // in init(); a frame then costs two look-ups, two products and a rounding per sample.
 
-#include "compute/resample_kernel.h"
+#include "compute/backend.h"
 
 #include <QString>
 #include <QVector>
@@ -45,9 +45,9 @@ public:
     // cubes and references.
     void resample(const quint16* frame, quint16* out) const;
 
-    // The kernel of an acquisition's frames on the active backend; false, with the
-    // reason in `why`, when the resampler is not ready or the device cannot take it.
-    bool prepareFrames(QString* why);
+    // The kernel of an acquisition's frames on `backend`; false, with the reason in
+    // `why`, when the resampler is not ready or the device cannot take it.
+    bool prepareFrames(compute::Backend& backend, QString* why);
     bool framesPrepared() const { return frameKernel_ != nullptr; }
     // One frame through that kernel; false when there is none or the device failed.
     bool resampleFrame(const quint16* frame, quint16* out);

@@ -1,41 +1,38 @@
 #pragma once
 // The contract between the library and a compute backend. Only compute/ knows the
-// concrete backends; everything else reaches them through this interface and the
-// selection functions below.
+// concrete backends; everything else opens the device a caller chose, holds the object
+// it gets and hands it to whatever prepares device work. Failures come back with the
+// call that failed: a null kernel and the reason in `error`.
 
 #include "compute/classifier_kernel.h"
 #include "compute/regression_kernel.h"
 #include "compute/resample_kernel.h"
+#include "compute/staged_frame.h"
 
 #include <QStringList>
 #include <memory>
 
 namespace compute {
 
+// One device of one backend.
 class Backend {
 public:
     virtual ~Backend() = default;
 
-    // 1 CPU, 2 CUDA, 4 OpenCL.
-    virtual int number() const = 0;
-    // "CPU:", "CUDA:" or "OpenCL:": what the device list puts before a name.
-    virtual QString prefix() const = 0;
-    // Readable names of the backend's devices, in the backend's own device order.
-    virtual QStringList deviceNames() = 0;
-    // Makes `index` the device that later work of this backend runs on.
-    virtual bool setDevice(int index) = 0;
+    // The packed device value (device.h) of this device.
     virtual int device() const = 0;
+    int number() const { return device() >> 16; }
 
-    // A kernel for a consistent model on the current device, ready for blocks of any
-    // size; null when the device could not take the model (lastError says why).
-    virtual std::unique_ptr<ClassifierKernel> prepareClassifier(const ClassifierModel& model) = 0;
-    // The same for the folded linear map of a regressor and for a resampling map;
-    // null when the device could not take them or they are not consistent.
-    virtual std::unique_ptr<RegressionKernel> prepareRegression(const LinearMap& map) = 0;
-    virtual std::unique_ptr<ResampleKernel> prepareResampler(const ResampleMap& map) = 0;
-
-    // Why the last device selection or preparation failed, for the caller's report.
-    virtual QString lastError() const { return {}; }
+    // A kernel for a consistent model on this device, ready for blocks of any size;
+    // null, with the reason in `error` (when given), when the device could not take it.
+    virtual std::unique_ptr<ClassifierKernel> prepareClassifier(const ClassifierModel& model, QString* error) = 0;
+    // The same for the folded linear map of a regressor and for a resampling map; null
+    // when the device could not take them or they are not consistent.
+    virtual std::unique_ptr<RegressionKernel> prepareRegression(const LinearMap& map, QString* error) = 0;
+    virtual std::unique_ptr<ResampleKernel> prepareResampler(const ResampleMap& map, QString* error) = 0;
+    // Room on this device for staged frames of that shape, which the kernels made here
+    // read where they lie; null, with the reason in `error`, when the device refuses.
+    virtual std::unique_ptr<StagedFrame> prepareFrame(int pixels, int bands, QString* error) = 0;
 };
 
 // Bit mask of the backends this build and machine offer: bit 0 CPU, bit 1 CUDA,
@@ -44,29 +41,14 @@ int availableBackends();
 // Whether the backend of that number is available; only that backend is looked for.
 bool backendAvailable(int number);
 
-// The backend of that number, or null when it is not available.
-Backend* backend(int number);
+// The readable names of a backend's devices in its own device order, each after the
+// backend's prefix ("CPU:", "CUDA:" or "OpenCL:"); empty when it is not available.
+QStringList deviceNames(int number);
 
-// Selection is per thread, as a caller's thread feeds one acquisition. False, with the
-// selection left as it was, when the backend or device does not exist.
-bool selectDevice(int device);
-Backend& activeBackend();
-
-// Back to the resting state, the CPU backend.
-void rest();
-
-// Selects a device for the lifetime of the object and rests on the CPU afterwards:
-// the pattern of every call that does device work outside an acquisition.
-class DeviceScope {
-public:
-    explicit DeviceScope(int device) : ok_(selectDevice(device)) {}
-    ~DeviceScope() { rest(); }
-    DeviceScope(const DeviceScope&) = delete;
-    DeviceScope& operator=(const DeviceScope&) = delete;
-    bool ok() const { return ok_; }
-
-private:
-    bool ok_;
-};
+// The device of that packed value, for the caller to hold while it runs work there
+// (and for whatever must re-prepare work on it later to share); null, with the reason
+// in `error` (when given), when the backend or device does not exist. The CPU device
+// always opens.
+std::shared_ptr<Backend> openDevice(int device, QString* error = nullptr);
 
 } // namespace compute

@@ -8,28 +8,29 @@
 namespace compute {
 namespace {
 
-CpuBackend& cpu()
-{
-    static CpuBackend instance;
-    return instance;
-}
-
 #ifdef ZELK_WITH_OPENCL
 // Enumerated on first use: a process that never asks for OpenCL never loads a driver.
-OpenClBackend& openCl()
+OpenClDevices& openCl()
 {
-    static OpenClBackend instance;
+    static OpenClDevices instance;
     return instance;
 }
 #endif
-
-thread_local Backend* selected = nullptr;
 
 } // namespace
 
 bool backendAvailable(int number)
 {
-    return backend(number) != nullptr;
+    switch (number) {
+    case BackendCpu:
+        return true;
+#ifdef ZELK_WITH_OPENCL
+    case BackendOpenCl:
+        return openCl().count() > 0;
+#endif
+    default:
+        return false;
+    }
 }
 
 int availableBackends()
@@ -41,37 +42,31 @@ int availableBackends()
     return mask;
 }
 
-Backend* backend(int number)
+QStringList deviceNames(int number)
 {
-    switch (number) {
-    case BackendCpu:
-        return &cpu();
+    QStringList names;
+    if (number == BackendCpu)
+        names << QStringLiteral("CPU:") + CpuBackend::deviceName();
 #ifdef ZELK_WITH_OPENCL
-    case BackendOpenCl:
-        return openCl().deviceCount() > 0 ? &openCl() : nullptr;
+    if (number == BackendOpenCl && backendAvailable(number))
+        for (const QString& name : openCl().names())
+            names << QStringLiteral("OpenCL:") + name;
 #endif
-    default:
-        return nullptr;
-    }
+    return names;
 }
 
-bool selectDevice(int device)
+std::shared_ptr<Backend> openDevice(int device, QString* error)
 {
-    Backend* b = backend(deviceBackend(device));
-    if (!b || !b->setDevice(deviceIndex(device)))
-        return false;
-    selected = b;
-    return true;
-}
-
-Backend& activeBackend()
-{
-    return selected ? *selected : cpu();
-}
-
-void rest()
-{
-    selected = &cpu();
+    const int number = deviceBackend(device), index = deviceIndex(device);
+    if (number == BackendCpu && index == 0)
+        return std::make_shared<CpuBackend>();
+#ifdef ZELK_WITH_OPENCL
+    if (number == BackendOpenCl)
+        return openCl().open(index, error);
+#endif
+    if (error)
+        *error = QStringLiteral("no device %1 of backend %2").arg(index).arg(number);
+    return nullptr;
 }
 
 } // namespace compute

@@ -15,6 +15,13 @@ bool ClassifierKernel::classifySamples(const SampleBlock& block, quint8* decisio
     return classifyStaged(block, decisions);
 }
 
+bool ClassifierKernel::classifyFrame(const StagedFrame& frame, quint8* decisions)
+{
+    if (!frame.host())
+        return false;
+    return classifySamples({frame.host(), SampleType::F32, SpectraLayout::PixelsByBands, frame.pixels(), frame.bands()}, decisions);
+}
+
 bool ClassifierKernel::classifyStaged(const SampleBlock& block, quint8* decisions)
 {
     staged_.resize(size_t(block.pixels) * size_t(modelBands()));

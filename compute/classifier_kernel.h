@@ -5,6 +5,7 @@
 
 #include "compute/classifier_model.h"
 #include "compute/sample_block.h"
+#include "compute/staged_frame.h"
 
 #include <QtGlobal>
 #include <vector>
@@ -37,6 +38,12 @@ public:
     // Stages a block of samples and classifies it; false, with nothing written, when
     // the block does not fit the stage and the model, or when the device failed.
     bool classifySamples(const SampleBlock& block, quint8* decisions);
+
+    // Classifies a staged frame, the stage picking the model's bands from it (a
+    // correction of the stage would apply on top). By default through the frame's host
+    // copy; device backends read their own frames where they lie. False, with nothing
+    // written, as classifySamples, or when the frame is not where the kernel can read it.
+    virtual bool classifyFrame(const StagedFrame& frame, quint8* decisions);
 
 protected:
     // Backends that stage inside their own tiles override this; by default the whole

@@ -4,6 +4,8 @@
 // pixels with one band a column, as BIL frames arrive; the outputs hold the variables
 // of a pixel next to each other.
 
+#include "compute/staged_frame.h"
+
 #include <QVector>
 
 namespace compute {
@@ -27,6 +29,13 @@ public:
     // `frame` holds n pixels by B bands; n times V outputs are written. False, with
     // nothing written, when the device failed; host kernels always succeed.
     virtual bool predict(const float* frame, int pixels, float* outputs) = 0;
+    // The same for a staged frame of the map's bands: by default through its host copy;
+    // device backends read their own frames where they lie. False, with nothing
+    // written, when the frame is not where the kernel can read it.
+    virtual bool predictFrame(const StagedFrame& frame, float* outputs)
+    {
+        return frame.host() && predict(frame.host(), frame.pixels(), outputs);
+    }
 
     // Makes room for frames of up to `pixels` pixels, and has the device compile what
     // such frames need, before the first one comes. False when the device cannot.

@@ -242,7 +242,6 @@ int ZelkProjectReader::readImages()
     image->imageType = p.projectType;
     QObject::connect(image.get(), &ZelkImage::progressChanged, &p, &ZelkProject::setProgress);
     QObject::connect(image.get(), &ZelkImage::displayMessage, &p, &ZelkProject::displayMessage);
-    image->device = p.device;
     if (const int r = image->load(in))
         return r;
     // The band count sizes the band selection and the class statistics: a count that no

@@ -67,7 +67,7 @@ int prepareLineScanKernel(ZelkHandle* h, ZelkClassifier& c)
             c.lastError = msg::CorrectionInfo.text;
             return -1;
         }
-        return prepareKernel(c, h->classRow, stage);
+        return prepareKernel(c, *h->backend, h->classRow, stage);
     }
     if (h->fullBandFrames)
         stage.bands = c.bandIndex;
@@ -75,7 +75,7 @@ int prepareLineScanKernel(ZelkHandle* h, ZelkClassifier& c)
         stage.dark = h->darkSel;
         stage.gain = h->gainSel;
     }
-    return prepareKernel(c, h->classRow, stage);
+    return prepareKernel(c, *h->backend, h->classRow, stage);
 }
 
 int start(ZelkHandle* h)
@@ -91,7 +91,6 @@ int start(ZelkHandle* h)
     if (h->acquiring)
         return fail(h, msg::AlreadyAcquiring);
 
-    compute::selectDevice(h->device);
     h->classRow = c.roc ? c.roc->classRow(c.classCount()) : QVector<float>();
     h->frameCount = h->ringNext = h->ringLast = h->objectSerial = 0;
     h->algTimeMs = h->segTimeMs = 0;
@@ -167,7 +166,6 @@ int stop(ZelkHandle* h)
         return fail(h, msg::NotAcquiring);
     h->acquiring = false;
     h->segmenter = nullptr;
-    compute::selectDevice(compute::defaultDevice);
 
     const int n = h->warmupFrames > 0 ? h->frameCount - h->warmupFrames : h->frameCount;
     const double a = h->algTimeMs / double(n);

@@ -1,7 +1,6 @@
 // The camera's own band grid, for projects trained on another grid: the calls that
 // describe it and the one that builds the resampler from it.
 
-#include "compute/backend.h"
 #include "runtime/export.h"
 #include "runtime/handle.h"
 #include "spectral/envi_header.h"
@@ -115,7 +114,6 @@ extern "C" ZELK_API int zelk_SetResampling(ZelkHandle* h, int mode)
             return failWithoutText(ZELK_E_RESAMPLING_CAMERA);
         h->resampler = std::make_unique<ZelkResampler>();
         const ZelkBandSet source(h->deviceWavelengths.get()), target(h->resamplingWavelengths.get());
-        compute::DeviceScope scope(h->device);
         std::printf(" deviceWidth=%d ", h->deviceFrameWidth);
         const int result = h->resampler->init(h->deviceFrameWidth, source, target);
         std::printf(" res_init=%d ", result);

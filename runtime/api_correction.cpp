@@ -183,7 +183,7 @@ int loadCorrectionScan(ZelkHandle* h, const QString& directory, const QString& n
     if (!found)
         return fail(h, msg::correctionUnloadable(name, image.imageError, image.imageErrorMsg));
     image.setCorrection(std::move(found));
-    if (h->resamplingEnabled && (!h->resampler || image.resampleReferences(*h->resampler, h->device) != 0))
+    if (h->resamplingEnabled && (!h->resampler || image.resampleReferences(*h->resampler) != 0))
         return failWithoutText(ZELK_E_CORRECTION_SCAN); // the call publishes the correction pair
 
     ZelkCorrection& c = *image.correction();

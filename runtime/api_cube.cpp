@@ -224,7 +224,7 @@ int prepareCubeKernel(ZelkHandle* h, ZelkClassifier& c)
     // count carries the camera's bands, of which the stage picks the classifier's.
     if (h->fullBandFrames && h->inputBands != c.selectedBandCount)
         stage.bands = c.bandIndex;
-    if (prepareKernel(c, h->classRow, std::move(stage)) != 0)
+    if (prepareKernel(c, *h->backend, h->classRow, std::move(stage)) != 0)
         return -1;
     const qint64 pixels = qint64(h->inputWidth) * h->inputHeight;
     if (!c.kernel->reserve(int(pixels))) {

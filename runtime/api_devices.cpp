@@ -31,11 +31,10 @@ extern "C" ZELK_API int zelk_SetDevice(ZelkHandle* h, int index)
             return fail(h, msg::deviceIndex(index));
         const ZelkDevice& d = h->devices[index];
         const int device = compute::makeDevice(d.backend, d.deviceIndex);
-        {
-            compute::DeviceScope scope(device);
-            if (!scope.ok())
-                return fail(h, msg::DeviceSwitch);
-        }
+        std::shared_ptr<compute::Backend> opened = compute::openDevice(device);
+        if (!opened)
+            return fail(h, msg::DeviceSwitch);
+        h->backend = std::move(opened);
         h->device = device;
         logToHandle(h, msg::selectedDevice(index, d.name));
         h->errorCode = 0;

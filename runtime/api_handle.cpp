@@ -1,6 +1,6 @@
 // Handle life, errors and version.
 
-#include "compute/backend.h"
+#include "runtime/export.h"
 #include "runtime/device_list.h"
 #include "runtime/export.h"
 #include "runtime/handle.h"
@@ -26,8 +26,6 @@ extern "C" ZELK_API void zelk_Release(ZelkHandle* h)
     exportedForAnyHandle("zelk_Release", nullptr, [h] {
         if (!h)
             return 0;
-        // Device-resident members are freed on the device that holds them.
-        compute::DeviceScope scope(h->device);
         delete h;
         return 0;
     });

@@ -17,13 +17,11 @@ int buildDeviceList(QList<ZelkDevice>& devices, int listNVIDIA, int listOpenCL)
         // (whose threads would run beside the caller's).
         if (!family.wanted || !compute::backendAvailable(family.number))
             continue;
-        compute::Backend* b = compute::backend(family.number);
-        if (!b)
+        const QStringList names = compute::deviceNames(family.number);
+        if (names.isEmpty())
             return family.failure;
-        const QStringList names = b->deviceNames();
         for (int i = 0; i < names.size(); ++i)
-            devices.append(ZelkDevice{family.number, i, b->prefix() + names[i]});
+            devices.append(ZelkDevice{family.number, i, names[i]});
     }
-    compute::rest();
     return 0;
 }

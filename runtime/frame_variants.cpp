@@ -1,8 +1,8 @@
-// The frame path of projects with a regressor. The frame is converted to float and
-// corrected on all of its bands, the classifier takes its bands from that corrected
-// frame, the regressor maps every pixel's full spectrum onto its output variables, and
-// the tracker averages those per object. With resampling, the camera's frame is first
-// interpolated onto the project's bands.
+// The frame path of projects with a regressor. The frame is staged once, converted to
+// float and corrected on all of its bands, on the run's device; the classifier takes
+// its bands from that staged frame, the regressor maps every pixel's full spectrum onto
+// its output variables, and the tracker averages those per object. With resampling,
+// the camera's frame is first interpolated onto the project's bands.
 
 #include "classify/classifier.h"
 #include "classify/regressor.h"
@@ -59,7 +59,8 @@ int checkRun(ZelkHandle* h, int bands)
         return fail(h, msg::FrameWidthChanged);
     if (h->ringNext < 0 || h->ringNext >= h->labelImage->height())
         return fail(h, msg::NoRing);
-    if (qint64(h->regFrame.size()) != samples || h->regVarCount != r->regVarNames.size()
+    const compute::StagedFrame* staged = r->stagedFrame();
+    if (!staged || staged->pixels() != width || staged->bands() != bands || h->regVarCount != r->regVarNames.size()
         || qint64(h->regOutput.size()) != width * h->regVarCount)
         return fail(h, msg::framesNotPrepared(width, bands));
     if (perPixelCorrection(h) && (h->darkRef.size() != samples || h->gainRef.size() != samples))
@@ -70,31 +71,27 @@ int checkRun(ZelkHandle* h, int bands)
     return 0;
 }
 
-// out = in as float, or (in - dark) * gain, sample by sample: the frame and both
-// references hold the pixels of one band after another.
-void correctFrame(const ZelkHandle* h, const void* in, compute::SampleType type, qint64 n, float* out)
+// Stages `in` into the regressor's frame: as float, or (in - dark) * gain with per-pixel
+// references. The frame and both references hold the pixels of one band after another.
+int stageFrame(ZelkHandle* h, const void* in, compute::SampleType type)
 {
     const bool correct = perPixelCorrection(h);
-    compute::stageSamples(in, type, correct ? h->darkRef.constData() : nullptr, correct ? h->gainRef.constData() : nullptr,
-                          out, n);
+    const QVector<float> none;
+    if (!h->project->regressor->stagedFrame()->stage(in, type, correct ? h->darkRef : none, correct ? h->gainRef : none))
+        return fail(h, msg::StagingFailed);
+    return 0;
 }
 
-// The corrected frame in regFrame through classifier, regressor and tracker.
+// The staged frame through classifier, regressor and tracker.
 int runChain(ZelkHandle* h, int bands)
 {
     ZelkProject& p = *h->project;
     ZelkClassifier& c = *p.classifier;
-    compute::SampleBlock block;
-    block.data = h->regFrame.data();
-    block.type = compute::SampleType::F32;
-    block.layout = compute::SpectraLayout::PixelsByBands;
-    block.pixels = h->inputWidth;
-    block.bands = bands;
-    if (!c.kernel->classifySamples(block, h->labelImage->scanLine(h->ringNext)))
+    if (!c.kernel->classifyFrame(*p.regressor->stagedFrame(), h->labelImage->scanLine(h->ringNext)))
         return fail(h, msg::frameMisfit(bands));
 
     h->objCount = 0;
-    if (!p.regressor->predictFrame(h->regFrame.data(), h->inputWidth, bands, h->regOutput.data()))
+    if (!p.regressor->predictStaged(h->regOutput.data()))
         return fail(h, msg::regressorMisfit(bands));
     if (!h->segmentationEnabled || !h->segmenter)
         return 0;
@@ -119,7 +116,6 @@ bool regressionFrames(const ZelkHandle* h)
 int prepareFrameVariant(ZelkHandle* h)
 {
     if (!regressionFrames(h)) {
-        h->regFrame = {};
         h->resampledFrame = {};
         return 0;
     }
@@ -131,17 +127,16 @@ int prepareFrameVariant(ZelkHandle* h)
         ZelkResampler* r = h->resampler.get();
         if (!r || !r->resamplerReady || r->width != width || r->sourceBands != h->inputBands)
             return fail(h, msg::resamplingMisfit(width, h->inputBands));
-        if (!r->prepareFrames(&why))
+        if (!r->prepareFrames(*h->backend, &why))
             return fail(h, msg::resamplingCannotStart(why));
     }
     const int bands = chainBands(h);
     why = msg::NoRegressionModel;
-    if (!p.regressor || !p.regressor->prepareFrames(width, bands, &why))
+    if (!p.regressor || !p.regressor->prepareFrames(h->backend, width, bands, &why))
         return fail(h, msg::regressionCannotRun(why));
     const qint64 samples = qint64(width) * bands;
     if (perPixelCorrection(h) && (h->darkRef.size() != samples || h->gainRef.size() != samples))
         return fail(h, msg::CorrectionInfoUnnamed);
-    h->regFrame.assign(size_t(samples), 0.0f);
     h->resampledFrame.assign(resampling ? size_t(samples) : 0, 0);
     return 0;
 }
@@ -157,9 +152,8 @@ int regressFrame(ZelkHandle* h, const void* frame)
     const int bands = chainBands(h);
     if (const int refused = checkRun(h, bands))
         return refused;
-    const qint64 n = qint64(h->inputWidth) * bands;
-    correctFrame(h, frame, h->inputDataType == DataUInt16 ? compute::SampleType::U16 : compute::SampleType::F32, n,
-                 h->regFrame.data());
+    if (const int failed = stageFrame(h, frame, h->inputDataType == DataUInt16 ? compute::SampleType::U16 : compute::SampleType::F32))
+        return failed;
     return runChain(h, bands);
 }
 
@@ -181,12 +175,13 @@ int resampleFrame(ZelkHandle* h, const void* frame)
     if (const int refused = checkRun(h, bands))
         return refused;
     // A resampler set during the run gets its kernel with its first frame, on the run's
-    // device, which stays selected for the rest of the run.
+    // device.
     QString why;
-    if (!r->framesPrepared() && !(compute::selectDevice(h->device) && r->prepareFrames(&why)))
+    if (!r->framesPrepared() && !r->prepareFrames(*h->backend, &why))
         return fail(h, msg::resamplingCannotRun(why));
     if (!r->resampleFrame(static_cast<const quint16*>(frame), h->resampledFrame.data()))
         return fail(h, msg::ResamplingFailed);
-    correctFrame(h, h->resampledFrame.data(), compute::SampleType::U16, qint64(h->inputWidth) * bands, h->regFrame.data());
+    if (const int failed = stageFrame(h, h->resampledFrame.data(), compute::SampleType::U16))
+        return failed;
     return runChain(h, bands);
 }

@@ -5,6 +5,7 @@
 #include "classify/resampler.h"
 #include "model/project.h"
 #include "spectral/spectral_cube.h"
+#include "compute/backend.h"
 #include "compute/device.h"
 #include "segment/object_record.h"
 #include "zelk.h"
@@ -77,12 +78,14 @@ struct ZelkHandle {
     QVector<float> whiteMean, darkMean;
     QVector<float> darkSel, gainSel;
     int device = compute::defaultDevice;
+    // The device of `device`, opened when the caller chose it; all device work of the
+    // handle is prepared on it.
+    std::shared_ptr<compute::Backend> backend = compute::openDevice(compute::defaultDevice);
     bool meanCorrection = false;
 
     int regVarCount = 0;
     std::vector<float> regOutput;  // inputWidth x regVarCount, pixel-major
     std::vector<float> regVarLine; // one variable of the last frame
-    std::vector<float> regFrame;         // the corrected frame of all bands that the regressor reads
     std::vector<quint16> resampledFrame; // the frame on the project's bands, when resampling
 
     bool acquiring = false;

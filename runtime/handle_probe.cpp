@@ -36,6 +36,11 @@ int selectedDevice(const ZelkHandle* h)
     return h->device;
 }
 
+compute::Backend& backend(const ZelkHandle* h)
+{
+    return *h->backend;
+}
+
 Camera camera(const ZelkHandle* h)
 {
     Camera c;

@@ -6,6 +6,9 @@
 #include <QVector>
 
 struct ZelkHandle;
+namespace compute {
+class Backend;
+}
 
 namespace handleprobe {
 
@@ -48,6 +51,9 @@ Run run(const ZelkHandle* h);
 // The device that loads and starts run on: zelk_SetDevice logs the chosen entry's
 // name, but nothing hands back the device itself.
 int selectedDevice(const ZelkHandle* h);
+// The opened device that the handle passes to all its device work: kernels prepared on
+// it run where the handle's would.
+compute::Backend& backend(const ZelkHandle* h);
 
 // The camera description and the resampling target: the exports take them but give
 // back only the band count of the resampler, through a later load.

@@ -197,6 +197,7 @@ inline const Text NoRing{ZELK_E_INTERNAL, QStringLiteral("The decision image hol
 inline const Text SegmentationNotPrepared{ZELK_E_INTERNAL, QStringLiteral("Segmentation was not prepared for the regression outputs.")};
 inline const Text ResamplerMisfit{ZELK_E_INTERNAL, QStringLiteral("The resampler does not fit the frames.")};
 inline const Text ResamplingFailed{ZELK_E_INTERNAL, QStringLiteral("The compute device failed to resample the frame.")};
+inline const Text StagingFailed{ZELK_E_INTERNAL, QStringLiteral("The compute device failed to stage the frame.")};
 
 inline Text unsupportedFrameLayout(int layout)
 {

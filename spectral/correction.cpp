@@ -89,6 +89,7 @@ int ZelkCorrection::checkReferences(QString* message) const
                 return -4305;
             }
     if (white->dataType != DataUInt16 && white->dataType != DataFloat) {
+        // Deliberate: "white" in lower case, and "float" though 16-bit ones pass; callers match on it.
         *message = QStringLiteral("white cube reference should have float data type, got %1").arg(white->dataType);
         return -4306;
     }

@@ -56,7 +56,6 @@ public:
     bool cropped = false;
     int cropA = 0, cropB = 0, cropC = 0, cropD = 0; // x, y, width, height of the region
     int cropWidth = 0, cropHeight = 0;              // size before cropping
-    int device = 65536;
     int imageType = 0;
     float imageFactor = 1.0f;
     int imageInt1 = 0, imageInt2 = 0; // displayed width and height

@@ -3,7 +3,6 @@
 // cross-correlation in the frequency domain, and the image becomes the largest window
 // that every tile can supply.
 
-#include "compute/backend.h"
 #include "spectral/image_family.h"
 
 #include <QImageReader>
@@ -88,7 +87,6 @@ int ZelkImageAgrowing::registerMosaic(const QImage& picture, const CameraTable& 
         report(-1, QStringLiteral("No valid camera types found in zelk.ini"));
         return imageError;
     }
-    const compute::DeviceScope scope(device);
     const int W = picture.width(), H = picture.height();
     bool found = false;
     for (auto it = cameras.constBegin(); it != cameras.constEnd(); ++it) {

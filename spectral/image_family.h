@@ -309,7 +309,7 @@ public:
     // Moves both references of a frame correction to the resampler's band grid: 0, -1
     // for a correction or resampler that is not fit, or the status of the resampling
     // that failed, in which case both references stay as they were.
-    int resampleReferences(const ZelkResampler& resampler, int device);
+    int resampleReferences(const ZelkResampler& resampler);
     // Zeroes every spectrum of a float BIP cube whose mask value is 0: 0 or -1.
     int maskCube(ZelkSpectralCube& cube);
 

@@ -1,6 +1,5 @@
 // Scans in counts with white and dark reference scans beside them.
 
-#include "compute/backend.h"
 #include "spectral/image_family.h"
 #include "spectral/load_messages.h"
 #include "spectral/scan_correction.h"
@@ -123,7 +122,6 @@ int ZelkImageReferenced::correct(ZelkSpectralCube& scan, const QString& name)
         return fail(-3807, QStringLiteral("Scan and correction scans must have identical width and band count."));
     }
 
-    const compute::DeviceScope scope(device);
     QVector<float> w, d;
     if (!scancorrection::level(white, scancorrection::Reduction::Max, &w) ||
         !scancorrection::level(dark, scancorrection::Reduction::Min, &d))

@@ -1,7 +1,6 @@
 // The capture-directory layout: "<scan>/capture/<scan>.hdr|.raw" with "DARKREF_<scan>" and
 // "WHITEREF_<scan>" beside it, and a ".png" picture in the scan directory.
 
-#include "compute/backend.h"
 #include "spectral/envi_header.h"
 #include "spectral/image_family.h"
 #include "spectral/scan_correction.h"
@@ -118,7 +117,6 @@ std::unique_ptr<ZelkSpectralCube> ZelkImageSpecim::loadCube(const QString& direc
     if (!dark || !white)
         return nullptr;
 
-    const compute::DeviceScope scope(device);
     QVector<float> w, d;
     if (!scancorrection::level(*white, scancorrection::Reduction::Mean, &w) ||
         !scancorrection::level(*dark, scancorrection::Reduction::Mean, &d))

@@ -2,7 +2,6 @@
 // references come from the scan's binary header or from reference scans beside it.
 
 #include "classify/resampler.h"
-#include "compute/backend.h"
 #include "spectral/bin_header.h"
 #include "spectral/decompressor.h"
 #include "spectral/envi_header.h"
@@ -189,7 +188,6 @@ int ZelkImageTessaron::correctCube(ZelkSpectralCube& cube, int mode)
     if (c->isValid(mode) != 0)
         return setError(-4302, QStringLiteral("Correction not valid (%1)").arg(mode));
 
-    const compute::DeviceScope scope(device);
     const ZelkSpectralCube& white = *c->white;
     const ZelkSpectralCube& dark = *c->dark;
     QString refused;
@@ -236,12 +234,11 @@ int ZelkImageTessaron::correctCube(ZelkSpectralCube& cube, int mode)
     return 0;
 }
 
-int ZelkImageTessaron::resampleReferences(const ZelkResampler& resampler, int packedDevice)
+int ZelkImageTessaron::resampleReferences(const ZelkResampler& resampler)
 {
     ZelkCorrection* c = correction_.get();
     if (!c || c->state != ZelkCorrection::Frame || !c->white || !c->dark || !resampler.resamplerReady)
         return -1;
-    const compute::DeviceScope scope(packedDevice);
     int status = 0;
     // Both are resampled before either is replaced, so that a failure keeps the pair.
     std::unique_ptr<ZelkSpectralCube> white = c->white->resampled(resampler, &status);

@@ -6,6 +6,7 @@
 
 #include "compute/backend.h"
 #include "compute/device.h"
+#include "runtime/handle_probe.h"
 #include "model_files.h"
 #include "spectral_fixtures.h"
 #include "test_handle.h"
@@ -70,8 +71,8 @@ struct Run {
         if (beforeStart)
             beforeStart(h);
         EXPECT_EQ(zelk_StartAcquisition(h), 0) << zelk_GetErrorMsg(h);
-        // The selection of the start stays in force until the stop.
-        s.backend = compute::activeBackend().number();
+        // The run's kernels are made on the handle's device.
+        s.backend = handleprobe::backend(h).number();
     }
     ~Run() { zelk_StopAcquisition(h); }
 

@@ -71,8 +71,8 @@ TEST(SetDevice, SelectsTheEntryLogsItAndClearsTheCode)
     EXPECT_EQ(handleprobe::selectedDevice(a), 65536);
     const QString logged = QString::fromLocal8Bit(zelk_GetErrorMsg(a.h));
     EXPECT_EQ(logged, QStringLiteral("Selected device 0: ") + QString::fromLocal8Bit(zelk_GetDeviceName(a.h, 0)));
-    // Device work outside an acquisition rests on the CPU afterwards.
-    EXPECT_EQ(compute::activeBackend().number(), 1);
+    // The handle holds the device it chose.
+    EXPECT_EQ(handleprobe::backend(a).device(), 65536);
 }
 
 TEST(SetDevice, IsRefusedDuringAcquisitionAndChangesNothing)

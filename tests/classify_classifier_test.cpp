@@ -4,11 +4,19 @@
 #include "classify/classifier.h"
 #include "classify/device_copy.h"
 #include "compute/backend.h"
+#include "compute/device.h"
 
 #include <cmath>
 #include <gtest/gtest.h>
 
 namespace {
+
+// The CPU device, on which these kernels are made.
+compute::Backend& host()
+{
+    static const std::shared_ptr<compute::Backend> cpu = compute::openDevice(compute::defaultDevice);
+    return *cpu;
+}
 
 HostArray floats(qint64 rows, qint64 cols, QVector<float> v)
 {
@@ -108,7 +116,7 @@ TEST(Classifier, RefusesModelsThatCannotRun)
     ASSERT_EQ(c->prepareDevice(), 0);
     EXPECT_EQ(c->bandIndex, (QVector<int>{2, 0}));
     EXPECT_TRUE(c->deviceThresholds.isEmpty());
-    EXPECT_EQ(prepareKernel(*c, {1}, {}), -1); // one weight for two classes
+    EXPECT_EQ(prepareKernel(*c, host(), {1}, {}), -1); // one weight for two classes
     EXPECT_EQ(c->kernel, nullptr);
     c->network->unitCount = 3; // a second preparation replaces the copies
     EXPECT_EQ(c->prepareDevice(), -1);
@@ -123,7 +131,7 @@ TEST(Classifier, RunsOnSelectedBandsInTheModelsOrder)
     ASSERT_EQ(c->prepareDevice(), 0);
     compute::InputStage stage;
     stage.bands = c->bandIndex;
-    ASSERT_EQ(prepareKernel(*c, c->roc->classRow(2), stage), 0);
+    ASSERT_EQ(prepareKernel(*c, host(), c->roc->classRow(2), stage), 0);
     // Pixels of three bands (b0, b1, b2); the features are (b2, b0).
     EXPECT_EQ(classifyBip(*c, {0, 7, 0, /**/ 0, 7, 10, /**/ 10, 7, 0, /**/ 0, 7, 5}, 3),
               (std::vector<quint8>{0, 1, 2, 2}));
@@ -140,7 +148,7 @@ TEST(Classifier, FoldedCorrectionClassifiesRawSpectraLikeCorrectedOnes)
     for (int round = 0; round < 2; ++round) { // the second fold must start from the unfolded projection
         ASSERT_EQ(foldCorrection(*c, white, dark, c->selectedBandCount, c->selectedBands->constData()), 0);
         ASSERT_EQ(c->deviceProjection->inputCount, 3);
-        ASSERT_EQ(prepareKernel(*c, {1, 1}, {}), 0);
+        ASSERT_EQ(prepareKernel(*c, host(), {1, 1}, {}), 0);
         EXPECT_EQ(classifyBip(*c, raw, 3), (std::vector<quint8>{0, 1, 0}));
     }
     EXPECT_EQ(foldCorrection(*c, {1, 2}, {0, 0}, 2, c->selectedBands->constData()), -1); // two levels for three bands

@@ -1,9 +1,7 @@
-// The OpenCL backend: its classifier kernel against the formula and the CPU kernel,
-// staging of camera samples on the device, the traffic of a block, failures, the
-// regression and resampling kernels against the host ones, and the device list through
-// the exported calls. All kernels are made on the first OpenCL
-// device, which shares one context and one built program among them, so the driver
-// compiles each piece of device code once for the whole fixture.
+// What only the OpenCL backend has: the bytes a call moves between host and device,
+// failures of the device and of its selection, and its entries in the device list
+// through the exported calls. Its kernels' decisions and outputs are checked with every
+// other backend's in compute_kernels_test.cpp.
 
 #include "classifier_models.h"
 #include "compute/backend.h"
@@ -12,6 +10,7 @@
 #include "compute/cpu/cpu_resampler.h"
 #include "compute/device.h"
 #include "compute/opencl/opencl_classifier.h"
+#include "compute/opencl/opencl_frame.h"
 #include "compute/opencl/opencl_regression.h"
 #include "compute/opencl/opencl_resampler.h"
 #include "runtime/handle_probe.h"
@@ -37,15 +36,16 @@ protected:
     template <typename OpenClKernel, typename Model, typename Make>
     static std::unique_ptr<OpenClKernel> onDevice(const Model& model, Make make)
     {
-        DeviceScope scope(makeDevice(BackendOpenCl, 0));
-        if (!scope.ok()) {
-            ADD_FAILURE() << "no OpenCL device to select";
+        QString error;
+        const std::shared_ptr<Backend> device = openDevice(makeDevice(BackendOpenCl, 0), &error);
+        if (!device) {
+            ADD_FAILURE() << "no OpenCL device to open: " << error.toStdString();
             return nullptr;
         }
-        auto kernel = (activeBackend().*make)(model);
+        auto kernel = ((*device).*make)(model, &error);
         auto* cl = dynamic_cast<OpenClKernel*>(kernel.get());
         if (!cl) {
-            ADD_FAILURE() << "no OpenCL kernel: " << activeBackend().lastError().toStdString();
+            ADD_FAILURE() << "no OpenCL kernel: " << error.toStdString();
             return nullptr;
         }
         kernel.release();
@@ -55,15 +55,6 @@ protected:
     static std::unique_ptr<OpenClClassifier> prepare(const ClassifierModel& m)
     {
         return onDevice<OpenClClassifier>(m, &Backend::prepareClassifier);
-    }
-
-    // Pixels as (x, y) pairs, one spectrum a column.
-    static std::vector<quint8> decide(ClassifierKernel& k, const std::vector<float>& pixels, const QVector<float>& row = {1, 1})
-    {
-        std::vector<quint8> out(pixels.size() / 2, 99);
-        k.setClassRow(row);
-        EXPECT_TRUE(k.classify(pixels.data(), SpectraLayout::BandsByPixels, int(out.size()), out.data()));
-        return out;
     }
 
     // Checks `decisions` against the formula for every pixel that float can decide;
@@ -90,194 +81,61 @@ protected:
     }
 };
 
-// A model whose centres sit at the features of some of the given pixels, with gammas
-// scaled to the spread of those centres: whatever the scale of the spectra, the pixels
-// fall to different classes.
-ClassifierModel modelAround(const std::vector<float>& spectra, int n, int B, int F, int K, int C, std::mt19937& rng)
-{
-    ClassifierModel m = testmodels::randomModel(B, F, K, C, false, rng);
-    m.offset.fill(0.0f);
-    for (int k = 0; k < K; ++k) {
-        const float* x = spectra.data() + size_t((k * 7919) % n) * size_t(B);
-        for (int f = 0; f < F; ++f) {
-            double z = 0;
-            for (int b = 0; b < B; ++b)
-                z += double(m.matrix[f * B + b]) * x[b];
-            m.centres[k * F + f] = float(z);
-        }
-    }
-    double spread = 0;
-    for (int k = 1; k < K; ++k)
-        for (int f = 0; f < F; ++f) {
-            const double d = m.centres[k * F + f] - m.centres[f];
-            spread += d * d;
-        }
-    m.gammas.fill(float(-2.0 * (K - 1) / spread));
-    return m;
-}
-
 } // namespace
 
-TEST_F(OpenCl, NearestCentreWinsAndTiesGoToTheFirstClass)
-{
-    const auto k = prepare(twoCentres());
-    ASSERT_TRUE(k);
-    // (5,0) and (5,3) lie as far from one centre as from the other.
-    EXPECT_EQ(decide(*k, {0, 0, 10, 0, 4, 1, 6, -1, 5, 0, 5, 3}), (std::vector<quint8>{0, 1, 0, 1, 0, 0}));
-}
-
-TEST_F(OpenCl, RejectsOnlyBelowTheWinnersOwnThreshold)
-{
-    ClassifierModel m = twoCentres();
-    m.thresholds = {1.0f, 0.5f};
-    const auto k = prepare(m);
-    ASSERT_TRUE(k);
-    // (0,0): class 0 at exactly its threshold 1, kept. (0.5,0): exp(-0.25) ~ 0.78 < 1,
-    // rejected although above class 1's threshold. (9.5,0): 0.78 >= 0.5, kept. Far: rejected.
-    EXPECT_EQ(decide(*k, {0, 0, 10, 0, 0.5f, 0, 9.5f, 0, 50, 50}), (std::vector<quint8>{0, 1, 2, 1, 2}));
-}
-
-TEST_F(OpenCl, OperatingPointWeightsMultiplyTheScores)
-{
-    ClassifierModel m = twoCentres();
-    m.weights = {0, 1, 0, /* class 1 */ -1, 0, 1};
-    const auto k = prepare(m);
-    ASSERT_TRUE(k);
-    // Weight 0 makes class 0 score 0: it beats class 1's -1 near centre 0 and ties
-    // class 1's -1 + 1 at centre 1, where the first class wins.
-    EXPECT_EQ(decide(*k, {0, 0, 10, 0, 12, 0}, {0, 1}), (std::vector<quint8>{0, 0, 0}));
-    const auto plain = prepare(twoCentres());
-    ASSERT_TRUE(plain);
-    EXPECT_EQ(decide(*plain, {0, 0, 3, 0}, {-1, 1}), (std::vector<quint8>{1, 1}));
-}
-
-TEST_F(OpenCl, RandomModelsDecideAsTheFormulaAndTheCpuKernelInBothLayouts)
+TEST_F(OpenCl, OnlyTheBlockGoesUpAndOnlyTheDecisionsComeBack)
 {
     std::mt19937 rng(42);
-    const struct {
-        int B, F, K, C, n;
-        bool reject;
-    } cases[] = {{3, 2, 5, 2, 300, false}, {40, 8, 60, 3, 500, true}, {112, 24, 200, 5, 640, true}, {25, 10, 100, 4, 1000, false}};
-    for (const auto& c : cases) {
-        const ClassifierModel m = testmodels::randomModel(c.B, c.F, c.K, c.C, c.reject, rng);
-        QVector<float> row;
-        testmodels::fillNormal(row, c.C, 0.3f, 1.0f, rng);
-        const std::vector<float> spectra = testmodels::randomSpectra(c.n, c.B, rng);
-        const std::vector<float> bandColumns = testmodels::transposed(spectra, c.n, c.B);
-
-        const auto cl = prepare(m);
-        ASSERT_TRUE(cl);
-        ASSERT_TRUE(cl->reserve(c.n)) << cl->lastError().toStdString();
-        cl->setClassRow(row);
-        cpu::CpuClassifier host(m);
-        host.setClassRow(row);
-
-        std::vector<quint8> a(size_t(c.n), 99), b(size_t(c.n), 98), h(size_t(c.n), 97);
-        ASSERT_TRUE(cl->classify(spectra.data(), SpectraLayout::BandsByPixels, c.n, a.data())) << cl->lastError().toStdString();
-        // Only the block goes to the device and only the decisions come back.
-        EXPECT_EQ(cl->lastTraffic().toDevice, qint64(c.n) * c.B * 4);
-        EXPECT_EQ(cl->lastTraffic().toHost, c.n);
-        ASSERT_TRUE(cl->classify(bandColumns.data(), SpectraLayout::PixelsByBands, c.n, b.data())) << cl->lastError().toStdString();
-        host.classify(spectra.data(), SpectraLayout::BandsByPixels, c.n, h.data());
-
-        const std::string what = "model B=" + std::to_string(c.B) + " K=" + std::to_string(c.K);
-        EXPECT_GT(expectFormula(m, row, spectra, a, (what + ", spectra as columns").c_str()).size(), 1u);
-        expectFormula(m, row, spectra, b, (what + ", bands as columns").c_str());
-        expectFormula(m, row, spectra, h, (what + ", CPU kernel").c_str());
-        if (c.reject)
-            EXPECT_TRUE(std::count(a.begin(), a.end(), quint8(c.C)) > 0) << what << ": no pixel rejected";
-    }
-}
-
-TEST_F(OpenCl, BuffersGrowWithTheBlockAndLargeBlocksGoThroughInChunks)
-{
-    std::mt19937 rng(5);
-    const int B = 4;
-    const ClassifierModel m = testmodels::randomModel(B, 3, 6, 3, true, rng);
-    const QVector<float> row{1, 1, 1};
+    const int B = 40, n = 500;
+    const ClassifierModel m = testmodels::randomModel(B, 8, 60, 3, true, rng);
+    const std::vector<float> spectra = testmodels::randomSpectra(n, B, rng);
     const auto cl = prepare(m);
     ASSERT_TRUE(cl);
-    // Small, then more than two chunks (the last one partial), then small again.
-    for (const int n : {5, 2 * OpenClClassifier::ChunkPixels + 123, 7}) {
-        const std::vector<float> spectra = testmodels::randomSpectra(n, B, rng);
-        const std::vector<float> bandColumns = testmodels::transposed(spectra, n, B);
-        std::vector<quint8> a(size_t(n), 99), b(size_t(n), 98);
-        ASSERT_TRUE(cl->classify(spectra.data(), SpectraLayout::BandsByPixels, n, a.data())) << cl->lastError().toStdString();
-        ASSERT_TRUE(cl->classify(bandColumns.data(), SpectraLayout::PixelsByBands, n, b.data())) << cl->lastError().toStdString();
-        const std::string what = std::to_string(n) + " pixels";
-        expectFormula(m, row, spectra, a, (what + ", spectra as columns").c_str());
-        expectFormula(m, row, spectra, b, (what + ", bands as columns").c_str());
-    }
+    ASSERT_TRUE(cl->reserve(n)) << cl->lastError().toStdString();
+    std::vector<quint8> a(size_t(n), 99);
+    ASSERT_TRUE(cl->classify(spectra.data(), SpectraLayout::BandsByPixels, n, a.data())) << cl->lastError().toStdString();
+    EXPECT_EQ(cl->lastTraffic().toDevice, qint64(n) * B * 4);
+    EXPECT_EQ(cl->lastTraffic().toHost, n);
+    expectFormula(m, {1, 1, 1}, spectra, a, "after the traffic");
 }
 
-TEST_F(OpenCl, SamplesAreSelectedConvertedAndCorrectedOnTheDevice)
+TEST_F(OpenCl, TheRawSamplesGoUpNotFloatSpectraOfTheChosenBands)
 {
     std::mt19937 rng(7);
     const int inBands = 40, B = 12, W = 700;
-    std::vector<quint16> u16(size_t(W) * inBands); // one pixel's bands after the other
-    for (quint16& x : u16)
-        x = quint16(100 + rng() % 3000);
-
-    InputStage full;
+    InputStage stage;
     for (int b = 0; b < B; ++b)
-        full.bands.append(inBands - 1 - 3 * b); // descending, with gaps
-    full.width = W;
-    testmodels::fillNormal(full.dark, W * B, 5.0f, 100.0f, rng);
-    testmodels::fillNormal(full.gain, W * B, 0.05f, 0.5f, rng);
-    InputStage darkOnly = full;
-    darkOnly.gain.clear();
-    InputStage bandsOnly = full;
-    bandsOnly.dark.clear();
-    bandsOnly.gain.clear();
-    const struct {
-        const char* name;
-        InputStage stage;
-    } stages[] = {{"bands, dark and gain", full}, {"bands and dark", darkOnly}, {"bands only", bandsOnly}};
-
-    for (const auto& s : stages) {
-        // What the model should see, staged on the host, one spectrum a column.
-        const SampleBlock reference{u16.data(), SampleType::U16, SpectraLayout::BandsByPixels, W, inBands};
-        std::vector<float> spectra(size_t(W) * B);
-        stageSpectra(reference, s.stage, B, 0, W, spectra.data());
-        const ClassifierModel m = modelAround(spectra, W, B, 5, 30, 4, rng);
-        const QVector<float> row{1, 1, 1, 1};
-        const auto cl = prepare(m);
-        ASSERT_TRUE(cl);
-        cl->setInputStage(s.stage);
-
-        for (const SpectraLayout layout : {SpectraLayout::BandsByPixels, SpectraLayout::PixelsByBands}) {
-            const bool bandsByPixels = layout == SpectraLayout::BandsByPixels;
-            std::vector<quint16> samples(u16.size());
-            for (int p = 0; p < W; ++p)
-                for (int b = 0; b < inBands; ++b)
-                    samples[bandsByPixels ? size_t(p) * inBands + b : size_t(b) * W + p] = u16[size_t(p) * inBands + b];
-            const std::vector<float> floats(samples.begin(), samples.end());
-            for (const SampleBlock& block : {SampleBlock{samples.data(), SampleType::U16, layout, W, inBands},
-                                             SampleBlock{floats.data(), SampleType::F32, layout, W, inBands}}) {
-                const std::string what = std::string(s.name) + (bandsByPixels ? ", spectra as columns" : ", bands as columns") +
-                                         (block.type == SampleType::U16 ? ", 16-bit" : ", float");
-                std::vector<quint8> out(size_t(W), 99);
-                ASSERT_TRUE(cl->classifySamples(block, out.data())) << what << ": " << cl->lastError().toStdString();
-                // The raw samples go up, not float spectra of the chosen bands.
-                EXPECT_EQ(cl->lastTraffic().toDevice, qint64(W) * inBands * (block.type == SampleType::U16 ? 2 : 4)) << what;
-                EXPECT_EQ(cl->lastTraffic().toHost, W) << what;
-                EXPECT_GT(expectFormula(m, row, spectra, out, what.c_str()).size(), 1u) << what;
-            }
+        stage.bands.append(inBands - 1 - 3 * b);
+    stage.width = W;
+    testmodels::fillNormal(stage.dark, W * B, 5.0f, 100.0f, rng);
+    testmodels::fillNormal(stage.gain, W * B, 0.05f, 0.5f, rng);
+    const auto cl = prepare(testmodels::randomModel(B, 5, 30, 4, false, rng));
+    ASSERT_TRUE(cl);
+    cl->setInputStage(stage);
+    std::vector<quint16> u16(size_t(W) * inBands, 1000);
+    const std::vector<float> floats(u16.begin(), u16.end());
+    for (const SpectraLayout layout : {SpectraLayout::BandsByPixels, SpectraLayout::PixelsByBands})
+        for (const SampleBlock& block : {SampleBlock{u16.data(), SampleType::U16, layout, W, inBands},
+                                         SampleBlock{floats.data(), SampleType::F32, layout, W, inBands}}) {
+            std::vector<quint8> out(size_t(W), 99);
+            ASSERT_TRUE(cl->classifySamples(block, out.data())) << cl->lastError().toStdString();
+            EXPECT_EQ(cl->lastTraffic().toDevice, qint64(W) * inBands * (block.type == SampleType::U16 ? 2 : 4));
+            EXPECT_EQ(cl->lastTraffic().toHost, W);
         }
-    }
 }
 
 TEST_F(OpenCl, FailuresComeBackAsFalseOrNullAndTheKernelKeepsWorking)
 {
     ClassifierModel broken = twoCentres();
     broken.gammas = {-1};
-    {
-        DeviceScope scope(makeDevice(BackendOpenCl, 0));
-        ASSERT_TRUE(scope.ok());
-        EXPECT_EQ(activeBackend().prepareClassifier(broken), nullptr);
-        EXPECT_FALSE(activeBackend().lastError().isEmpty());
-    }
-    EXPECT_FALSE(DeviceScope(makeDevice(BackendOpenCl, 999)).ok());
+    QString error;
+    const std::shared_ptr<Backend> device = openDevice(makeDevice(BackendOpenCl, 0), &error);
+    ASSERT_TRUE(device) << error.toStdString();
+    EXPECT_EQ(device->prepareClassifier(broken, &error), nullptr);
+    EXPECT_EQ(error, QStringLiteral("the model's arrays do not have the sizes its counts give"));
+    error.clear();
+    EXPECT_EQ(openDevice(makeDevice(BackendOpenCl, 999), &error), nullptr);
+    EXPECT_EQ(error, QStringLiteral("no OpenCL device 999"));
 
     std::mt19937 rng(3);
     const int B = 64;
@@ -298,7 +156,7 @@ TEST_F(OpenCl, FailuresComeBackAsFalseOrNullAndTheKernelKeepsWorking)
     expectFormula(wide, {1, 1, 1}, spectra, out, "after the failures");
 }
 
-TEST_F(OpenCl, RegressionAndResamplingGiveWhatTheHostKernelsGive)
+TEST_F(OpenCl, RegressionAndResamplingMoveOnlyTheirFramesAndOutputs)
 {
     std::mt19937 rng(11);
     LinearMap map;
@@ -342,13 +200,55 @@ TEST_F(OpenCl, RegressionAndResamplingGiveWhatTheHostKernelsGive)
     EXPECT_EQ(got, want);
     EXPECT_EQ(resampler->lastTraffic().toDevice, qint64(frame.size()) * 2);
     EXPECT_EQ(resampler->lastTraffic().toHost, qint64(got.size()) * 2);
+}
 
-    // Maps that do not hold together get no kernel.
-    DeviceScope scope(makeDevice(BackendOpenCl, 0));
-    map.offset.removeLast();
-    EXPECT_EQ(activeBackend().prepareRegression(map), nullptr);
-    resampling.high.back() = resampling.sourceBands;
-    EXPECT_EQ(activeBackend().prepareResampler(resampling), nullptr);
+TEST_F(OpenCl, AStagedFrameGoesUpOnceAndItsReferencesOnlyWhenOthersCome)
+{
+    std::mt19937 rng(17);
+    const int W = 100, bands = 6;
+    QString error;
+    const std::shared_ptr<Backend> device = openDevice(makeDevice(BackendOpenCl, 0), &error);
+    ASSERT_TRUE(device) << error.toStdString();
+    const std::unique_ptr<StagedFrame> staged = device->prepareFrame(W, bands, &error);
+    auto* frame = dynamic_cast<opencl::OpenClFrame*>(staged.get());
+    ASSERT_TRUE(frame) << error.toStdString();
+    const auto classifier = prepare(testmodels::randomModel(bands, 3, 6, 3, false, rng));
+    ASSERT_TRUE(classifier);
+    LinearMap map;
+    map.bands = bands;
+    map.variables = 2;
+    testmodels::fillNormal(map.weights, bands * 2, 1.0f, 0.0f, rng);
+    testmodels::fillNormal(map.offset, 2, 1.0f, 0.0f, rng);
+    const auto regression = onDevice<opencl::OpenClRegression>(map, &Backend::prepareRegression);
+    ASSERT_TRUE(regression);
+
+    const std::vector<quint16> samples(size_t(W) * bands, 500);
+    QVector<float> dark(W * bands, 100.0f), gain(W * bands, 0.01f);
+    const qint64 raw = qint64(W) * bands * 2, references = 2 * qint64(W) * bands * 4;
+    ASSERT_TRUE(frame->stage(samples.data(), SampleType::U16, dark, gain)) << frame->lastError().toStdString();
+    EXPECT_EQ(frame->lastTraffic().toDevice, raw + references);
+    ASSERT_TRUE(frame->stage(samples.data(), SampleType::U16, dark, gain));
+    EXPECT_EQ(frame->lastTraffic().toDevice, raw); // the same references stay
+    dark[0] = 101.0f;                              // changed in place: no longer the vector on the device
+    ASSERT_TRUE(frame->stage(samples.data(), SampleType::U16, dark, gain));
+    EXPECT_EQ(frame->lastTraffic().toDevice, raw + references);
+    EXPECT_EQ(frame->lastTraffic().toHost, 0);
+
+    // Both kernels read the frame where it lies; only their results come back.
+    std::vector<quint8> decisions(size_t(W), 99);
+    ASSERT_TRUE(classifier->classifyFrame(*frame, decisions.data())) << classifier->lastError().toStdString();
+    EXPECT_EQ(classifier->lastTraffic().toDevice, 0);
+    EXPECT_EQ(classifier->lastTraffic().toHost, W);
+    std::vector<float> outputs(size_t(W) * 2);
+    ASSERT_TRUE(regression->predictFrame(*frame, outputs.data())) << regression->lastError().toStdString();
+    EXPECT_EQ(regression->lastTraffic().toDevice, 0);
+    EXPECT_EQ(regression->lastTraffic().toHost, qint64(W) * 2 * 4);
+
+    // A host kernel cannot read a frame on the device, and writes nothing.
+    cpu::CpuClassifier host(testmodels::randomModel(bands, 3, 6, 3, false, rng));
+    std::fill(decisions.begin(), decisions.end(), 99);
+    EXPECT_FALSE(host.classifyFrame(*frame, decisions.data()));
+    EXPECT_EQ(decisions, std::vector<quint8>(size_t(W), 99));
 }
 
 TEST_F(OpenCl, DeviceListPutsOpenClEntriesAfterTheCpuOnes)
@@ -375,7 +275,7 @@ TEST_F(OpenCl, DeviceListPutsOpenClEntriesAfterTheCpuOnes)
     EXPECT_EQ(zelk_GetDeviceCount(h), cpuOnly);
 }
 
-TEST_F(OpenCl, SetDeviceSelectsAnOpenClEntryAndRestsOnTheCpu)
+TEST_F(OpenCl, SetDeviceOpensTheOpenClEntryForTheHandle)
 {
     TestHandle h;
     ASSERT_EQ(zelk_RefreshDeviceList(h, 0, 1), 0);
@@ -388,7 +288,7 @@ TEST_F(OpenCl, SetDeviceSelectsAnOpenClEntryAndRestsOnTheCpu)
     // Indices count within the backend, after the CPU entries of a fresh list.
     EXPECT_EQ(handleprobe::selectedDevice(h), makeDevice(BackendOpenCl, index - zelk_GetDeviceCount(TestHandle())));
     EXPECT_EQ(QString::fromLocal8Bit(zelk_GetErrorMsg(h)), QStringLiteral("Selected device %1: ").arg(index) + name);
-    EXPECT_EQ(activeBackend().number(), BackendCpu);
+    EXPECT_EQ(handleprobe::backend(h).device(), handleprobe::selectedDevice(h));
 }
 
 // Runs only in the ctest entry that points the OpenCL loader at an empty vendor
@@ -399,8 +299,10 @@ TEST(OpenClWithoutPlatform, ListsNoOpenClEntryAndTheCpuStillClassifies)
     ASSERT_TRUE(!vendors.isEmpty() && QDir(vendors).exists() && QDir(vendors).isEmpty())
         << "needs OCL_ICD_VENDORS set to an empty directory (ctest entry opencl_absent)";
     EXPECT_EQ(availableBackends(), 1);
-    EXPECT_EQ(backend(BackendOpenCl), nullptr);
-    EXPECT_FALSE(DeviceScope(makeDevice(BackendOpenCl, 0)).ok());
+    EXPECT_TRUE(deviceNames(BackendOpenCl).isEmpty());
+    QString error;
+    EXPECT_EQ(openDevice(makeDevice(BackendOpenCl, 0), &error), nullptr);
+    EXPECT_EQ(error, QStringLiteral("no OpenCL device 0"));
 
     TestHandle h;
     ASSERT_EQ(zelk_RefreshDeviceList(h, 1, 1), 0);
@@ -409,9 +311,7 @@ TEST(OpenClWithoutPlatform, ListsNoOpenClEntryAndTheCpuStillClassifies)
         EXPECT_TRUE(QString::fromLocal8Bit(zelk_GetDeviceName(h, i)).startsWith(QStringLiteral("CPU: ")));
     ASSERT_EQ(zelk_SetDevice(h, 0), 0);
 
-    DeviceScope scope(handleprobe::selectedDevice(h));
-    ASSERT_TRUE(scope.ok());
-    const auto k = activeBackend().prepareClassifier(twoCentres());
+    const auto k = handleprobe::backend(h).prepareClassifier(twoCentres(), nullptr);
     ASSERT_TRUE(k);
     std::vector<quint8> out(2, 99);
     const float pixels[] = {0, 0, 10, 0};

@@ -344,7 +344,7 @@ TEST(ResampleReferences, MovesAFramePairToTheTargetGrid)
         return c;
     };
     image.setCorrection(frame());
-    ASSERT_EQ(image.resampleReferences(resampler, 65536), 0);
+    ASSERT_EQ(image.resampleReferences(resampler), 0);
     ASSERT_EQ(image.correction()->white->bands, 2);
     EXPECT_EQ(sample(*image.correction()->white, 2, 0, 0), 1052); // halfway between 1002 and 1102
     EXPECT_EQ(sample(*image.correction()->dark, 0, 0, 1), 13);
@@ -353,16 +353,16 @@ TEST(ResampleReferences, MovesAFramePairToTheTargetGrid)
     auto point = pair(reference(LayoutBIP, 1, 1, 3, 900), reference(LayoutBIP, 1, 1, 3, 10));
     point->state = ZelkCorrection::Point;
     image.setCorrection(std::move(point));
-    EXPECT_EQ(image.resampleReferences(resampler, 65536), -1);
+    EXPECT_EQ(image.resampleReferences(resampler), -1);
     image.setCorrection(frame());
-    EXPECT_EQ(image.resampleReferences(ZelkResampler(), 65536), -1);
+    EXPECT_EQ(image.resampleReferences(ZelkResampler()), -1);
 
     // A pair of another width fails in the resampler and stays as it was.
     auto wide = pair(cube(DataUInt16, LayoutBIL, 6, 1, 3, [](int, int, int) { return 900; }),
                      cube(DataUInt16, LayoutBIL, 6, 1, 3, [](int, int, int) { return 9; }));
     wide->state = ZelkCorrection::Frame;
     image.setCorrection(std::move(wide));
-    EXPECT_LT(image.resampleReferences(resampler, 65536), 0);
+    EXPECT_LT(image.resampleReferences(resampler), 0);
     EXPECT_EQ(image.correction()->white->bands, 3);
     EXPECT_EQ(image.correction()->dark->bands, 3);
 }

@@ -2,6 +2,7 @@
 #include "compute/cpu/cpu_classifier.h"
 #include "compute/cpu/cpu_regression.h"
 #include "compute/cpu/cpu_resampler.h"
+#include "compute/cpu/host_frame.h"
 
 #include <QFile>
 #include <QRegularExpression>
@@ -28,7 +29,7 @@ QString processorName()
 
 } // namespace
 
-QStringList CpuBackend::deviceNames()
+QString CpuBackend::deviceName()
 {
     const unsigned cores = std::thread::hardware_concurrency();
     // Read once: every handle lists the devices, and the text does not change.
@@ -36,26 +37,36 @@ QStringList CpuBackend::deviceNames()
     QString name = QLatin1Char(' ') + processor;
     if (cores > 0)
         name += QStringLiteral(", %1 cores").arg(cores);
-    return {name};
+    return name;
 }
 
-std::unique_ptr<ClassifierKernel> CpuBackend::prepareClassifier(const ClassifierModel& model)
+std::unique_ptr<ClassifierKernel> CpuBackend::prepareClassifier(const ClassifierModel& model, QString*)
 {
     return std::make_unique<cpu::CpuClassifier>(model);
 }
 
-std::unique_ptr<RegressionKernel> CpuBackend::prepareRegression(const LinearMap& map)
+std::unique_ptr<RegressionKernel> CpuBackend::prepareRegression(const LinearMap& map, QString*)
 {
     if (!map.consistent())
-        return nullptr;
+        return nullptr; // the caller names what does not fit
     return std::make_unique<cpu::CpuRegression>(map);
 }
 
-std::unique_ptr<ResampleKernel> CpuBackend::prepareResampler(const ResampleMap& map)
+std::unique_ptr<ResampleKernel> CpuBackend::prepareResampler(const ResampleMap& map, QString*)
 {
     if (!map.consistent())
-        return nullptr;
+        return nullptr; // the caller names what does not fit
     return std::make_unique<cpu::CpuResampler>(map);
+}
+
+std::unique_ptr<StagedFrame> CpuBackend::prepareFrame(int pixels, int bands, QString* error)
+{
+    if (pixels <= 0 || bands <= 0) {
+        if (error)
+            *error = QStringLiteral("frames of %1 pixels and %2 bands").arg(pixels).arg(bands);
+        return nullptr;
+    }
+    return std::make_unique<cpu::HostFrame>(pixels, bands);
 }
 
 } // namespace compute

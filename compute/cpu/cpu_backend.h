@@ -1,19 +1,21 @@
 #pragma once
 #include "compute/backend.h"
+#include "compute/device.h"
 
 namespace compute {
 
-// The host backend. It always exists and is the resting state of the library.
+// The host device. It always exists and is every handle's device until a caller
+// chooses another.
 class CpuBackend final : public Backend {
 public:
-    int number() const override { return 1; }
-    QString prefix() const override { return QStringLiteral("CPU:"); }
-    QStringList deviceNames() override;
-    bool setDevice(int index) override { return index == 0; }
-    int device() const override { return 0; }
-    std::unique_ptr<ClassifierKernel> prepareClassifier(const ClassifierModel& model) override;
-    std::unique_ptr<RegressionKernel> prepareRegression(const LinearMap& map) override;
-    std::unique_ptr<ResampleKernel> prepareResampler(const ResampleMap& map) override;
+    // " <processor>, <n> cores": the one entry of the device list after "CPU:".
+    static QString deviceName();
+
+    int device() const override { return defaultDevice; }
+    std::unique_ptr<ClassifierKernel> prepareClassifier(const ClassifierModel& model, QString* error) override;
+    std::unique_ptr<RegressionKernel> prepareRegression(const LinearMap& map, QString* error) override;
+    std::unique_ptr<ResampleKernel> prepareResampler(const ResampleMap& map, QString* error) override;
+    std::unique_ptr<StagedFrame> prepareFrame(int pixels, int bands, QString* error) override;
 };
 
 } // namespace compute

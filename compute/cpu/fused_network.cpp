@@ -286,8 +286,10 @@ FusedScratch::FusedScratch(int bands, int units)
 {
 }
 
-ZELK_VECTOR_CLONES void classifyFused(const FusedNetwork& net, const float* x, bool pixelMajor, qint64 ld, int count,
-                                      FusedScratch& scratch, quint8* decisions)
+namespace {
+
+__attribute__((always_inline)) inline void classifyFusedOf(const FusedNetwork& net, const float* x, bool pixelMajor, qint64 ld,
+                                                           int count, FusedScratch& scratch, quint8* decisions)
 {
     Lanes features[Parts * FusedMaxFeatures];
     for (int first = 0; first < count; first += FusedBlockPixels) {
@@ -311,6 +313,19 @@ ZELK_VECTOR_CLONES void classifyFused(const FusedNetwork& net, const float* x, b
         default: classifyBlock<8>(net, features, n, scratch, out); break;
         }
     }
+}
+
+ZELK_LEVEL_VERSIONS(, void, classifyFused, classifyFusedOf,
+                    (const FusedNetwork& net, const float* x, bool pixelMajor, qint64 ld, int count, FusedScratch& scratch,
+                     quint8* decisions),
+                    (net, x, pixelMajor, ld, count, scratch, decisions))
+
+} // namespace
+
+void classifyFused(const FusedNetwork& net, const float* x, bool pixelMajor, qint64 ld, int count, FusedScratch& scratch,
+                   quint8* decisions)
+{
+    forLevel(classifyFusedBaseline, classifyFusedV3, classifyFusedV4)(net, x, pixelMajor, ld, count, scratch, decisions);
 }
 
 } // namespace compute::cpu

@@ -1,11 +1,61 @@
 #include "compute/cpu/vector_math.h"
 #include "compute/cpu/fast_exp.h"
 
+#include <atomic>
 #include <cblas.h>
 #include <cstdint>
 #include <mutex>
 
 namespace compute::cpu {
+namespace {
+
+VectorLevel bestLevel()
+{
+#ifdef ZELK_VECTOR_LEVELS
+    __builtin_cpu_init();
+#ifdef __clang__ // which knows the features, not the levels
+    const bool v3 = __builtin_cpu_supports("avx2") && __builtin_cpu_supports("fma") && __builtin_cpu_supports("bmi2");
+    const bool v4 = v3 && __builtin_cpu_supports("avx512f") && __builtin_cpu_supports("avx512bw") &&
+                    __builtin_cpu_supports("avx512cd") && __builtin_cpu_supports("avx512dq") && __builtin_cpu_supports("avx512vl");
+#else
+    const bool v3 = __builtin_cpu_supports("x86-64-v3"), v4 = __builtin_cpu_supports("x86-64-v4");
+#endif
+    if (v4)
+        return VectorLevel::V4;
+    if (v3)
+        return VectorLevel::V3;
+#endif
+    return VectorLevel::Baseline;
+}
+
+// Chosen when the library loads; changed only by useVectorLevel.
+std::atomic<VectorLevel> level{bestLevel()};
+
+} // namespace
+
+std::vector<VectorLevel> supportedVectorLevels()
+{
+    std::vector<VectorLevel> levels{VectorLevel::Baseline};
+    const VectorLevel best = bestLevel();
+    if (best >= VectorLevel::V3)
+        levels.push_back(VectorLevel::V3);
+    if (best >= VectorLevel::V4)
+        levels.push_back(VectorLevel::V4);
+    return levels;
+}
+
+bool useVectorLevel(VectorLevel wanted)
+{
+    if (wanted > bestLevel())
+        return false;
+    level.store(wanted, std::memory_order_relaxed);
+    return true;
+}
+
+VectorLevel vectorLevel()
+{
+    return level.load(std::memory_order_relaxed);
+}
 
 void useSingleThreadedBlas()
 {
@@ -13,7 +63,10 @@ void useSingleThreadedBlas()
     std::call_once(once, [] { openblas_set_num_threads(1); });
 }
 
-ZELK_VECTOR_CLONES void radialUnits(const float* dot, const float* norms, const float* gamma, float zz, float* out, int n)
+namespace {
+
+__attribute__((always_inline)) inline void radialUnitsOf(const float* dot, const float* norms, const float* gamma, float zz,
+                                                         float* out, int n)
 {
     for (int i = 0; i < n; ++i) {
         float d = dot[i] + norms[i] + zz;
@@ -24,11 +77,9 @@ ZELK_VECTOR_CLONES void radialUnits(const float* dot, const float* norms, const 
     }
 }
 
-namespace {
-
 template <typename T>
-inline void stageRowOf(const T* __restrict in, const float* __restrict dark, const float* __restrict gain,
-                       float* __restrict out, int n)
+__attribute__((always_inline)) inline void stageRowOf(const T* __restrict in, const float* __restrict dark,
+                                                      const float* __restrict gain, float* __restrict out, int n)
 {
     if (!dark)
         for (int i = 0; i < n; ++i)
@@ -41,19 +92,7 @@ inline void stageRowOf(const T* __restrict in, const float* __restrict dark, con
             out[i] = (float(in[i]) - dark[i]) * gain[i];
 }
 
-} // namespace
-
-ZELK_VECTOR_CLONES void stageRow(const std::uint16_t* in, const float* dark, const float* gain, float* out, int n)
-{
-    stageRowOf(in, dark, gain, out, n);
-}
-
-ZELK_VECTOR_CLONES void stageRow(const float* in, const float* dark, const float* gain, float* out, int n)
-{
-    stageRowOf(in, dark, gain, out, n);
-}
-
-ZELK_VECTOR_CLONES float sumOfSquares(const float* values, int n)
+__attribute__((always_inline)) inline float sumOfSquaresOf(const float* values, int n)
 {
     float sum = 0.0f;
     for (int i = 0; i < n; ++i)
@@ -62,11 +101,14 @@ ZELK_VECTOR_CLONES float sumOfSquares(const float* values, int n)
 }
 
 // Both products are rounded before the difference, on every instruction set, so that a
-// sample rounds the same way whichever clone runs: a fused multiply-subtract could tip
-// a value that lies next to one half.
-__attribute__((optimize("fp-contract=off"))) ZELK_VECTOR_CLONES void interpolateSamples(
+// sample rounds the same way whichever version runs: a fused multiply-subtract could
+// tip a value that lies next to one half.
+__attribute__((always_inline, optimize("fp-contract=off"))) inline void interpolateSamplesOf(
     const std::uint16_t* lo, const std::uint16_t* hi, float t, std::uint16_t* out, int n)
 {
+#ifdef __clang__ // which ignores the attribute
+#pragma clang fp contract(off)
+#endif
     const float tMinusOne = t - 1.0f;
     for (int i = 0; i < n; ++i) {
         float y = float(hi[i]) * t - float(lo[i]) * tMinusOne;
@@ -77,6 +119,46 @@ __attribute__((optimize("fp-contract=off"))) ZELK_VECTOR_CLONES void interpolate
         const std::int32_t r = std::int32_t(y);
         out[i] = std::uint16_t(r + (y - float(r) >= 0.5f ? 1 : 0));
     }
+}
+
+ZELK_LEVEL_VERSIONS(, void, radialUnits, radialUnitsOf,
+                    (const float* dot, const float* norms, const float* gamma, float zz, float* out, int n),
+                    (dot, norms, gamma, zz, out, n))
+ZELK_LEVEL_VERSIONS(, void, stageRowU16, stageRowOf,
+                    (const std::uint16_t* in, const float* dark, const float* gain, float* out, int n),
+                    (in, dark, gain, out, n))
+ZELK_LEVEL_VERSIONS(, void, stageRowF32, stageRowOf, (const float* in, const float* dark, const float* gain, float* out, int n),
+                    (in, dark, gain, out, n))
+ZELK_LEVEL_VERSIONS(, float, sumOfSquares, sumOfSquaresOf, (const float* values, int n), (values, n))
+ZELK_LEVEL_VERSIONS(__attribute__((optimize("fp-contract=off"))), void, interpolateSamples, interpolateSamplesOf,
+                    (const std::uint16_t* lo, const std::uint16_t* hi, float t, std::uint16_t* out, int n),
+                    (lo, hi, t, out, n))
+
+} // namespace
+
+void radialUnits(const float* dot, const float* norms, const float* gamma, float zz, float* out, int n)
+{
+    forLevel(radialUnitsBaseline, radialUnitsV3, radialUnitsV4)(dot, norms, gamma, zz, out, n);
+}
+
+void stageRow(const std::uint16_t* in, const float* dark, const float* gain, float* out, int n)
+{
+    forLevel(stageRowU16Baseline, stageRowU16V3, stageRowU16V4)(in, dark, gain, out, n);
+}
+
+void stageRow(const float* in, const float* dark, const float* gain, float* out, int n)
+{
+    forLevel(stageRowF32Baseline, stageRowF32V3, stageRowF32V4)(in, dark, gain, out, n);
+}
+
+float sumOfSquares(const float* values, int n)
+{
+    return forLevel(sumOfSquaresBaseline, sumOfSquaresV3, sumOfSquaresV4)(values, n);
+}
+
+void interpolateSamples(const std::uint16_t* lo, const std::uint16_t* hi, float t, std::uint16_t* out, int n)
+{
+    forLevel(interpolateSamplesBaseline, interpolateSamplesV3, interpolateSamplesV4)(lo, hi, t, out, n);
 }
 
 } // namespace compute::cpu

@@ -1,6 +1,8 @@
 #include "compute/opencl/opencl_backend.h"
+#include "compute/device.h"
 #include "compute/opencl/cl_object.h"
 #include "compute/opencl/opencl_classifier.h"
+#include "compute/opencl/opencl_frame.h"
 #include "compute/opencl/opencl_regression.h"
 #include "compute/opencl/opencl_resampler.h"
 
@@ -14,10 +16,6 @@ namespace compute {
 using namespace opencl;
 
 namespace {
-
-// Selection and failure text are per thread, like the backend selection itself.
-thread_local int currentDevice = 0;
-thread_local QString failure;
 
 template <typename Object, typename Info, typename Query>
 QString infoText(Query query, Object object, Info what)
@@ -40,7 +38,7 @@ T deviceValue(cl_device_id device, cl_device_info what)
 
 } // namespace
 
-struct OpenClBackend::Device {
+struct OpenClDevices::Device {
     cl_platform_id platform = nullptr;
     cl_device_id id = nullptr;
     QString name;
@@ -51,10 +49,10 @@ struct OpenClBackend::Device {
     Program program;
 
     // The context and the built program; false with `failure` set.
-    bool prepare();
+    bool prepare(QString& failure);
 };
 
-bool OpenClBackend::Device::prepare()
+bool OpenClDevices::Device::prepare(QString& failure)
 {
     const std::lock_guard<std::mutex> lock(mutex);
     cl_int code = CL_SUCCESS;
@@ -91,7 +89,7 @@ bool OpenClBackend::Device::prepare()
     return true;
 }
 
-OpenClBackend::OpenClBackend()
+OpenClDevices::OpenClDevices()
 {
     // Without an installable client driver, or with none registered, there is simply
     // no platform.
@@ -127,9 +125,9 @@ OpenClBackend::OpenClBackend()
     }
 }
 
-OpenClBackend::~OpenClBackend() = default;
+OpenClDevices::~OpenClDevices() = default;
 
-QStringList OpenClBackend::deviceNames()
+QStringList OpenClDevices::names() const
 {
     QStringList names;
     for (const auto& d : devices_)
@@ -137,67 +135,62 @@ QStringList OpenClBackend::deviceNames()
     return names;
 }
 
-bool OpenClBackend::setDevice(int index)
+std::shared_ptr<Backend> OpenClDevices::open(int index, QString* error)
 {
-    if (index < 0 || index >= deviceCount()) {
-        failure = QStringLiteral("no OpenCL device %1").arg(index);
-        return false;
+    if (index < 0 || index >= count()) {
+        if (error)
+            *error = QStringLiteral("no OpenCL device %1").arg(index);
+        return nullptr;
     }
-    currentDevice = index;
-    return true;
+    return std::make_shared<OpenClBackend>(*devices_[size_t(index)], index);
 }
 
 int OpenClBackend::device() const
 {
-    return currentDevice;
+    return makeDevice(BackendOpenCl, index_);
 }
 
-OpenClBackend::Device* OpenClBackend::preparedDevice()
-{
-    if (currentDevice >= deviceCount()) {
-        failure = QStringLiteral("no OpenCL device %1").arg(currentDevice);
-        return nullptr;
-    }
-    Device& d = *devices_[size_t(currentDevice)];
-    return d.prepare() ? &d : nullptr;
-}
-
-// Each kernel type copies its consistent model to the current device.
+// Each kernel type copies its consistent model to the device.
 template <typename Kernel, typename Model>
-std::unique_ptr<Kernel> OpenClBackend::make(const Model& model)
+std::unique_ptr<Kernel> OpenClBackend::make(const Model& model, QString* error)
 {
-    if (!model.consistent()) {
+    QString failure;
+    std::unique_ptr<Kernel> kernel;
+    if (!model.consistent())
         failure = QStringLiteral("the model's arrays do not have the sizes its counts give");
-        return nullptr;
-    }
-    Device* d = preparedDevice();
-    if (!d)
-        return nullptr;
-    QString error;
-    std::unique_ptr<Kernel> kernel = Kernel::create(d->context.get(), d->id, d->program.get(), model, &error);
-    if (!kernel)
-        failure = error;
+    else if (device_.prepare(failure))
+        kernel = Kernel::create(device_.context.get(), device_.id, device_.program.get(), model, &failure);
+    if (!kernel && error)
+        *error = failure;
     return kernel;
 }
 
-std::unique_ptr<ClassifierKernel> OpenClBackend::prepareClassifier(const ClassifierModel& model)
+std::unique_ptr<ClassifierKernel> OpenClBackend::prepareClassifier(const ClassifierModel& model, QString* error)
 {
-    return make<OpenClClassifier>(model);
+    return make<OpenClClassifier>(model, error);
 }
 
-std::unique_ptr<RegressionKernel> OpenClBackend::prepareRegression(const LinearMap& map)
+std::unique_ptr<RegressionKernel> OpenClBackend::prepareRegression(const LinearMap& map, QString* error)
 {
-    return make<OpenClRegression>(map);
+    return make<OpenClRegression>(map, error);
 }
 
-std::unique_ptr<ResampleKernel> OpenClBackend::prepareResampler(const ResampleMap& map)
+std::unique_ptr<ResampleKernel> OpenClBackend::prepareResampler(const ResampleMap& map, QString* error)
 {
-    return make<OpenClResampler>(map);
+    return make<OpenClResampler>(map, error);
 }
 
-QString OpenClBackend::lastError() const
+std::unique_ptr<StagedFrame> OpenClBackend::prepareFrame(int pixels, int bands, QString* error)
 {
-    return failure;
+    QString failure;
+    std::unique_ptr<StagedFrame> frame;
+    if (pixels <= 0 || bands <= 0)
+        failure = QStringLiteral("frames of %1 pixels and %2 bands").arg(pixels).arg(bands);
+    else if (device_.prepare(failure))
+        frame = OpenClFrame::create(device_.context.get(), device_.id, device_.program.get(), pixels, bands, &failure);
+    if (!frame && error)
+        *error = failure;
+    return frame;
 }
 
 } // namespace compute

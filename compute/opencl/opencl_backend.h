@@ -3,7 +3,7 @@
 // programs, platforms in the order of their names, devices in each platform's own
 // order. A device gets its context and the program of all the backend's device code
 // when the first model is prepared on it; both are shared by all kernels on that
-// device, so the driver compiles that code once per device.
+// device, whichever handle made them, so the driver compiles that code once per device.
 
 #include "compute/backend.h"
 
@@ -12,32 +12,42 @@
 
 namespace compute {
 
-class OpenClBackend final : public Backend {
+// The devices found, enumerated once for the process.
+class OpenClDevices {
 public:
     // Enumerates the devices; without an OpenCL platform the list is empty.
-    OpenClBackend();
-    ~OpenClBackend() override;
+    OpenClDevices();
+    ~OpenClDevices();
 
-    int number() const override { return 4; }
-    QString prefix() const override { return QStringLiteral("OpenCL:"); }
+    int count() const { return int(devices_.size()); }
     // " <device>, <platform>" for each device.
-    QStringList deviceNames() override;
-    bool setDevice(int index) override;
-    int device() const override;
-    std::unique_ptr<ClassifierKernel> prepareClassifier(const ClassifierModel& model) override;
-    std::unique_ptr<RegressionKernel> prepareRegression(const LinearMap& map) override;
-    std::unique_ptr<ResampleKernel> prepareResampler(const ResampleMap& map) override;
-    QString lastError() const override;
+    QStringList names() const;
+    // Device `index`; null, with `error` set, when there is no such device.
+    std::shared_ptr<Backend> open(int index, QString* error);
 
-    int deviceCount() const { return int(devices_.size()); }
+    struct Device;
 
 private:
-    struct Device;
-    // The current device with its context and program; null with the failure set.
-    Device* preparedDevice();
-    template <typename Kernel, typename Model>
-    std::unique_ptr<Kernel> make(const Model& model);
     std::vector<std::unique_ptr<Device>> devices_;
+};
+
+// One OpenCL device as a caller holds it.
+class OpenClBackend final : public Backend {
+public:
+    OpenClBackend(OpenClDevices::Device& device, int index) : device_(device), index_(index) {}
+
+    int device() const override;
+    std::unique_ptr<ClassifierKernel> prepareClassifier(const ClassifierModel& model, QString* error) override;
+    std::unique_ptr<RegressionKernel> prepareRegression(const LinearMap& map, QString* error) override;
+    std::unique_ptr<ResampleKernel> prepareResampler(const ResampleMap& map, QString* error) override;
+    std::unique_ptr<StagedFrame> prepareFrame(int pixels, int bands, QString* error) override;
+
+private:
+    template <typename Kernel, typename Model>
+    std::unique_ptr<Kernel> make(const Model& model, QString* error);
+
+    OpenClDevices::Device& device_;
+    int index_;
 };
 
 } // namespace compute

@@ -1,4 +1,5 @@
 #include "compute/opencl/opencl_classifier.h"
+#include "compute/opencl/opencl_frame.h"
 
 #include <algorithm>
 #include <numeric>
@@ -225,14 +226,34 @@ bool OpenClClassifier::classifyStaged(const SampleBlock& block, quint8* decision
         return false;
     }
     const size_t rawBytes = size_t(block.pixels) * size_t(block.bands) * (block.type == SampleType::U16 ? 2 : 4);
-    if (!fitBlock(block.pixels, rawBytes) || !upload(raw_, block.data, rawBytes))
+    return fitBlock(block.pixels, rawBytes) && upload(raw_, block.data, rawBytes) &&
+           stageAndRun(raw_.get(), block.type, block.layout, block.pixels, block.bands, decisions);
+}
+
+bool OpenClClassifier::classifyFrame(const StagedFrame& frame, quint8* decisions)
+{
+    const auto* onDevice = dynamic_cast<const OpenClFrame*>(&frame);
+    if (!onDevice)
+        return ClassifierKernel::classifyFrame(frame, decisions);
+    traffic_ = {};
+    if (!stageReady_) {
+        error_ = QStringLiteral("the input stage did not reach the device");
         return false;
-    const cl_int correction = correction_, width = stage_.width, n = block.pixels, inBands = block.bands, B = model_.bands;
-    const cl_int bandsByPixels = block.layout == SpectraLayout::BandsByPixels ? 1 : 0;
-    return launch(block.type == SampleType::U16 ? stageU16_ : stageF32_, "running the staging kernel",
-                  size_t(n) * size_t(B), 1, raw_.get(), spectra_.get(), bands_.get(), dark_.get(), gain_.get(), correction,
-                  width, n, inBands, B, bandsByPixels) &&
-           run(block.layout, block.pixels, decisions);
+    }
+    const SampleBlock shape{onDevice->values(), SampleType::F32, SpectraLayout::PixelsByBands, frame.pixels(), frame.bands()};
+    if (!decisions || !stage_.fits(shape, model_.bands))
+        return false;
+    return fitBlock(frame.pixels(), 0) &&
+           stageAndRun(onDevice->values(), SampleType::F32, shape.layout, frame.pixels(), frame.bands(), decisions);
+}
+
+bool OpenClClassifier::stageAndRun(cl_mem raw, SampleType type, SpectraLayout layout, int n, int inBands, quint8* decisions)
+{
+    const cl_int correction = correction_, width = stage_.width, pixels = n, in = inBands, B = model_.bands;
+    const cl_int bandsByPixels = layout == SpectraLayout::BandsByPixels ? 1 : 0;
+    return launch(type == SampleType::U16 ? stageU16_ : stageF32_, "running the staging kernel", size_t(n) * size_t(B), 1, raw,
+                  spectra_.get(), bands_.get(), dark_.get(), gain_.get(), correction, width, pixels, in, B, bandsByPixels) &&
+           run(layout, n, decisions);
 }
 
 bool OpenClClassifier::reserve(int pixels)

@@ -34,6 +34,8 @@ public:
 
     void setClassRow(const QVector<float>& row) override;
     bool classify(const float* spectra, SpectraLayout layout, int n, quint8* decisions) override;
+    // A frame staged on this device is read where it lies: nothing goes up.
+    bool classifyFrame(const StagedFrame& frame, quint8* decisions) override;
     // Allocates the buffers for blocks of `pixels` pixels and runs an empty block of
     // that size in both layouts once, so that the matrix products have compiled their
     // device code before the first frame.
@@ -54,6 +56,8 @@ private:
 
     // Room for an n-pixel block, and `rawBytes` of camera samples.
     bool fitBlock(int n, size_t rawBytes);
+    // Stages the n-pixel block in `raw` into `spectra_`, then classifies it.
+    bool stageAndRun(cl_mem raw, SampleType type, SpectraLayout layout, int n, int inBands, quint8* decisions);
     // Classifies the n spectra in `spectra_` and copies the decisions to the host.
     bool run(SpectraLayout layout, int n, quint8* decisions);
 

@@ -1,4 +1,5 @@
 #include "compute/opencl/opencl_regression.h"
+#include "compute/opencl/opencl_frame.h"
 
 namespace compute::opencl {
 
@@ -42,20 +43,20 @@ bool OpenClRegression::reserve(int pixels)
     const bool ok = check(clEnqueueFillBuffer(queue_.get(), frame_.get(), &zero, sizeof zero, 0, n * B * sizeof(float), 0, nullptr,
                                               nullptr),
                           "clearing the frame") &&
-                    run(pixels) && check(clFinish(queue_.get()), "running a frame of zeros");
+                    run(frame_.get(), pixels) && check(clFinish(queue_.get()), "running a frame of zeros");
     traffic_ = {};
     if (ok)
         preparedPixels_ = pixels;
     return ok;
 }
 
-bool OpenClRegression::run(int n)
+bool OpenClRegression::run(cl_mem frame, int n)
 {
     // outputs (V by n) = weightsᵀ (V by B) · frameᵀ (B by n): each pixel's variables
     // come out as one column.
     const size_t B = size_t(map_.bands), V = size_t(map_.variables), pixels = size_t(n);
     const cl_int variables = map_.variables;
-    return sgemm(true, true, V, pixels, B, 1.0f, weights_.get(), 0, B, frame_.get(), 0, pixels, outputs_.get(), V) &&
+    return sgemm(true, true, V, pixels, B, 1.0f, weights_.get(), 0, B, frame, 0, pixels, outputs_.get(), V) &&
            launch(addOffset_, "running the offset kernel", pixels * V, 1, outputs_.get(), offset_.get(), variables);
 }
 
@@ -71,8 +72,25 @@ bool OpenClRegression::predict(const float* frame, int pixels, float* outputs)
     if (pixels != preparedPixels_ && !reserve(pixels))
         return false;
     const size_t n = size_t(pixels);
-    return upload(frame_, frame, n * size_t(map_.bands) * sizeof(float)) && run(pixels) &&
+    return upload(frame_, frame, n * size_t(map_.bands) * sizeof(float)) && run(frame_.get(), pixels) &&
            download(outputs_, outputs, n * size_t(map_.variables) * sizeof(float));
+}
+
+bool OpenClRegression::predictFrame(const StagedFrame& frame, float* outputs)
+{
+    const auto* onDevice = dynamic_cast<const OpenClFrame*>(&frame);
+    if (!onDevice)
+        return RegressionKernel::predictFrame(frame, outputs);
+    traffic_ = {};
+    if (!outputs || frame.bands() != map_.bands) {
+        error_ = QStringLiteral("no room for the outputs, or a frame of other bands than the map's");
+        return false;
+    }
+    const int pixels = frame.pixels();
+    if (pixels != preparedPixels_ && !reserve(pixels))
+        return false;
+    return run(onDevice->values(), pixels) &&
+           download(outputs_, outputs, size_t(pixels) * size_t(map_.variables) * sizeof(float));
 }
 
 } // namespace compute::opencl

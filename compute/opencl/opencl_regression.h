@@ -22,6 +22,8 @@ public:
                                                     const LinearMap& map, QString* error);
 
     bool predict(const float* frame, int pixels, float* outputs) override;
+    // A frame staged on this device is read where it lies: only the outputs move.
+    bool predictFrame(const StagedFrame& frame, float* outputs) override;
     // Allocates for frames of exactly `pixels` pixels and runs one such frame of zeros,
     // so that the matrix product has compiled its device code before the first frame.
     // Frames of another width are prepared so when they come.
@@ -30,8 +32,8 @@ public:
 private:
     explicit OpenClRegression(const LinearMap& map) : map_(map) {}
     bool init(cl_context context, cl_device_id device, cl_program program);
-    // The product and the offset of the n-pixel frame in `frame_`, into `outputs_`.
-    bool run(int n);
+    // The product and the offset of the n-pixel `frame`, into `outputs_`.
+    bool run(cl_mem frame, int n);
 
     LinearMap map_;
     Kernel addOffset_;
