@@ -7,12 +7,12 @@ namespace handleprobe {
 
 Correction correction(const ZelkHandle* h)
 {
-    return {h->correctionEnabled, h->darkRef, h->gainRef};
+    return {h->correction.enabled, h->correction.darkRef, h->correction.gainRef};
 }
 
 PairScans pairScans(const ZelkHandle* h)
 {
-    return {h->whiteScan != nullptr, h->darkScan != nullptr};
+    return {h->correction.whiteScan != nullptr, h->correction.darkScan != nullptr};
 }
 
 int processingSetup(const ZelkHandle* h)
@@ -22,18 +22,18 @@ int processingSetup(const ZelkHandle* h)
 
 Segmentation segmentation(const ZelkHandle* h)
 {
-    const bool lent = h->segmenter && h->project && h->segmenter == h->project->segmenter.get();
-    return {h->segmentationEnabled, lent, h->segmenter ? h->segmenter->objectCount() : -1};
+    const bool lent = h->segmentation.segmenter && h->project && h->segmentation.segmenter == h->project->segmenter.get();
+    return {h->segmentation.enabled, lent, h->segmentation.segmenter ? h->segmentation.segmenter->objectCount() : -1};
 }
 
 Run run(const ZelkHandle* h)
 {
-    return {h->frameCount, h->ringLast, h->ringNext, h->objectSerial};
+    return {h->ring.frameCount, h->ring.lastRow, h->ring.nextRow, h->segmentation.serial};
 }
 
 int selectedDevice(const ZelkHandle* h)
 {
-    return h->device;
+    return h->computeDevices.selected;
 }
 
 compute::Backend& backend(const ZelkHandle* h)
@@ -44,25 +44,25 @@ compute::Backend& backend(const ZelkHandle* h)
 Camera camera(const ZelkHandle* h)
 {
     Camera c;
-    c.frameWidth = h->deviceFrameWidth;
-    c.bandCount = h->deviceBandCount;
-    if (h->deviceWavelengths)
-        c.wavelengths = *h->deviceWavelengths;
-    if (h->resamplingWavelengths)
-        c.grid = *h->resamplingWavelengths;
-    c.resampling = h->resamplingEnabled;
-    c.resamplerBands = h->resampler ? h->resampler->destBands : -1;
+    c.frameWidth = h->resampling.deviceWidth;
+    c.bandCount = h->resampling.deviceBands;
+    if (h->resampling.deviceWavelengths)
+        c.wavelengths = *h->resampling.deviceWavelengths;
+    if (h->resampling.targetWavelengths)
+        c.grid = *h->resampling.targetWavelengths;
+    c.resampling = h->resampling.enabled;
+    c.resamplerBands = h->resampling.resampler ? h->resampling.resampler->destBands : -1;
     return c;
 }
 
 int inputDataType(const ZelkHandle* h)
 {
-    return h->inputDataType;
+    return h->input.sampleType;
 }
 
 void forceInputDataType(ZelkHandle* h, int type)
 {
-    h->inputDataType = type;
+    h->input.sampleType = type;
 }
 
 } // namespace handleprobe
