@@ -113,7 +113,7 @@ Timing run(ZelkHandle* h, const std::vector<quint16>& data, int bands, int timed
     Timing t;
     const size_t frameSize = size_t(bands) * Width;
     auto frame = [&](int i) { return data.data() + size_t(i % PictureRows) * frameSize; };
-    for (int i = 0; i < h->warmupFrames; ++i)
+    for (int i = 0; i < h->timing.warmupFrames; ++i)
         zelk_ProcessFrame(h, frame(i));
     const double start = seconds();
     for (int i = 0; i < timedFrames; ++i) {
@@ -133,7 +133,7 @@ bool start(ZelkHandle* h, const QTemporaryDir& dir, const Project& p, const char
 {
     const QString path = writeModel(dir, p, FileKind::Zelk, QLatin1String(name));
     if (zelk_LoadModel(h, path.toLatin1().constData()) != 0 || zelk_SetSegmentation(h, 1) != 0
-        || (h->inputDataType = 1, zelk_StartAcquisition(h) != 0)) {
+        || (h->input.sampleType = 1, zelk_StartAcquisition(h) != 0)) {
         std::printf("%s: cannot start: %s\n", name, zelk_GetErrorMsg(h));
         return false;
     }
@@ -154,7 +154,7 @@ void openClRegression(const QTemporaryDir& dir, const Project& p, const std::vec
     zelk_RefreshDeviceList(h, 0, 1);
     int entry = -1;
     for (int i = 0; i < zelk_GetDeviceCount(h) && entry < 0; ++i)
-        if (h->devices[i].backend == compute::BackendOpenCl)
+        if (h->computeDevices.list[i].backend == compute::BackendOpenCl)
             entry = i;
     if (entry >= 0 && zelk_SetDevice(h, entry) == 0 && start(h, dir, p, "regress-opencl")) {
         const Timing t = run(h, camera, CameraBands, OpenClTimedFrames);
@@ -167,7 +167,7 @@ void openClRegression(const QTemporaryDir& dir, const Project& p, const std::vec
                         c->lastTraffic().toHost + r->lastTraffic().toHost, c->lastTraffic().toDevice, c->lastTraffic().toHost,
                         r->lastTraffic().toDevice, r->lastTraffic().toHost);
         ZelkRegressor& regressor = *h->project->regressor;
-        std::vector<float> z(h->regFrame.size()), out(size_t(Width) * 3);
+        std::vector<float> z(h->regression.correctedFrame.size()), out(size_t(Width) * 3);
         for (size_t i = 0; i < z.size(); ++i)
             z[i] = float(camera[i]);
         const double begin = seconds();
@@ -210,10 +210,10 @@ int main()
         if (start(h, dir, regressing, "regress")) {
             if (corrected) { // references as a loaded correction leaves them, set-up 3
                 zelk_StopAcquisition(h);
-                h->correctionEnabled = true;
+                h->correction.enabled = true;
                 // Dark 0 and gain 1: the arithmetic of a correction, the same decisions.
-                h->darkRef = QVector<float>(Width * CameraBands, 0);
-                h->gainRef = QVector<float>(Width * CameraBands, 1);
+                h->correction.darkRef = QVector<float>(Width * CameraBands, 0);
+                h->correction.gainRef = QVector<float>(Width * CameraBands, 1);
                 h->project->processingSetup = 3;
                 zelk_StartAcquisition(h);
             }
@@ -224,7 +224,7 @@ int main()
 
             // The regressor alone on one corrected frame.
             ZelkRegressor& r = *h->project->regressor;
-            std::vector<float> z(h->regFrame.size()), out(size_t(Width) * 3);
+            std::vector<float> z(h->regression.correctedFrame.size()), out(size_t(Width) * 3);
             for (size_t i = 0; i < z.size(); ++i)
                 z[i] = float(camera[i]);
             const double begin = seconds();
@@ -274,7 +274,7 @@ int main()
             std::vector<quint16> out(size_t(Width) * ProjectBands);
             const double begin = seconds();
             for (int i = 0; i < TimedFrames; ++i)
-                h->resampler->resample(camera.data() + size_t(i % PictureRows) * CameraBands * Width, out.data());
+                h->resampling.resampler->resample(camera.data() + size_t(i % PictureRows) * CameraBands * Width, out.data());
             const double alone = (seconds() - begin) / TimedFrames;
             std::printf("%-34s %17.1f us/frame\n", "  resampler alone", 1e6 * alone);
             if (plainRate > 0 && t.framesPerSecond > 0)

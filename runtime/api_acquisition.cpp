@@ -16,13 +16,13 @@ namespace {
 // survives, rows and all.
 bool makeLabelImage(ZelkHandle* h, ZelkClassifier& c, int height)
 {
-    if (h->labelImage && (h->labelImage->width() != h->inputWidth || h->labelImage->height() != height))
-        h->labelImage.reset();
-    if (h->labelImage)
+    if (h->ring.labels && (h->ring.labels->width() != h->input.width || h->ring.labels->height() != height))
+        h->ring.labels.reset();
+    if (h->ring.labels)
         return true;
-    if (h->inputWidth <= 0 || height <= 0)
+    if (h->input.width <= 0 || height <= 0)
         return false;
-    auto image = std::make_unique<QImage>(h->inputWidth, height, QImage::Format_Indexed8);
+    auto image = std::make_unique<QImage>(h->input.width, height, QImage::Format_Indexed8);
     if (image->isNull())
         return false;
     if (c.colourTable.size() < 256)
@@ -32,25 +32,25 @@ bool makeLabelImage(ZelkHandle* h, ZelkClassifier& c, int height)
     for (int i = 0; i < 256; ++i)
         table[i] = QRgb(c.colourTable[i]);
     image->setColorTable(table);
-    h->labelImage = std::move(image);
+    h->ring.labels = std::move(image);
     return true;
 }
 
 // The references reduced to the classifier's bands, pixel by pixel.
 bool selectCorrection(ZelkHandle* h, const ZelkClassifier& c)
 {
-    const qint64 width = h->inputWidth, bands = c.totalBands;
-    if (width <= 0 || h->darkRef.size() != width * bands || h->gainRef.size() != width * bands)
+    const qint64 width = h->input.width, bands = c.totalBands;
+    if (width <= 0 || h->correction.darkRef.size() != width * bands || h->correction.gainRef.size() != width * bands)
         return false;
     const int n = c.bandIndex.size();
-    h->darkSel.resize(int(width * n));
-    h->gainSel.resize(int(width * n));
+    h->correction.darkSelected.resize(int(width * n));
+    h->correction.gainSelected.resize(int(width * n));
     for (int i = 0; i < n; ++i) {
         const int b = c.bandIndex[i];
         if (b < 0 || b >= bands)
             return false;
-        std::copy_n(h->darkRef.constData() + b * width, width, h->darkSel.data() + i * width);
-        std::copy_n(h->gainRef.constData() + b * width, width, h->gainSel.data() + i * width);
+        std::copy_n(h->correction.darkRef.constData() + b * width, width, h->correction.darkSelected.data() + i * width);
+        std::copy_n(h->correction.gainRef.constData() + b * width, width, h->correction.gainSelected.data() + i * width);
     }
     return true;
 }
@@ -61,21 +61,21 @@ bool selectCorrection(ZelkHandle* h, const ZelkClassifier& c)
 int prepareLineScanKernel(ZelkHandle* h, ZelkClassifier& c)
 {
     compute::InputStage stage;
-    stage.width = h->inputWidth;
-    if (h->correctionEnabled && h->meanCorrection) {
-        if (foldCorrection(c, h->whiteMean, h->darkMean, c.bandIndex.size(), c.bandIndex.constData()) != 0) {
+    stage.width = h->input.width;
+    if (h->correction.enabled && h->correction.meansOnly) {
+        if (foldCorrection(c, h->correction.whiteMean, h->correction.darkMean, c.bandIndex.size(), c.bandIndex.constData()) != 0) {
             c.lastError = msg::CorrectionInfo.text;
             return -1;
         }
-        return prepareKernel(c, h->classRow, stage);
+        return prepareKernel(c, h->operatingPoint, stage);
     }
-    if (h->fullBandFrames)
+    if (h->input.fullBandFrames)
         stage.bands = c.bandIndex;
-    if (h->correctionEnabled && !regressionFrames(h)) {
-        stage.dark = h->darkSel;
-        stage.gain = h->gainSel;
+    if (h->correction.enabled && !regressionFrames(h)) {
+        stage.dark = h->correction.darkSelected;
+        stage.gain = h->correction.gainSelected;
     }
-    return prepareKernel(c, h->classRow, stage);
+    return prepareKernel(c, h->operatingPoint, stage);
 }
 
 int start(ZelkHandle* h)
@@ -88,99 +88,99 @@ int start(ZelkHandle* h)
         return ZELK_E_NO_PROJECT; // deliberate: the code of a missing project; callers test for it
     }
     ZelkClassifier& c = *p.classifier;
-    if (h->acquiring)
+    if (h->isAcquiring())
         return fail(h, msg::AlreadyAcquiring);
 
-    compute::selectDevice(h->device);
-    h->classRow = c.roc ? c.roc->classRow(c.classCount()) : QVector<float>();
-    h->frameCount = h->ringNext = h->ringLast = h->objectSerial = 0;
-    h->algTimeMs = h->segTimeMs = 0;
+    compute::selectDevice(h->computeDevices.selected);
+    h->operatingPoint = c.roc ? c.roc->classRow(c.classCount()) : QVector<float>();
+    h->ring.frameCount = h->ring.nextRow = h->ring.lastRow = h->segmentation.serial = 0;
+    h->timing.classifyMs = h->timing.segmentMs = 0;
 
-    if (h->segmentationEnabled) {
+    if (h->segmentation.enabled) {
         ZelkSegmenter* s = p.segmenter.get();
         if (!s)
             return fail(h, msg::NoSegmenter);
         if (!s->isCompiled() && s->compile() != 0) {
-            h->segmenter = nullptr;
+            h->segmentation.segmenter = nullptr;
             return fail(h, msg::segmentationCannotProceed(s->lastErrorCode(), s->lastErrorText()));
         }
-        h->segmenter = s;
+        h->segmentation.segmenter = s;
     }
-    if (h->inputDataType == 0) {
+    if (h->input.sampleType == 0) {
         const int type = zelk_GetInputDataType(h);
         if (type >= 0)
-            h->inputDataType = type;
+            h->input.sampleType = type;
         if (type < 1)
             return fail(h, msg::TypeNotSet);
     }
-    if (h->inputDataLayout == 0) {
+    if (h->input.layout == 0) {
         const int layout = zelk_GetInputDataLayout(h);
         if (layout >= 0)
-            h->inputDataLayout = layout;
+            h->input.layout = layout;
         if (layout < 1)
             return fail(h, msg::LayoutNotSet);
     }
 
-    const qint64 width = qMax(0, h->inputWidth);
+    const qint64 width = qMax(0, h->input.width);
     if (p.regressor) {
-        h->regVarCount = p.regressor->regVarNames.size();
-        h->regOutput.resize(size_t(width * h->regVarCount));
-        h->regVarLine.resize(size_t(width));
+        h->regression.variableCount = p.regressor->regVarNames.size();
+        h->regression.outputs.resize(size_t(width * h->regression.variableCount));
+        h->regression.variableLine.resize(size_t(width));
     } else {
-        h->regVarCount = 0;
-        h->regOutput = {};
-        h->regVarLine = {};
+        h->regression.variableCount = 0;
+        h->regression.outputs = {};
+        h->regression.variableLine = {};
     }
-    if (h->segmenter)
-        if (const int r = h->segmenter->prepareSegmenter(h->lineScan, h->inputWidth, h->regVarCount))
+    if (h->segmentation.segmenter)
+        if (const int r = h->segmentation.segmenter->prepareSegmenter(h->input.lineScan, h->input.width, h->regression.variableCount))
             return failWithoutText(r);
 
-    if (!h->lineScan) {
-        h->warmupFrames = 0;
-        const qint64 pixels = width * qMax(0, h->inputHeight);
-        if (pixels > std::numeric_limits<int>::max() || !makeLabelImage(h, c, h->inputHeight))
-            return fail(h, msg::noDecisionImage(h->inputWidth, h->inputHeight));
-        h->cubeDecisions.assign(size_t(pixels), 0);
-        h->roiDecisions.assign(size_t(pixels), 0);
-        h->objectMap.assign(size_t(pixels), 0);
-        h->classObjectMap.assign(size_t(pixels), 0);
+    if (!h->input.lineScan) {
+        h->timing.warmupFrames = 0;
+        const qint64 pixels = width * qMax(0, h->input.height);
+        if (pixels > std::numeric_limits<int>::max() || !makeLabelImage(h, c, h->input.height))
+            return fail(h, msg::noDecisionImage(h->input.width, h->input.height));
+        h->cube.decisions.assign(size_t(pixels), 0);
+        h->roi.decisions.assign(size_t(pixels), 0);
+        h->segmentation.objectMap.assign(size_t(pixels), 0);
+        h->segmentation.classObjectMap.assign(size_t(pixels), 0);
     } else {
-        if (h->correctionEnabled && !h->meanCorrection && !selectCorrection(h, c))
+        if (h->correction.enabled && !h->correction.meansOnly && !selectCorrection(h, c))
             return fail(h, msg::CorrectionInfoUnnamed);
-        if (!makeLabelImage(h, c, h->ringRows))
-            return fail(h, msg::noDecisionImage(h->inputWidth, h->ringRows));
+        if (!makeLabelImage(h, c, h->ring.rows))
+            return fail(h, msg::noDecisionImage(h->input.width, h->ring.rows));
     }
 
-    c.frameWidth = h->inputWidth;
-    const int prepared = h->lineScan ? prepareLineScanKernel(h, c) : prepareCubeKernel(h, c);
+    c.frameWidth = h->input.width;
+    const int prepared = h->input.lineScan ? prepareLineScanKernel(h, c) : prepareCubeKernel(h, c);
     if (prepared != 0)
         return fail(h, msg::classifierRefused(c.lastError));
     if (const int refused = prepareFrameVariant(h))
         return refused;
-    h->acquiring = true;
+    h->state = HandleState::Acquiring;
     return 0;
 }
 
 int stop(ZelkHandle* h)
 {
-    if (!h->acquiring)
+    if (!h->isAcquiring())
         return fail(h, msg::NotAcquiring);
-    h->acquiring = false;
-    h->segmenter = nullptr;
+    h->state = HandleState::Loaded;
+    h->segmentation.segmenter = nullptr;
     compute::selectDevice(compute::defaultDevice);
 
-    const int n = h->warmupFrames > 0 ? h->frameCount - h->warmupFrames : h->frameCount;
-    const double a = h->algTimeMs / double(n);
+    const int n = h->timing.warmupFrames > 0 ? h->ring.frameCount - h->timing.warmupFrames : h->ring.frameCount;
+    const double a = h->timing.classifyMs / double(n);
     QString text;
-    if (h->lineScan) {
-        text = msg::lineTimes("alg", a, h->algTimeMs, h->frameCount, h->warmupFrames);
-        if (h->segTimeMs > 0)
-            text += msg::lineTimes("seg", h->segTimeMs / double(n), h->segTimeMs, h->frameCount, h->warmupFrames);
+    if (h->input.lineScan) {
+        text = msg::lineTimes("alg", a, h->timing.classifyMs, h->ring.frameCount, h->timing.warmupFrames);
+        if (h->timing.segmentMs > 0)
+            text += msg::lineTimes("seg", h->timing.segmentMs / double(n), h->timing.segmentMs, h->ring.frameCount, h->timing.warmupFrames);
     } else {
-        text = msg::cubeTimes(a, h->frameCount, h->warmupFrames);
+        text = msg::cubeTimes(a, h->ring.frameCount, h->timing.warmupFrames);
     }
     logToHandle(h, text);
-    h->errorCode = 0;
+    h->error.code = 0;
     return 0;
 }
 
@@ -188,9 +188,9 @@ int stop(ZelkHandle* h)
 
 void accountTime(ZelkHandle* h, double milliseconds)
 {
-    if (h->warmupFrames <= h->frameCount)
-        h->algTimeMs += milliseconds;
-    ++h->frameCount;
+    if (h->timing.warmupFrames <= h->ring.frameCount)
+        h->timing.classifyMs += milliseconds;
+    ++h->ring.frameCount;
 }
 
 extern "C" ZELK_API int zelk_StartAcquisition(ZelkHandle* h)

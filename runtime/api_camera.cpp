@@ -39,7 +39,7 @@ bool buildGrid(float first, float step, float last, QVector<double>& grid)
 extern "C" ZELK_API int zelk_SetDeviceFrameWidth(ZelkHandle* h, int width)
 {
     return exported("zelk_SetDeviceFrameWidth", h, [&] {
-        h->deviceFrameWidth = width;
+        h->resampling.deviceWidth = width;
         return 0;
     });
 }
@@ -47,9 +47,9 @@ extern "C" ZELK_API int zelk_SetDeviceFrameWidth(ZelkHandle* h, int width)
 extern "C" ZELK_API int zelk_SetDeviceWavelengthCount(ZelkHandle* h, int count)
 {
     return exported("zelk_SetDeviceWavelengthCount", h, [&] {
-        h->deviceBandCount = count;
-        if (h->deviceWavelengths)
-            h->deviceWavelengths->resize(0); // keeps the capacity
+        h->resampling.deviceBands = count;
+        if (h->resampling.deviceWavelengths)
+            h->resampling.deviceWavelengths->resize(0); // keeps the capacity
         return 0;
     });
 }
@@ -58,9 +58,9 @@ extern "C" ZELK_API int zelk_SetDeviceWavelengthCount(ZelkHandle* h, int count)
 extern "C" ZELK_API int zelk_AddDeviceWavelength(ZelkHandle* h, float wavelength)
 {
     return exported("zelk_AddDeviceWavelength", h, [&] {
-        if (!h->deviceWavelengths)
+        if (!h->resampling.deviceWavelengths)
             return failWithoutText(ZELK_E_FAILED);
-        h->deviceWavelengths->append(double(wavelength));
+        h->resampling.deviceWavelengths->append(double(wavelength));
         return 0;
     });
 }
@@ -75,12 +75,12 @@ extern "C" ZELK_API int zelk_SetDeviceWavelengthsFromENVIHeaderFile(ZelkHandle* 
         auto wavelengths = header.headerDoubles(QStringLiteral("Wavelength"), bands);
         if (!wavelengths)
             return failWithoutText(ZELK_E_FAILED);
-        h->deviceWavelengths = std::make_unique<QVector<double>>(*wavelengths);
-        h->deviceBandCount = h->deviceWavelengths->size();
+        h->resampling.deviceWavelengths = std::make_unique<QVector<double>>(*wavelengths);
+        h->resampling.deviceBands = h->resampling.deviceWavelengths->size();
         const int samples = header.headerInt(QStringLiteral("samples"));
         if (samples < 0)
             return failWithoutText(ZELK_E_FAILED);
-        h->deviceFrameWidth = samples;
+        h->resampling.deviceWidth = samples;
         return 0;
     });
 }
@@ -96,9 +96,9 @@ extern "C" ZELK_API int zelk_SetResamplingWavelengthsGrid(ZelkHandle* h, float f
         QVector<double> grid;
         if (!buildGrid(first, step, last, grid))
             return fail(h, msg::gridWithoutEnd(double(first), double(step), double(last)));
-        if (!h->resamplingWavelengths)
-            h->resamplingWavelengths = std::make_unique<QVector<double>>();
-        h->resamplingWavelengths->swap(grid);
+        if (!h->resampling.targetWavelengths)
+            h->resampling.targetWavelengths = std::make_unique<QVector<double>>();
+        h->resampling.targetWavelengths->swap(grid);
         return 0;
     });
 }
@@ -108,19 +108,19 @@ extern "C" ZELK_API int zelk_SetResampling(ZelkHandle* h, int mode)
     return exported("zelk_SetResampling", h, [&] {
         if (mode != 1)
             return failWithoutText(ZELK_E_FAILED);
-        if (!h->deviceWavelengths || !h->resamplingWavelengths)
+        if (!h->resampling.deviceWavelengths || !h->resampling.targetWavelengths)
             return failWithoutText(ZELK_E_RESAMPLING_WAVELENGTHS);
-        if (h->deviceWavelengths->size() != h->deviceBandCount || h->deviceFrameWidth == -1 || h->deviceBandCount == -1)
+        if (h->resampling.deviceWavelengths->size() != h->resampling.deviceBands || h->resampling.deviceWidth == -1 || h->resampling.deviceBands == -1)
             return failWithoutText(ZELK_E_RESAMPLING_CAMERA);
-        h->resampler = std::make_unique<ZelkResampler>();
-        const ZelkBandSet source(h->deviceWavelengths.get()), target(h->resamplingWavelengths.get());
-        compute::DeviceScope scope(h->device);
-        std::printf(" deviceWidth=%d ", h->deviceFrameWidth);
-        const int result = h->resampler->init(h->deviceFrameWidth, source, target);
+        h->resampling.resampler = std::make_unique<ZelkResampler>();
+        const ZelkBandSet source(h->resampling.deviceWavelengths.get()), target(h->resampling.targetWavelengths.get());
+        compute::DeviceScope scope(h->computeDevices.selected);
+        std::printf(" deviceWidth=%d ", h->resampling.deviceWidth);
+        const int result = h->resampling.resampler->init(h->resampling.deviceWidth, source, target);
         std::printf(" res_init=%d ", result);
         std::fflush(stdout);
         if (result == 0)
-            h->resamplingEnabled = true;
+            h->resampling.enabled = true;
         return result;
     });
 }

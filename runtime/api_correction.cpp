@@ -36,8 +36,8 @@ using scancorrection::Reduction;
 // Keeps a failure in the correction pair, which the call publishes.
 int keep(ZelkHandle* h, const Text& t)
 {
-    h->correctionError = t.code;
-    h->correctionErrorMsg = spelled(t);
+    h->correction.loaderError = t.code;
+    h->correction.loaderErrorText = spelled(t);
     return t.code;
 }
 
@@ -52,9 +52,9 @@ QVector<float> gainOf(const QVector<float>& white, const QVector<float>& dark, f
 
 void install(ZelkHandle* h, QVector<float> dark, QVector<float> gain)
 {
-    h->darkRef = std::move(dark);
-    h->gainRef = std::move(gain);
-    h->correctionEnabled = true;
+    h->correction.darkRef = std::move(dark);
+    h->correction.gainRef = std::move(gain);
+    h->correction.enabled = true;
 }
 
 float sampleAt(const ZelkSpectralCube& cube, int column, int line, int band)
@@ -90,8 +90,8 @@ int loadReferencePair(ZelkHandle* h, const QString& directory, const char* name)
 {
     if (name)
         return failWithoutText(ZELK_E_FAILED);
-    h->whiteScan.reset();
-    h->darkScan.reset();
+    h->correction.whiteScan.reset();
+    h->correction.darkScan.reset();
 
     struct Side {
         const char* file;
@@ -100,8 +100,8 @@ int loadReferencePair(ZelkHandle* h, const QString& directory, const char* name)
         std::unique_ptr<ZelkSpectralCube>& scan;
     };
     const Side sides[2] = {
-        {"whiteReference", msg::whiteMissing, msg::whiteUnloadable, h->whiteScan},
-        {"darkReference", msg::darkMissing, msg::darkUnloadable, h->darkScan},
+        {"whiteReference", msg::whiteMissing, msg::whiteUnloadable, h->correction.whiteScan},
+        {"darkReference", msg::darkMissing, msg::darkUnloadable, h->correction.darkScan},
     };
     const QDir dir(directory);
     for (const Side& side : sides) {
@@ -112,18 +112,18 @@ int loadReferencePair(ZelkHandle* h, const QString& directory, const char* name)
         if (side.scan->load(path, QStringLiteral(".hdr"), QStringLiteral(".bin"), false) != 0)
             return keep(h, side.failed(path, side.scan->loadMessage));
     }
-    if (!h->whiteScan || !h->darkScan)
+    if (!h->correction.whiteScan || !h->correction.darkScan)
         return keep(h, msg::BothReferencesNeeded);
 
-    const ZelkSpectralCube &white = *h->whiteScan, &dark = *h->darkScan;
+    const ZelkSpectralCube &white = *h->correction.whiteScan, &dark = *h->correction.darkScan;
     int refused = 0;
     if (white.layout != LayoutBIL || dark.layout != LayoutBIL)
         refused = keep(h, msg::ReferenceLayoutNotBil);
     else if (white.columns != dark.columns || white.bands != dark.bands)
         refused = keep(h, msg::ReferencesDiffer);
     if (refused) {
-        h->whiteScan.reset();
-        h->darkScan.reset();
+        h->correction.whiteScan.reset();
+        h->correction.darkScan.reset();
         return refused;
     }
 
@@ -178,7 +178,7 @@ int loadCaptureReferences(ZelkHandle* h, const QString& directory, const QString
         return keep(h, msg::WhiteReferenceUnreadable);
     QVector<float> gain = gainOf(w, d, 1.0f);
 
-    if (h->meanCorrection) {
+    if (h->correction.meansOnly) {
         // One level per band: the mean over the pixels of the line.
         const int columns = white->columns, bands = white->bands;
         QVector<float> whiteMean(bands, 0.0f), darkMean(bands, 0.0f);
@@ -191,8 +191,8 @@ int loadCaptureReferences(ZelkHandle* h, const QString& directory, const QString
             whiteMean[b] = float(ws / columns);
             darkMean[b] = float(ds / columns);
         }
-        h->whiteMean = whiteMean;
-        h->darkMean = darkMean;
+        h->correction.whiteMean = whiteMean;
+        h->correction.darkMean = darkMean;
     }
     install(h, std::move(d), std::move(gain));
     return 0;
@@ -224,7 +224,7 @@ int loadCorrectionScan(ZelkHandle* h, const QString& directory, const QString& n
     if (!found)
         return fail(h, msg::correctionUnloadable(name, image.imageError, image.imageErrorMsg));
     image.setCorrection(std::move(found));
-    if (h->resamplingEnabled && (!h->resampler || image.resampleReferences(*h->resampler, h->device) != 0))
+    if (h->resampling.enabled && (!h->resampling.resampler || image.resampleReferences(*h->resampling.resampler, h->computeDevices.selected) != 0))
         return failWithoutText(ZELK_E_CORRECTION_SCAN); // the call publishes the correction pair
 
     ZelkCorrection& c = *image.correction();
@@ -234,7 +234,7 @@ int loadCorrectionScan(ZelkHandle* h, const QString& directory, const QString& n
         return 0;
     if (c.isValid(1) != 0)
         return fail(h, msg::correctionNotValid(1));
-    if (h->lineScan && c.state != ZelkCorrection::Frame)
+    if (h->input.lineScan && c.state != ZelkCorrection::Frame)
         return keep(h, msg::correctionForFrames(c.state == ZelkCorrection::Point ? QStringLiteral("point") : QStringLiteral("cube")));
 
     const ZelkSpectralCube &white = *c.white, &dark = *c.dark;
@@ -310,12 +310,12 @@ int loadCorrection(ZelkHandle* h, const char* directoryName, const char* name)
     case CorrectionLoader::CaptureFolder: result = loadCaptureReferences(h, directory, QString::fromLatin1(name)); break;
     }
     if (result != 0) {
-        setHandleError(h, h->correctionError, h->correctionErrorMsg);
+        setHandleError(h, h->correction.loaderError, h->correction.loaderErrorText);
         return result;
     }
     // A project of none of the parts keeps its set-up.
     const ProcessingSetup corrected = setupOfParts(p, true);
-    if (!h->resamplingEnabled && h->correctionEnabled && corrected != ProcessingSetup::None)
+    if (!h->resampling.enabled && h->correction.enabled && corrected != ProcessingSetup::None)
         p.processingSetup = int(corrected);
     return 0;
 }

@@ -17,7 +17,7 @@ namespace {
 
 int unsupportedFormat(ZelkHandle* h)
 {
-    return fail(h, msg::unsupportedCubeFormat(h->inputDataType, h->inputDataLayout));
+    return fail(h, msg::unsupportedCubeFormat(h->input.sampleType, h->input.layout));
 }
 
 bool classify(ZelkHandle* h, const compute::SampleBlock& block, quint8* decisions)
@@ -27,7 +27,7 @@ bool classify(ZelkHandle* h, const compute::SampleBlock& block, quint8* decision
 
 int misfit(ZelkHandle* h)
 {
-    return fail(h, msg::cubeMisfit(h->inputBands));
+    return fail(h, msg::cubeMisfit(h->input.bands));
 }
 
 // The whole input cube, one spectrum a pixel, as a block of samples of `type`.
@@ -37,8 +37,8 @@ compute::SampleBlock cubeBlock(const ZelkHandle* h, const void* cube, compute::S
     block.data = cube;
     block.type = type;
     block.layout = compute::SpectraLayout::BandsByPixels;
-    block.bands = h->inputBands;
-    block.pixels = h->inputWidth * h->inputHeight;
+    block.bands = h->input.bands;
+    block.pixels = h->input.width * h->input.height;
     return block;
 }
 
@@ -47,36 +47,36 @@ compute::SampleBlock cubeBlock(const ZelkHandle* h, const void* cube, compute::S
 int classifyFloat(ZelkHandle* h, const void* cube)
 {
     compute::SampleBlock block = cubeBlock(h, cube, compute::SampleType::F32);
-    const int width = h->inputWidth, height = h->inputHeight;
-    if (!h->roiEnabled)
-        return classify(h, block, h->cubeDecisions.data()) ? 0 : misfit(h);
+    const int width = h->input.width, height = h->input.height;
+    if (!h->roi.enabled)
+        return classify(h, block, h->cube.decisions.data()) ? 0 : misfit(h);
 
     // The ROI was checked against the size of its time; the input size may have changed.
-    const int col = h->roiCol, row = h->roiRow, w = h->roiWidth, rows = h->roiHeight;
+    const int col = h->roi.col, row = h->roi.row, w = h->roi.width, rows = h->roi.height;
     if (col < 0 || row < 0 || w < 1 || rows < 1 || w > width - col || rows > height - row)
         return fail(h, msg::roiOutsideCube(col, row, w, rows, width, height));
-    const size_t bands = size_t(qMax(0, h->inputBands)), rowValues = size_t(w) * bands;
-    if (h->roiSpectra.size() < rowValues * size_t(rows))
-        h->roiSpectra.resize(rowValues * size_t(rows));
+    const size_t bands = size_t(qMax(0, h->input.bands)), rowValues = size_t(w) * bands;
+    if (h->roi.spectra.size() < rowValues * size_t(rows))
+        h->roi.spectra.resize(rowValues * size_t(rows));
     const float* samples = static_cast<const float*>(cube);
     for (int i = 0; i < rows; ++i)
-        std::memcpy(h->roiSpectra.data() + size_t(i) * rowValues,
+        std::memcpy(h->roi.spectra.data() + size_t(i) * rowValues,
                     samples + (size_t(row + i) * size_t(width) + size_t(col)) * bands, rowValues * sizeof(float));
-    block.data = h->roiSpectra.data();
+    block.data = h->roi.spectra.data();
     block.pixels = w * rows;
-    if (!classify(h, block, h->roiDecisions.data()))
+    if (!classify(h, block, h->roi.decisions.data()))
         return misfit(h);
 
-    std::fill(h->cubeDecisions.begin(), h->cubeDecisions.end(), h->roiFill);
+    std::fill(h->cube.decisions.begin(), h->cube.decisions.end(), h->roi.fill);
     for (int i = 0; i < rows; ++i)
-        std::memcpy(h->cubeDecisions.data() + size_t(row + i) * size_t(width) + size_t(col),
-                    h->roiDecisions.data() + size_t(i) * size_t(w), size_t(w));
+        std::memcpy(h->cube.decisions.data() + size_t(row + i) * size_t(width) + size_t(col),
+                    h->roi.decisions.data() + size_t(i) * size_t(w), size_t(w));
     return 0;
 }
 
 int classifyUInt16(ZelkHandle* h, const void* cube)
 {
-    return classify(h, cubeBlock(h, cube, compute::SampleType::U16), h->cubeDecisions.data()) ? 0 : misfit(h);
+    return classify(h, cubeBlock(h, cube, compute::SampleType::U16), h->cube.decisions.data()) ? 0 : misfit(h);
 }
 
 // The big-endian form of the camera that stores its bands in a sequence order of its
@@ -90,16 +90,16 @@ int classifyBigEndian(ZelkHandle* h, const void* cube)
     const auto* image = dynamic_cast<const ZelkImageSENOP*>(h->project->images.empty() ? nullptr : h->project->images.front().get());
     if (!image)
         return fail(h, msg::NoCameraImage);
-    const int bands = h->inputBands;
-    const qint64 plane = qint64(h->inputWidth) * h->inputHeight, n = plane * bands;
+    const int bands = h->input.bands;
+    const qint64 plane = qint64(h->input.width) * h->input.height, n = plane * bands;
     if (bands < 1)
         return misfit(h);
 
-    if (!h->swapCube)
-        h->swapCube = std::make_unique<ZelkSpectralCube>(DataUInt16, LayoutBSQ);
-    ZelkSpectralCube& swapped = *h->swapCube;
-    swapped.columns = h->inputWidth;
-    swapped.lines = h->inputHeight;
+    if (!h->cube.swapped)
+        h->cube.swapped = std::make_unique<ZelkSpectralCube>(DataUInt16, LayoutBSQ);
+    ZelkSpectralCube& swapped = *h->cube.swapped;
+    swapped.columns = h->input.width;
+    swapped.lines = h->input.height;
     swapped.bands = bands;
     if (swapped.dataBytes() < n * qint64(sizeof(quint16)) && swapped.allocate(n) != 0)
         return fail(h, msg::noMemoryForCube(n));
@@ -109,22 +109,22 @@ int classifyBigEndian(ZelkHandle* h, const void* cube)
         counts[i] = qFromBigEndian<quint16>(raw + 2 * i);
 
     if (!image->sequenceOrder.isEmpty()) {
-        if (h->swapMask.size() < size_t(plane))
-            h->swapMask.resize(size_t(plane));
-        image->reorderBands(counts, plane, bands, h->swapMask.data());
+        if (h->cube.reorderScratch.size() < size_t(plane))
+            h->cube.reorderScratch.resize(size_t(plane));
+        image->reorderBands(counts, plane, bands, h->cube.reorderScratch.data());
     }
-    if (h->swapFloat.size() < size_t(n))
-        h->swapFloat.resize(size_t(n));
-    if (!image->applyGains(counts, plane, bands, h->swapFloat.data()))
-        std::copy_n(counts, n, h->swapFloat.data());
+    if (h->cube.gained.size() < size_t(n))
+        h->cube.gained.resize(size_t(n));
+    if (!image->applyGains(counts, plane, bands, h->cube.gained.data()))
+        std::copy_n(counts, n, h->cube.gained.data());
 
     compute::SampleBlock block;
-    block.data = h->swapFloat.data();
+    block.data = h->cube.gained.data();
     block.type = compute::SampleType::F32;
     block.layout = compute::SpectraLayout::PixelsByBands;
     block.bands = bands;
     block.pixels = int(plane);
-    return classify(h, block, h->cubeDecisions.data()) ? 0 : misfit(h);
+    return classify(h, block, h->cube.decisions.data()) ? 0 : misfit(h);
 }
 
 // Labels the decisions of the cube and copies the records of its objects, numbered from
@@ -132,24 +132,24 @@ int classifyBigEndian(ZelkHandle* h, const void* cube)
 // only the foreground's labels.
 int labelObjects(ZelkHandle* h)
 {
-    ZelkSegmenter& s = *h->segmenter;
-    const int width = h->inputWidth, height = h->inputHeight;
+    ZelkSegmenter& s = *h->segmentation.segmenter;
+    const int width = h->input.width, height = h->input.height;
     int labelled = 0;
     switch (s.mask()) {
     case ObjectMask::EachDecision:
-        std::fill(h->objectMap.begin(), h->objectMap.end(), 0);
-        labelled = s.labelCube(h->cubeDecisions.data(), h->objectMap.data(), width, height);
+        std::fill(h->segmentation.objectMap.begin(), h->segmentation.objectMap.end(), 0);
+        labelled = s.labelCube(h->cube.decisions.data(), h->segmentation.objectMap.data(), width, height);
         break;
     case ObjectMask::AllForeground:
-        std::fill(h->objectMap.begin(), h->objectMap.end(), 0);
-        std::fill(h->classObjectMap.begin(), h->classObjectMap.end(), 0);
-        labelled = s.labelCubeForeground(h->cubeDecisions.data(), h->objectMap.data(), h->classObjectMap.data(), width,
+        std::fill(h->segmentation.objectMap.begin(), h->segmentation.objectMap.end(), 0);
+        std::fill(h->segmentation.classObjectMap.begin(), h->segmentation.classObjectMap.end(), 0);
+        labelled = s.labelCubeForeground(h->cube.decisions.data(), h->segmentation.objectMap.data(), h->segmentation.classObjectMap.data(), width,
                                          height);
         break;
     }
     if (labelled != 0)
         return fail(h, msg::CubeSegmentation);
-    h->objectSerial = 0;
+    h->segmentation.serial = 0;
     // Beyond the records the segmenter is left as it is: the next cube continues from it.
     if (const int reported = reportObjects(h, false, msg::TooManyObjectsInCube))
         return reported;
@@ -161,9 +161,9 @@ int processCube(ZelkHandle* h, const void* cube)
 {
     if (!cube)
         return failGlobal(msg::NullPointer);
-    if (h->lineScan)
+    if (h->input.lineScan)
         return fail(h, msg::LineScanCannotProcessCubes);
-    if (!h->acquiring)
+    if (!h->isAcquiring())
         return fail(h, msg::NotAcquiring);
     QElapsedTimer timer;
     timer.start();
@@ -171,17 +171,17 @@ int processCube(ZelkHandle* h, const void* cube)
     const CubeForm form = cameraKind(p.projectType, p.acqType).cube;
     switch (form) {
     case CubeForm::Float:
-        if (h->inputDataType != DataFloat || h->inputDataLayout != LayoutBIP)
+        if (h->input.sampleType != DataFloat || h->input.layout != LayoutBIP)
             return unsupportedFormat(h);
         break;
     case CubeForm::UInt16:
-        if (h->roiEnabled)
+        if (h->roi.enabled)
             return fail(h, msg::RoiUnsupported);
-        if (h->inputDataType != DataUInt16 || h->inputDataLayout != LayoutBIP)
+        if (h->input.sampleType != DataUInt16 || h->input.layout != LayoutBIP)
             return unsupportedFormat(h);
         break;
     case CubeForm::BigEndian:
-        if (h->roiEnabled)
+        if (h->roi.enabled)
             return fail(h, msg::RoiUnsupported);
         break;
     case CubeForm::None:
@@ -190,10 +190,10 @@ int processCube(ZelkHandle* h, const void* cube)
 
     // The buffers and the kernel were made at start for the size of that time; a width
     // set since does not fit them.
-    const qint64 pixels = qint64(h->inputWidth) * h->inputHeight;
+    const qint64 pixels = qint64(h->input.width) * h->input.height;
     const ZelkClassifier* c = p.classifier.get();
-    if (!c || !c->kernel || h->inputWidth < 1 || h->inputHeight < 1 || qint64(h->cubeDecisions.size()) != pixels
-        || qint64(h->objectMap.size()) != pixels)
+    if (!c || !c->kernel || h->input.width < 1 || h->input.height < 1 || qint64(h->cube.decisions.size()) != pixels
+        || qint64(h->segmentation.objectMap.size()) != pixels)
         return fail(h, msg::CubeSizeChanged);
 
     int classified = 0;
@@ -206,8 +206,8 @@ int processCube(ZelkHandle* h, const void* cube)
     if (classified != 0)
         return classified;
 
-    h->objCount = 0;
-    if (h->segmentationEnabled && h->segmenter)
+    h->segmentation.count = 0;
+    if (h->segmentation.enabled && h->segmentation.segmenter)
         if (const int labelled = labelObjects(h))
             return labelled;
     accountTime(h, double(timer.nsecsElapsed()) / 1e6);
@@ -219,14 +219,14 @@ int processCube(ZelkHandle* h, const void* cube)
 int prepareCubeKernel(ZelkHandle* h, ZelkClassifier& c)
 {
     compute::InputStage stage;
-    stage.width = h->inputWidth;
+    stage.width = h->input.width;
     // A cube of the classifier's band count holds its bands already; one of any other
     // count carries the camera's bands, of which the stage picks the classifier's.
-    if (h->fullBandFrames && h->inputBands != c.selectedBandCount)
+    if (h->input.fullBandFrames && h->input.bands != c.selectedBandCount)
         stage.bands = c.bandIndex;
-    if (prepareKernel(c, h->classRow, std::move(stage)) != 0)
+    if (prepareKernel(c, h->operatingPoint, std::move(stage)) != 0)
         return -1;
-    const qint64 pixels = qint64(h->inputWidth) * h->inputHeight;
+    const qint64 pixels = qint64(h->input.width) * h->input.height;
     if (!c.kernel->reserve(int(pixels))) {
         c.kernel.reset();
         c.lastError = msg::noRoomForCubes(pixels);

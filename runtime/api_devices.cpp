@@ -7,38 +7,38 @@
 
 extern "C" ZELK_API int zelk_GetDeviceCount(ZelkHandle* h)
 {
-    return exported("zelk_GetDeviceCount", h, [&] { return h->devices.size(); });
+    return exported("zelk_GetDeviceCount", h, [&] { return h->computeDevices.list.size(); });
 }
 
 extern "C" ZELK_API const char* zelk_GetDeviceName(ZelkHandle* h, int index)
 {
     return exported("zelk_GetDeviceName", h, [&]() -> const char* {
-        if (index < 0 || index >= h->devices.size()) {
+        if (index < 0 || index >= h->computeDevices.list.size()) {
             fail(h, msg::deviceIndex(index));
             return nullptr;
         }
-        logToHandle(h, h->devices[index].name);
-        return h->message.data();
+        logToHandle(h, h->computeDevices.list[index].name);
+        return h->error.text.data();
     });
 }
 
 extern "C" ZELK_API int zelk_SetDevice(ZelkHandle* h, int index)
 {
     return exported("zelk_SetDevice", h, [&] {
-        if (h->acquiring)
+        if (h->isAcquiring())
             return fail(h, msg::DeviceWhileAcquiring);
-        if (index < 0 || index >= h->devices.size())
+        if (index < 0 || index >= h->computeDevices.list.size())
             return fail(h, msg::deviceIndex(index));
-        const ZelkDevice& d = h->devices[index];
+        const ZelkDevice& d = h->computeDevices.list[index];
         const int device = compute::makeDevice(d.backend, d.deviceIndex);
         {
             compute::DeviceScope scope(device);
             if (!scope.ok())
                 return fail(h, msg::DeviceSwitch);
         }
-        h->device = device;
+        h->computeDevices.selected = device;
         logToHandle(h, msg::selectedDevice(index, d.name));
-        h->errorCode = 0;
+        h->error.code = 0;
         return 0;
     });
 }
@@ -46,10 +46,10 @@ extern "C" ZELK_API int zelk_SetDevice(ZelkHandle* h, int index)
 extern "C" ZELK_API int zelk_RefreshDeviceList(ZelkHandle* h, int listNVIDIA, int listOpenCL)
 {
     return exported("zelk_RefreshDeviceList", h, [&] {
-        h->devices.clear();
+        h->computeDevices.list.clear();
         if (unsigned(listNVIDIA) > 1 || unsigned(listOpenCL) > 1)
             return fail(h, msg::DeviceFlags);
-        const int result = buildDeviceList(h->devices, listNVIDIA, listOpenCL);
+        const int result = buildDeviceList(h->computeDevices.list, listNVIDIA, listOpenCL);
         switch (result) {
         case 0:
             return 0;

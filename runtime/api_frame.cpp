@@ -17,10 +17,10 @@ namespace {
 // seam is not drawn.
 void markObject(ZelkHandle* h, const qint32* record)
 {
-    QImage& ring = *h->labelImage;
+    QImage& ring = *h->ring.labels;
     const int width = ring.width(), rows = ring.height();
     const qint64 c = record[objectfield::CentroidColumn];
-    const qint64 r = h->ringNext - (qint64(h->frameCount) - record[objectfield::CentroidLine]);
+    const qint64 r = h->ring.nextRow - (qint64(h->ring.frameCount) - record[objectfield::CentroidLine]);
     if (r >= 0 && r < rows) {
         const qint64 from = std::max<qint64>(c - 5, 0), to = std::min<qint64>(c + 5, width - 1);
         if (from <= to)
@@ -40,19 +40,19 @@ int classifyFrame(ZelkHandle* h, const void* frame)
     ZelkClassifier& c = *h->project->classifier;
     compute::SampleBlock block;
     block.data = frame;
-    block.pixels = h->inputWidth;
-    block.bands = h->fullBandFrames ? h->inputBands : c.bandIndex.size();
-    switch (h->inputDataLayout) {
+    block.pixels = h->input.width;
+    block.bands = h->input.fullBandFrames ? h->input.bands : c.bandIndex.size();
+    switch (h->input.layout) {
     case LayoutBIL:
-        if (h->inputDataType != DataUInt16 && h->inputDataType != DataFloat)
+        if (h->input.sampleType != DataUInt16 && h->input.sampleType != DataFloat)
             return fail(h, msg::UnsupportedDataType);
-        block.type = h->inputDataType == DataUInt16 ? compute::SampleType::U16 : compute::SampleType::F32;
+        block.type = h->input.sampleType == DataUInt16 ? compute::SampleType::U16 : compute::SampleType::F32;
         block.layout = compute::SpectraLayout::PixelsByBands;
         break;
     case LayoutBIP:
-        if (h->inputDataType != DataFloat)
+        if (h->input.sampleType != DataFloat)
             return fail(h, msg::UnsupportedDataType);
-        if (h->correctionEnabled)
+        if (h->correction.enabled)
             return fail(h, msg::BipCorrection);
         block.type = compute::SampleType::F32;
         block.layout = compute::SpectraLayout::BandsByPixels;
@@ -62,22 +62,22 @@ int classifyFrame(ZelkHandle* h, const void* frame)
     }
 
     if (block.pixels > 0) {
-        if (!c.kernel || c.frameWidth != h->inputWidth || h->labelImage->width() != h->inputWidth)
+        if (!c.kernel || c.frameWidth != h->input.width || h->ring.labels->width() != h->input.width)
             return fail(h, msg::FrameWidthChanged);
-        if (h->ringNext >= h->labelImage->height())
+        if (h->ring.nextRow >= h->ring.labels->height())
             return fail(h, msg::NoRing);
-        if (!c.kernel->classifySamples(block, h->labelImage->scanLine(h->ringNext)))
+        if (!c.kernel->classifySamples(block, h->ring.labels->scanLine(h->ring.nextRow)))
             return fail(h, msg::frameMisfit(block.bands));
     }
 
-    h->objCount = 0;
-    if (!h->segmentationEnabled || !h->segmenter)
+    h->segmentation.count = 0;
+    if (!h->segmentation.enabled || !h->segmentation.segmenter)
         return 0;
-    const quint8* row = h->labelImage->constScanLine(h->ringNext);
+    const quint8* row = h->ring.labels->constScanLine(h->ring.nextRow);
     int tracked = 0;
-    switch (h->segmenter->mask()) {
-    case ObjectMask::EachDecision: tracked = h->segmenter->trackDecisions(row); break;
-    case ObjectMask::AllForeground: tracked = h->segmenter->trackForeground(row); break;
+    switch (h->segmentation.segmenter->mask()) {
+    case ObjectMask::EachDecision: tracked = h->segmentation.segmenter->trackDecisions(row); break;
+    case ObjectMask::AllForeground: tracked = h->segmentation.segmenter->trackForeground(row); break;
     }
     if (tracked == -1)
         return failWithoutText(ZELK_E_FAILED); // the tracker reports no text of its own
@@ -90,7 +90,7 @@ int processFrame(ZelkHandle* h, const void* frame)
 {
     if (!frame)
         return failGlobal(msg::NullPointer);
-    if (!h->acquiring)
+    if (!h->isAcquiring())
         return fail(h, msg::NotAcquiring);
     QElapsedTimer timer;
     timer.start();
@@ -103,9 +103,9 @@ int processFrame(ZelkHandle* h, const void* frame)
     }
 
     const int result = guarded<int>(h, RunningCall::name(), InternalErrorCode, [&] { return variant(h, frame); });
-    h->ringLast = h->ringNext;
-    if (++h->ringNext == h->ringRows)
-        h->ringNext = 0;
+    h->ring.lastRow = h->ring.nextRow;
+    if (++h->ring.nextRow == h->ring.rows)
+        h->ring.nextRow = 0;
     accountTime(h, double(timer.nsecsElapsed()) / 1e6);
     return result;
 }
@@ -114,20 +114,20 @@ int processFrame(ZelkHandle* h, const void* frame)
 
 int reportObjects(ZelkHandle* h, bool markInRing, const Text& overflow)
 {
-    const ZelkSegmenter& s = *h->segmenter;
+    const ZelkSegmenter& s = *h->segmentation.segmenter;
     const int n = s.objectCount();
-    h->objCount = n;
+    h->segmentation.count = n;
     for (int i = 0; i < n; ++i) {
-        ++h->objectSerial;
-        if (i >= h->maxObjects)
+        ++h->segmentation.serial;
+        if (i >= h->segmentation.maxObjects)
             return fail(h, overflow);
         const qint32* from = s.object(i);
-        qint32* to = h->objects.data() + qint64(i) * ObjectRecordInts;
+        qint32* to = h->segmentation.records.data() + qint64(i) * ObjectRecordInts;
         if (s.mask() == ObjectMask::AllForeground)
             std::copy_n(from + objectfield::ClassSizes, ObjectClassSlots, to + objectfield::ClassSizes);
-        to[objectfield::Number] = h->objectSerial;
+        to[objectfield::Number] = h->segmentation.serial;
         std::copy_n(from + 1, 8, to + 1);
-        if (markInRing && h->markObjects)
+        if (markInRing && h->segmentation.markInRing)
             markObject(h, to);
     }
     return 0;

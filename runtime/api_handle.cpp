@@ -15,7 +15,7 @@ extern "C" ZELK_API ZelkHandle* zelk_Init(const char* /*arg*/)
         clearGlobalErrorMessage();
         auto h = std::make_unique<ZelkHandle>();
         logToHandle(h.get(), msg::versionLine(Version));
-        buildDeviceList(h->devices, 0, 0);
+        buildDeviceList(h->computeDevices.list, 0, 0);
         return h.release();
     });
 }
@@ -27,7 +27,7 @@ extern "C" ZELK_API void zelk_Release(ZelkHandle* h)
         if (!h)
             return 0;
         // Device-resident members are freed on the device that holds them.
-        compute::DeviceScope scope(h->device);
+        compute::DeviceScope scope(h->computeDevices.selected);
         delete h;
         return 0;
     });
@@ -41,10 +41,10 @@ extern "C" ZELK_API const char* zelk_GetVersion(void)
 // With a null handle the error getters read the process-wide pair.
 extern "C" ZELK_API int zelk_GetErrorCode(ZelkHandle* h)
 {
-    return exportedForAnyHandle("zelk_GetErrorCode", h, [h] { return h ? h->errorCode : globalErrorCode(); });
+    return exportedForAnyHandle("zelk_GetErrorCode", h, [h] { return h ? h->error.code : globalErrorCode(); });
 }
 
 extern "C" ZELK_API const char* zelk_GetErrorMsg(ZelkHandle* h)
 {
-    return exportedForAnyHandle("zelk_GetErrorMsg", h, [h] { return h ? h->message.data() : globalErrorMessage(); });
+    return exportedForAnyHandle("zelk_GetErrorMsg", h, [h] { return h ? h->error.text.data() : globalErrorMessage(); });
 }

@@ -11,19 +11,19 @@ extern "C" ZELK_API int zelk_SaveImage(ZelkHandle* h, const char* fileName)
     return exported("zelk_SaveImage", h, [&] {
         if (!fileName)
             return fail(h, msg::NullFileName);
-        QImage* image = h->labelImage.get();
+        QImage* image = h->ring.labels.get();
         if (!image)
             return fail(h, msg::NoDecisionImage);
-        if (!h->lineScan) {
+        if (!h->input.lineScan) {
             // The decisions of the last cube go into the image first. An image or a
             // buffer smaller than the current cube size was made for another project.
-            const int width = h->inputWidth, height = h->inputHeight;
+            const int width = h->input.width, height = h->input.height;
             const bool fits = width >= 0 && height >= 0 && image->width() >= width && image->height() >= height
-                              && h->cubeDecisions.size() >= size_t(width) * size_t(height);
-            if (h->cubeDecisions.empty() || !fits)
+                              && h->cube.decisions.size() >= size_t(width) * size_t(height);
+            if (h->cube.decisions.empty() || !fits)
                 return fail(h, msg::ImageSave);
             for (int y = 0; y < height; ++y)
-                std::memcpy(image->scanLine(y), h->cubeDecisions.data() + size_t(y) * size_t(width), size_t(width));
+                std::memcpy(image->scanLine(y), h->cube.decisions.data() + size_t(y) * size_t(width), size_t(width));
         }
         // A file that cannot be written is not reported.
         image->save(QString::fromLatin1(fileName), "png", -1);

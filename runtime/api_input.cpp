@@ -8,28 +8,28 @@
 namespace {
 
 // The dimension getters share their checks.
-int projectValue(ZelkHandle* h, int ZelkHandle::*field)
+int projectValue(ZelkHandle* h, int ZelkHandle::CameraInput::*field)
 {
     if (!h->project)
         return fail(h, msg::NoProject);
-    return h->*field;
+    return h->input.*field;
 }
 
 } // namespace
 
 extern "C" ZELK_API int zelk_GetInputWidth(ZelkHandle* h)
 {
-    return exported("zelk_GetInputWidth", h, [&] { return projectValue(h, &ZelkHandle::inputWidth); });
+    return exported("zelk_GetInputWidth", h, [&] { return projectValue(h, &ZelkHandle::CameraInput::width); });
 }
 
 extern "C" ZELK_API int zelk_GetInputHeight(ZelkHandle* h)
 {
-    return exported("zelk_GetInputHeight", h, [&] { return projectValue(h, &ZelkHandle::inputHeight); });
+    return exported("zelk_GetInputHeight", h, [&] { return projectValue(h, &ZelkHandle::CameraInput::height); });
 }
 
 extern "C" ZELK_API int zelk_GetInputBands(ZelkHandle* h)
 {
-    return exported("zelk_GetInputBands", h, [&] { return projectValue(h, &ZelkHandle::inputBands); });
+    return exported("zelk_GetInputBands", h, [&] { return projectValue(h, &ZelkHandle::CameraInput::bands); });
 }
 
 namespace {
@@ -43,7 +43,7 @@ int inputDataType(ZelkHandle* h)
         return fail(h, msg::NoProject);
     const int type = h->project->projectType, acq = h->project->acqType;
     const CameraKind& kind = cameraKind(type, acq);
-    const InputType input = h->correctionEnabled ? kind.correctedInput : kind.input;
+    const InputType input = h->correction.enabled ? kind.correctedInput : kind.input;
     switch (input) {
     case InputType::Undefined:
         return fail(h, msg::UndefinedDataType);
@@ -63,7 +63,7 @@ int inputDataLayout(ZelkHandle* h)
     const CameraKind& kind = cameraKind(h->project->projectType, h->project->acqType);
     // A line-scan camera's layout is that of its frames: a handle that takes cubes, left
     // by an earlier project, has none for it.
-    const bool framesOfCubes = kind.family == CallFamily::LineScan && !h->lineScan;
+    const bool framesOfCubes = kind.family == CallFamily::LineScan && !h->input.lineScan;
     if (kind.layout == InputLayout::Undefined || framesOfCubes)
         return fail(h, msg::UndefinedDataLayout);
     return int(kind.layout);
@@ -99,7 +99,7 @@ extern "C" ZELK_API int zelk_SetInputWidth(ZelkHandle* h, int width)
             return fail(h, msg::NoProject);
         if (width <= 0)
             return fail(h, msg::WidthNotPositive);
-        h->inputWidth = width;
+        h->input.width = width;
         return 0;
     });
 }
@@ -111,7 +111,7 @@ extern "C" ZELK_API int zelk_SetInputDataLayout(ZelkHandle* h, unsigned int layo
     return exported(msg::SetInputDataLayout, h, [&] {
         if (layout < 1 || layout > 3)
             return failGlobal(msg::layoutRequested(layout));
-        h->inputDataLayout = int(layout);
+        h->input.layout = int(layout);
         return 0;
     });
 }
@@ -122,21 +122,21 @@ extern "C" ZELK_API int zelk_SetCubeROI(ZelkHandle* h, int col, int row, int wid
         if (!h->project)
             return fail(h, msg::NoProject);
         if (col == -1 || row == -1 || width == -1 || height == -1) {
-            h->roiEnabled = false;
+            h->roi.enabled = false;
             return 0;
         }
         // Compared in 64 bits: a width near INT_MAX must not wrap into range.
-        const qint64 w = h->inputWidth, ht = h->inputHeight;
+        const qint64 w = h->input.width, ht = h->input.height;
         const bool valid = col >= 0 && col < w && row >= 0 && row < ht && width > 0 && height > 0 &&
                            qint64(width) - 1 + col < w && qint64(height) - 1 + row < ht;
         if (!valid)
-            return fail(h, msg::invalidRoi(col, row, width, height, h->inputWidth, h->inputHeight));
-        h->roiFill = fill;
-        h->roiCol = col;
-        h->roiRow = row;
-        h->roiWidth = width;
-        h->roiHeight = height;
-        h->roiEnabled = true;
+            return fail(h, msg::invalidRoi(col, row, width, height, h->input.width, h->input.height));
+        h->roi.fill = fill;
+        h->roi.col = col;
+        h->roi.row = row;
+        h->roi.width = width;
+        h->roi.height = height;
+        h->roi.enabled = true;
         return 0;
     });
 }
@@ -151,20 +151,20 @@ int setSegmentation(ZelkHandle* h, unsigned mode)
         ZelkSegmenter* s = h->project->segmenter.get();
         if (!s)
             return fail(h, msg::NoSegmenter);
-        if (!h->segmenter) {
+        if (!h->segmentation.segmenter) {
             if (!s->isCompiled() && s->compile() != 0) {
-                h->segmenter = nullptr;
+                h->segmentation.segmenter = nullptr;
                 return failUnder(msg::StartAcquisitionName, h, // deliberate, see msg
                                  msg::segmentationCannotProceed(s->lastErrorCode(), s->lastErrorText()));
             }
-            h->segmenter = s;
-            if (const int r = s->prepareSegmenter(h->lineScan, h->inputWidth, h->regVarCount))
+            h->segmentation.segmenter = s;
+            if (const int r = s->prepareSegmenter(h->input.lineScan, h->input.width, h->regression.variableCount))
                 return failWithoutText(r);
         }
-        if (!h->segmenter->isCompiled() && h->segmenter->compile() != 0)
-            return fail(h, msg::segmentationCannotProceed(h->segmenter->lastErrorCode(), h->segmenter->lastErrorText()));
+        if (!h->segmentation.segmenter->isCompiled() && h->segmentation.segmenter->compile() != 0)
+            return fail(h, msg::segmentationCannotProceed(h->segmentation.segmenter->lastErrorCode(), h->segmentation.segmenter->lastErrorText()));
     }
-    h->segmentationEnabled = mode != 0;
+    h->segmentation.enabled = mode != 0;
     return 0;
 }
 

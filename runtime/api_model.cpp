@@ -23,18 +23,18 @@ int applyApiKind(ZelkHandle* h)
     case CallFamily::RefusesToLoad:
         return -1;
     case CallFamily::LineScan:
-        h->lineScan = true;
+        h->input.lineScan = true;
         break;
     case CallFamily::Snapshot:
-        h->lineScan = false;
+        h->input.lineScan = false;
         break;
     case CallFamily::AsBefore:
         break;
     }
     if (kind.cube == CubeForm::BigEndian) { // its buffers are sized by the cubes of one project
-        h->swapCube.reset();
-        h->swapMask = {};
-        h->swapFloat = {};
+        h->cube.swapped.reset();
+        h->cube.reorderScratch = {};
+        h->cube.gained = {};
     }
     return 0;
 }
@@ -42,17 +42,17 @@ int applyApiKind(ZelkHandle* h)
 int processingSetupOf(const ZelkHandle* h)
 {
     const ZelkProject& p = *h->project;
-    if (h->resamplingEnabled)
+    if (h->resampling.enabled)
         return int(p.classifier && p.segmenter && p.regressor ? ProcessingSetup::Resampling : ProcessingSetup::None);
     return int(setupOfParts(p, false));
 }
 
 void takeGeometry(ZelkHandle* h, const ZelkImage& image)
 {
-    h->inputWidth = image.cropped ? image.cropWidth : image.width;
+    h->input.width = image.cropped ? image.cropWidth : image.width;
     const int height = image.cropped ? image.cropHeight : image.height;
-    h->inputHeight = h->lineScan ? 1 : height;
-    h->inputBands = h->resamplingEnabled && h->resampler ? h->resampler->sourceBands : image.bandCount;
+    h->input.height = h->input.lineScan ? 1 : height;
+    h->input.bands = h->resampling.enabled && h->resampling.resampler ? h->resampling.resampler->sourceBands : image.bandCount;
 }
 
 // Deciphers a model file's bytes: 0 with the plain stream, or a negative code after a
@@ -89,12 +89,12 @@ int decipher(ZelkHandle* h, const QByteArray& bytes, const QString& suffix, QByt
 
 int loadModel(ZelkHandle* h, const QString& fileName)
 {
-    if (h->acquiring)
+    if (h->isAcquiring())
         return fail(h, msg::LoadWhileAcquiring);
 
-    h->segmenter = nullptr; // it belongs to the project that goes now
+    h->segmentation.segmenter = nullptr; // it belongs to the project that goes now
     h->project = std::make_unique<ZelkProject>(0);
-    h->project->device = h->device;
+    h->project->device = h->computeDevices.selected;
 
     QFile file(fileName);
     if (!file.open(QIODevice::ReadOnly))
@@ -123,16 +123,16 @@ int loadModel(ZelkHandle* h, const QString& fileName)
         h->project.reset();
         return fail(h, msg::UnknownAcquisitionType);
     }
-    logToHandle(h, msg::modelLoaded(fileName, h->lineScan));
+    logToHandle(h, msg::modelLoaded(fileName, h->input.lineScan));
 
-    if (h->correctionEnabled) {
-        h->darkRef.clear();
-        h->gainRef.clear();
-        if (h->meanCorrection) {
-            h->whiteMean.clear();
-            h->darkMean.clear();
+    if (h->correction.enabled) {
+        h->correction.darkRef.clear();
+        h->correction.gainRef.clear();
+        if (h->correction.meansOnly) {
+            h->correction.whiteMean.clear();
+            h->correction.darkMean.clear();
         }
-        h->correctionEnabled = false;
+        h->correction.enabled = false;
     }
     h->project->processingSetup = processingSetupOf(h);
 

@@ -20,7 +20,7 @@ constexpr unsigned MaxClassIndex = ObjectClassSlots - 1;
 // finished more objects than that reports the full count and keeps only the first ones.
 int readableObjects(const ZelkHandle* h)
 {
-    return std::min(h->objCount, int(h->objects.size() / ObjectRecordInts));
+    return std::min(h->segmentation.count, int(h->segmentation.records.size() / ObjectRecordInts));
 }
 
 // 0 when `index` names a readable record; otherwise -161, with the last valid index
@@ -35,7 +35,7 @@ int checkObjectIndex(ZelkHandle* h, int index)
 
 const qint32* record(const ZelkHandle* h, int index)
 {
-    return h->objects.data() + size_t(index) * ObjectRecordInts;
+    return h->segmentation.records.data() + size_t(index) * ObjectRecordInts;
 }
 
 // Index, mode and class checks shared by the two class calls; 0 or the failing code.
@@ -45,7 +45,7 @@ int checkClassEntry(ZelkHandle* h, int index, unsigned classIndex)
 {
     if (const int code = checkObjectIndex(h, index))
         return code;
-    if (!h->segmenter || h->segmenter->mask() != ObjectMask::AllForeground)
+    if (!h->segmentation.segmenter || h->segmentation.segmenter->mask() != ObjectMask::AllForeground)
         return fail(h, msg::NotAllForeground);
     if (classIndex > MaxClassIndex)
         return fail(h, msg::classIndex(index));
@@ -67,17 +67,17 @@ int checkClassifier(ZelkHandle* h)
 // the input width exists. The row after the wrap is ringLast as well.
 const quint8* lastDecisionRow(const ZelkHandle* h)
 {
-    const QImage* image = h->labelImage.get();
-    if (!image || image->width() < h->inputWidth || h->ringLast < 0 || h->ringLast >= image->height())
+    const QImage* image = h->ring.labels.get();
+    if (!image || image->width() < h->input.width || h->ring.lastRow < 0 || h->ring.lastRow >= image->height())
         return nullptr;
-    return image->constScanLine(h->ringLast);
+    return image->constScanLine(h->ring.lastRow);
 }
 
 // The output of variable `varIndex` over the last frame, the pixels outside the
 // foreground set to `maskValue` when `mask` is 1; null after a report.
 float* frameRegOutputVar(ZelkHandle* h, int varIndex, int mask, float maskValue)
 {
-    if (!h->lineScan) {
+    if (!h->input.lineScan) {
         fail(h, msg::LineScanExpected);
         return nullptr;
     }
@@ -93,29 +93,29 @@ float* frameRegOutputVar(ZelkHandle* h, int varIndex, int mask, float maskValue)
         fail(h, msg::VariableIndex);
         return nullptr;
     }
-    if (mask == 1 && !h->segmentationEnabled) {
+    if (mask == 1 && !h->segmentation.enabled) {
         fail(h, msg::MaskWithoutSegmentation);
         return nullptr;
     }
     // The outputs are those of the last start, sized for its regressor and width:
     // before the first start, or after a new model, there are none to read.
-    const int width = h->inputWidth;
-    const bool outputsExist = varIndex < h->regVarCount && width >= 0 && h->regVarLine.size() >= size_t(width)
-                              && h->regOutput.size() >= size_t(width) * size_t(h->regVarCount);
+    const int width = h->input.width;
+    const bool outputsExist = varIndex < h->regression.variableCount && width >= 0 && h->regression.variableLine.size() >= size_t(width)
+                              && h->regression.outputs.size() >= size_t(width) * size_t(h->regression.variableCount);
     if (!outputsExist) {
         fail(h, msg::NoRegressionOutput);
         return nullptr;
     }
-    const float* output = h->regOutput.data();
-    float* line = h->regVarLine.data();
-    const size_t stride = size_t(h->regVarCount);
+    const float* output = h->regression.outputs.data();
+    float* line = h->regression.variableLine.data();
+    const size_t stride = size_t(h->regression.variableCount);
     if (mask == 0) {
         for (int i = 0; i < width; ++i)
             line[i] = output[size_t(i) * stride + size_t(varIndex)];
         return line;
     }
     // Masking reads the foreground flags of the running segmentation.
-    const quint8* foreground = h->segmenter ? h->segmenter->foregroundTable() : nullptr;
+    const quint8* foreground = h->segmentation.segmenter ? h->segmentation.segmenter->foregroundTable() : nullptr;
     if (!foreground) {
         fail(h, msg::MaskWithoutSegmentation);
         return nullptr;
@@ -134,7 +134,7 @@ float* frameRegOutputVar(ZelkHandle* h, int varIndex, int mask, float maskValue)
 
 extern "C" ZELK_API int zelk_GetObjCount(ZelkHandle* h)
 {
-    return exported("zelk_GetObjCount", h, [&] { return h->objCount; });
+    return exported("zelk_GetObjCount", h, [&] { return h->segmentation.count; });
 }
 
 extern "C" ZELK_API int zelk_GetObjDataInt(ZelkHandle* h, int index, int** out)
@@ -144,7 +144,7 @@ extern "C" ZELK_API int zelk_GetObjDataInt(ZelkHandle* h, int index, int** out)
             return code;
         if (!out)
             return fail(h, msg::NullPointer);
-        *out = h->objects.data() + size_t(index) * ObjectRecordInts;
+        *out = h->segmentation.records.data() + size_t(index) * ObjectRecordInts;
         return 0;
     });
 }
@@ -178,16 +178,16 @@ extern "C" ZELK_API int zelk_GetObjDataRegOutput(ZelkHandle* h, int index, float
             return code;
         // The means are the segmenter's own table. Between runs the handle no longer
         // borrows the segmenter, and the project's one still holds the last run's means.
-        const ZelkSegmenter* segmenter = h->segmenter;
+        const ZelkSegmenter* segmenter = h->segmentation.segmenter;
         if (!segmenter && h->project)
             segmenter = h->project->segmenter.get();
         const float* means = segmenter ? segmenter->objectMeans() : nullptr;
         // Rows of the table are valuesPerPixel long; the caller reads regVarCount of them.
-        if (!means || h->regVarCount < 1 || segmenter->valuesPerPixel() != h->regVarCount)
+        if (!means || h->regression.variableCount < 1 || segmenter->valuesPerPixel() != h->regression.variableCount)
             return fail(h, msg::NoObjectRegOutputs);
         if (!out)
             return fail(h, msg::NullPointer);
-        *out = const_cast<float*>(means) + size_t(index) * size_t(h->regVarCount);
+        *out = const_cast<float*>(means) + size_t(index) * size_t(h->regression.variableCount);
         return 0;
     });
 }
@@ -195,7 +195,7 @@ extern "C" ZELK_API int zelk_GetObjDataRegOutput(ZelkHandle* h, int index, float
 extern "C" ZELK_API unsigned char* zelk_GetFrameDecisions(ZelkHandle* h)
 {
     return exported("zelk_GetFrameDecisions", h, [&]() -> unsigned char* {
-        if (!h->lineScan) {
+        if (!h->input.lineScan) {
             fail(h, msg::LineScanExpected);
             return nullptr;
         }
@@ -203,23 +203,23 @@ extern "C" ZELK_API unsigned char* zelk_GetFrameDecisions(ZelkHandle* h)
             fail(h, msg::NoDecisionImage);
             return nullptr;
         }
-        return h->labelImage->scanLine(h->ringLast);
+        return h->ring.labels->scanLine(h->ring.lastRow);
     });
 }
 
 extern "C" ZELK_API unsigned char* zelk_GetCubeDecisions(ZelkHandle* h)
 {
     return exported("zelk_GetCubeDecisions", h, [&]() -> unsigned char* {
-        if (h->lineScan) {
+        if (h->input.lineScan) {
             fail(h, msg::SnapshotExpected);
             return nullptr;
         }
         // Null before the first start, and when the buffer was made for a smaller cube
         // than the current input size (a model loaded since).
-        const qint64 pixels = qint64(h->inputWidth) * h->inputHeight;
-        if (h->cubeDecisions.empty() || qint64(h->cubeDecisions.size()) < pixels)
+        const qint64 pixels = qint64(h->input.width) * h->input.height;
+        if (h->cube.decisions.empty() || qint64(h->cube.decisions.size()) < pixels)
             return nullptr;
-        return h->cubeDecisions.data();
+        return h->cube.decisions.data();
     });
 }
 
@@ -248,7 +248,7 @@ extern "C" ZELK_API const char* zelk_GetDecName(ZelkHandle* h, int index)
             return nullptr;
         }
         logToHandle(h, classifier->decisionName(index));
-        return h->message.data();
+        return h->error.text.data();
     });
 }
 
@@ -302,6 +302,6 @@ extern "C" ZELK_API const char* zelk_GetRegVarName(ZelkHandle* h, int index)
             return nullptr;
         }
         logToHandle(h, regressor->regVarNames.at(index));
-        return h->message.data();
+        return h->error.text.data();
     });
 }

@@ -19,21 +19,21 @@ namespace {
 // band side by side, as BIL frames hold them.
 int refuseBip(ZelkHandle* h)
 {
-    if (h->inputDataType != DataFloat)
+    if (h->input.sampleType != DataFloat)
         return fail(h, msg::UnsupportedDataType);
-    if (h->correctionEnabled)
+    if (h->correction.enabled)
         return fail(h, msg::BipCorrection);
     return fail(h, msg::RegressionNeedsBil);
 }
 
 int refuseLayout(ZelkHandle* h)
 {
-    return fail(h, msg::unsupportedFrameLayout(h->inputDataLayout));
+    return fail(h, msg::unsupportedFrameLayout(h->input.layout));
 }
 
 bool perPixelCorrection(const ZelkHandle* h)
 {
-    return h->correctionEnabled && !h->meanCorrection;
+    return h->correction.enabled && !h->correction.meansOnly;
 }
 
 // The bands of the frames that reach the classifier and the regressor: the project's
@@ -41,8 +41,8 @@ bool perPixelCorrection(const ZelkHandle* h)
 int chainBands(const ZelkHandle* h)
 {
     if (framePathOf(h->project->processingSetup) == FramePath::Resampling)
-        return h->resampler ? h->resampler->destBands : -1;
-    return h->inputBands;
+        return h->resampling.resampler ? h->resampling.resampler->destBands : -1;
+    return h->input.bands;
 }
 
 // Everything the frame will touch, checked before anything is written: the run may
@@ -53,19 +53,19 @@ int checkRun(ZelkHandle* h, int bands)
     const ZelkProject& p = *h->project;
     const ZelkClassifier* c = p.classifier.get();
     const ZelkRegressor* r = p.regressor.get();
-    const qint64 width = h->inputWidth, samples = width * bands;
-    if (!c || !c->kernel || !r || width <= 0 || bands <= 0 || c->frameWidth != width || !h->labelImage
-        || h->labelImage->width() != width)
+    const qint64 width = h->input.width, samples = width * bands;
+    if (!c || !c->kernel || !r || width <= 0 || bands <= 0 || c->frameWidth != width || !h->ring.labels
+        || h->ring.labels->width() != width)
         return fail(h, msg::FrameWidthChanged);
-    if (h->ringNext < 0 || h->ringNext >= h->labelImage->height())
+    if (h->ring.nextRow < 0 || h->ring.nextRow >= h->ring.labels->height())
         return fail(h, msg::NoRing);
-    if (qint64(h->regFrame.size()) != samples || h->regVarCount != r->regVarNames.size()
-        || qint64(h->regOutput.size()) != width * h->regVarCount)
+    if (qint64(h->regression.correctedFrame.size()) != samples || h->regression.variableCount != r->regVarNames.size()
+        || qint64(h->regression.outputs.size()) != width * h->regression.variableCount)
         return fail(h, msg::framesNotPrepared(width, bands));
-    if (perPixelCorrection(h) && (h->darkRef.size() != samples || h->gainRef.size() != samples))
+    if (perPixelCorrection(h) && (h->correction.darkRef.size() != samples || h->correction.gainRef.size() != samples))
         return fail(h, msg::CorrectionInfo);
-    ZelkSegmenter* s = h->segmentationEnabled ? h->segmenter : nullptr;
-    if (s && (s->width() != width || s->valuesPerPixel() != h->regVarCount))
+    ZelkSegmenter* s = h->segmentation.enabled ? h->segmentation.segmenter : nullptr;
+    if (s && (s->width() != width || s->valuesPerPixel() != h->regression.variableCount))
         return fail(h, msg::SegmentationNotPrepared);
     return 0;
 }
@@ -75,7 +75,7 @@ int checkRun(ZelkHandle* h, int bands)
 void correctFrame(const ZelkHandle* h, const void* in, compute::SampleType type, qint64 n, float* out)
 {
     const bool correct = perPixelCorrection(h);
-    compute::stageSamples(in, type, correct ? h->darkRef.constData() : nullptr, correct ? h->gainRef.constData() : nullptr,
+    compute::stageSamples(in, type, correct ? h->correction.darkRef.constData() : nullptr, correct ? h->correction.gainRef.constData() : nullptr,
                           out, n);
 }
 
@@ -85,22 +85,22 @@ int runChain(ZelkHandle* h, int bands)
     ZelkProject& p = *h->project;
     ZelkClassifier& c = *p.classifier;
     compute::SampleBlock block;
-    block.data = h->regFrame.data();
+    block.data = h->regression.correctedFrame.data();
     block.type = compute::SampleType::F32;
     block.layout = compute::SpectraLayout::PixelsByBands;
-    block.pixels = h->inputWidth;
+    block.pixels = h->input.width;
     block.bands = bands;
-    if (!c.kernel->classifySamples(block, h->labelImage->scanLine(h->ringNext)))
+    if (!c.kernel->classifySamples(block, h->ring.labels->scanLine(h->ring.nextRow)))
         return fail(h, msg::frameMisfit(bands));
 
-    h->objCount = 0;
-    if (!p.regressor->predictFrame(h->regFrame.data(), h->inputWidth, bands, h->regOutput.data()))
+    h->segmentation.count = 0;
+    if (!p.regressor->predictFrame(h->regression.correctedFrame.data(), h->input.width, bands, h->regression.outputs.data()))
         return fail(h, msg::regressorMisfit(bands));
-    if (!h->segmentationEnabled || !h->segmenter)
+    if (!h->segmentation.enabled || !h->segmentation.segmenter)
         return 0;
-    const quint8* row = h->labelImage->constScanLine(h->ringNext);
-    const int tracked = h->regVarCount == 1 ? h->segmenter->trackValue(row, h->regOutput.data())
-                                            : h->segmenter->trackValues(row, h->regOutput.data());
+    const quint8* row = h->ring.labels->constScanLine(h->ring.nextRow);
+    const int tracked = h->regression.variableCount == 1 ? h->segmentation.segmenter->trackValue(row, h->regression.outputs.data())
+                                            : h->segmentation.segmenter->trackValues(row, h->regression.outputs.data());
     if (tracked != 0)
         return failWithoutText(tracked); // the tracker reports no text of its own
     return reportObjects(h, true, msg::TooManyObjectsInFrame);
@@ -110,7 +110,7 @@ int runChain(ZelkHandle* h, int bands)
 
 bool regressionFrames(const ZelkHandle* h)
 {
-    if (!h->lineScan || !h->project)
+    if (!h->input.lineScan || !h->project)
         return false;
     const FramePath path = framePathOf(h->project->processingSetup);
     return path == FramePath::Regression || path == FramePath::Resampling;
@@ -119,18 +119,18 @@ bool regressionFrames(const ZelkHandle* h)
 int prepareFrameVariant(ZelkHandle* h)
 {
     if (!regressionFrames(h)) {
-        h->regFrame = {};
-        h->resampledFrame = {};
+        h->regression.correctedFrame = {};
+        h->resampling.frame = {};
         return 0;
     }
     ZelkProject& p = *h->project;
-    const int width = h->inputWidth;
+    const int width = h->input.width;
     const bool resampling = framePathOf(p.processingSetup) == FramePath::Resampling;
     QString why;
     if (resampling) {
-        ZelkResampler* r = h->resampler.get();
-        if (!r || !r->resamplerReady || r->width != width || r->sourceBands != h->inputBands)
-            return fail(h, msg::resamplingMisfit(width, h->inputBands));
+        ZelkResampler* r = h->resampling.resampler.get();
+        if (!r || !r->resamplerReady || r->width != width || r->sourceBands != h->input.bands)
+            return fail(h, msg::resamplingMisfit(width, h->input.bands));
         if (!r->prepareFrames(&why))
             return fail(h, msg::resamplingCannotStart(why));
     }
@@ -139,54 +139,54 @@ int prepareFrameVariant(ZelkHandle* h)
     if (!p.regressor || !p.regressor->prepareFrames(width, bands, &why))
         return fail(h, msg::regressionCannotRun(why));
     const qint64 samples = qint64(width) * bands;
-    if (perPixelCorrection(h) && (h->darkRef.size() != samples || h->gainRef.size() != samples))
+    if (perPixelCorrection(h) && (h->correction.darkRef.size() != samples || h->correction.gainRef.size() != samples))
         return fail(h, msg::CorrectionInfoUnnamed);
-    h->regFrame.assign(size_t(samples), 0.0f);
-    h->resampledFrame.assign(resampling ? size_t(samples) : 0, 0);
+    h->regression.correctedFrame.assign(size_t(samples), 0.0f);
+    h->resampling.frame.assign(resampling ? size_t(samples) : 0, 0);
     return 0;
 }
 
 int regressFrame(ZelkHandle* h, const void* frame)
 {
-    if (h->inputDataLayout == LayoutBIP)
+    if (h->input.layout == LayoutBIP)
         return refuseBip(h);
-    if (h->inputDataLayout != LayoutBIL)
+    if (h->input.layout != LayoutBIL)
         return refuseLayout(h);
-    if (h->inputDataType != DataUInt16 && h->inputDataType != DataFloat)
+    if (h->input.sampleType != DataUInt16 && h->input.sampleType != DataFloat)
         return fail(h, msg::UnsupportedDataType);
     const int bands = chainBands(h);
     if (const int refused = checkRun(h, bands))
         return refused;
-    const qint64 n = qint64(h->inputWidth) * bands;
-    correctFrame(h, frame, h->inputDataType == DataUInt16 ? compute::SampleType::U16 : compute::SampleType::F32, n,
-                 h->regFrame.data());
+    const qint64 n = qint64(h->input.width) * bands;
+    correctFrame(h, frame, h->input.sampleType == DataUInt16 ? compute::SampleType::U16 : compute::SampleType::F32, n,
+                 h->regression.correctedFrame.data());
     return runChain(h, bands);
 }
 
 int resampleFrame(ZelkHandle* h, const void* frame)
 {
-    if (h->inputDataLayout == LayoutBIP)
+    if (h->input.layout == LayoutBIP)
         return refuseBip(h);
-    if (h->inputDataLayout != LayoutBIL)
+    if (h->input.layout != LayoutBIL)
         return refuseLayout(h);
-    if (h->inputDataType == DataFloat)
+    if (h->input.sampleType == DataFloat)
         return failWithoutText(ZELK_E_FAILED); // float frames are not resampled; nothing is written
-    if (h->inputDataType != DataUInt16)
+    if (h->input.sampleType != DataUInt16)
         return fail(h, msg::UnsupportedDataType);
-    ZelkResampler* r = h->resampler.get();
+    ZelkResampler* r = h->resampling.resampler.get();
     const int bands = chainBands(h);
-    if (!r || !r->resamplerReady || r->width != h->inputWidth || r->sourceBands != h->inputBands
-        || qint64(h->resampledFrame.size()) != qint64(h->inputWidth) * bands)
+    if (!r || !r->resamplerReady || r->width != h->input.width || r->sourceBands != h->input.bands
+        || qint64(h->resampling.frame.size()) != qint64(h->input.width) * bands)
         return fail(h, msg::ResamplerMisfit);
     if (const int refused = checkRun(h, bands))
         return refused;
     // A resampler set during the run gets its kernel with its first frame, on the run's
     // device, which stays selected for the rest of the run.
     QString why;
-    if (!r->framesPrepared() && !(compute::selectDevice(h->device) && r->prepareFrames(&why)))
+    if (!r->framesPrepared() && !(compute::selectDevice(h->computeDevices.selected) && r->prepareFrames(&why)))
         return fail(h, msg::resamplingCannotRun(why));
-    if (!r->resampleFrame(static_cast<const quint16*>(frame), h->resampledFrame.data()))
+    if (!r->resampleFrame(static_cast<const quint16*>(frame), h->resampling.frame.data()))
         return fail(h, msg::ResamplingFailed);
-    correctFrame(h, h->resampledFrame.data(), compute::SampleType::U16, qint64(h->inputWidth) * bands, h->regFrame.data());
+    correctFrame(h, h->resampling.frame.data(), compute::SampleType::U16, qint64(h->input.width) * bands, h->regression.correctedFrame.data());
     return runChain(h, bands);
 }

@@ -34,8 +34,8 @@ void storeText(char* buffer, int capacity, const QString& text)
 
 int setHandleError(ZelkHandle* h, int code, const QString& text)
 {
-    h->errorCode = code;
-    storeText(h->message.data(), h->messageSize, text);
+    h->error.code = code;
+    storeText(h->error.text.data(), h->error.capacity, text);
     return code;
 }
 
@@ -49,7 +49,7 @@ int setGlobalError(int code, const QString& text)
 
 void logToHandle(ZelkHandle* h, const QString& text)
 {
-    storeText(h->message.data(), h->messageSize, text);
+    storeText(h->error.text.data(), h->error.capacity, text);
 }
 
 int globalErrorCode()

@@ -82,9 +82,9 @@ struct Run {
             ASSERT_EQ(zelk_GetObjDataInt(h, i, &record), 0);
             s.records.insert(s.records.end(), record, record + ObjectRecordInts);
             float* means = nullptr;
-            if (h.h->regVarCount > 0) {
+            if (h.h->regression.variableCount > 0) {
                 ASSERT_EQ(zelk_GetObjDataRegOutput(h, i, &means), 0);
-                s.values.insert(s.values.end(), means, means + h.h->regVarCount);
+                s.values.insert(s.values.end(), means, means + h.h->regression.variableCount);
             }
         }
     }
@@ -98,7 +98,7 @@ Session lineScan(int device, const Project& p, const std::function<std::vector<q
                  const Hook& beforeStart = {}, const Hook& midway = {})
 {
     Run run(device, p, beforeLoad, [&](ZelkHandle* h) {
-        h->inputDataType = 1;
+        h->input.sampleType = 1;
         if (beforeStart)
             beforeStart(h);
     });
@@ -110,7 +110,7 @@ Session lineScan(int device, const Project& p, const std::function<std::vector<q
         EXPECT_EQ(zelk_ProcessFrame(h, f.data()), 0) << zelk_GetErrorMsg(h);
         const unsigned char* d = zelk_GetFrameDecisions(h);
         run.s.decisions.insert(run.s.decisions.end(), d, d + Width);
-        for (int v = 0; v < h->regVarCount; ++v) {
+        for (int v = 0; v < h->regression.variableCount; ++v) {
             const float* out = zelk_GetFrameRegOutputVar(h, v, 0, 0);
             run.s.values.insert(run.s.values.end(), out, out + Width);
         }
@@ -161,11 +161,11 @@ void describeCamera(ZelkHandle* h)
 // References that differ from sample to sample; a leaf stays a leaf after correction.
 void correctEveryBand(ZelkHandle* h)
 {
-    h->correctionEnabled = true;
-    h->darkRef = h->gainRef = QVector<float>(Width * Bands);
+    h->correction.enabled = true;
+    h->correction.darkRef = h->correction.gainRef = QVector<float>(Width * Bands);
     for (int i = 0; i < Width * Bands; ++i) {
-        h->darkRef[i] = 0.25f * float(i % 3);
-        h->gainRef[i] = 1.0f + 0.01f * float(i % 5);
+        h->correction.darkRef[i] = 0.25f * float(i % 3);
+        h->correction.gainRef[i] = 1.0f + 0.01f * float(i % 5);
     }
 }
 
@@ -219,7 +219,7 @@ protected:
         TestHandle h;
         EXPECT_EQ(zelk_RefreshDeviceList(h, 0, 1), 0);
         for (int i = 0; i < zelk_GetDeviceCount(h); ++i)
-            if (h.h->devices[i].backend == compute::BackendOpenCl)
+            if (h.h->computeDevices.list[i].backend == compute::BackendOpenCl)
                 return i;
         return -1;
     }
@@ -278,9 +278,9 @@ TEST(BackendAgreement, PixelsFarFromEveryCentreScoreTheBiasRowAlone)
     ASSERT_EQ(zelk_RefreshDeviceList(list, 0, 1), 0);
     int devices = 0;
     for (int entry = 0; entry < zelk_GetDeviceCount(list); ++entry) {
-        if (entry > 0 && list.h->devices[entry].backend != compute::BackendOpenCl)
+        if (entry > 0 && list.h->computeDevices.list[entry].backend != compute::BackendOpenCl)
             continue;
-        ::Run run(entry, p, {}, [](ZelkHandle* h) { h->inputDataType = 1; });
+        ::Run run(entry, p, {}, [](ZelkHandle* h) { h->input.sampleType = 1; });
         ASSERT_EQ(zelk_ProcessFrame(run.h, frame.data()), 0) << zelk_GetErrorMsg(run.h);
         const unsigned char* d = zelk_GetFrameDecisions(run.h);
         EXPECT_EQ(std::vector<quint8>(d, d + Width), expected) << "backend " << run.s.backend;

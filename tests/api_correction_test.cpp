@@ -143,7 +143,7 @@ TEST(LoadCorrection, CorrectedFramesDecideAsTheReflectance)
         Session s(c.project);
         ASSERT_TRUE(c.write(s));
         ASSERT_EQ(s.load(c.name), 0) << zelk_GetErrorMsg(s.h);
-        EXPECT_TRUE(s.h.h->correctionEnabled);
+        EXPECT_TRUE(s.h.h->correction.enabled);
         EXPECT_EQ(s.h.h->project->processingSetup, 2); // corrected, with a segmenter
         EXPECT_EQ(s.decide(), expectedDecisions(c.level));
     }
@@ -153,7 +153,7 @@ TEST(LoadCorrection, ResamplingKeepsTheSetupOfTheModel)
 {
     Session s(projectOfType(10));
     ASSERT_TRUE(writePair(s));
-    s.h.h->resamplingEnabled = true;
+    s.h.h->resampling.enabled = true;
     s.h.h->project->processingSetup = 9;
     ASSERT_EQ(s.load(nullptr), 0);
     EXPECT_EQ(s.h.h->project->processingSetup, 9);
@@ -165,12 +165,12 @@ TEST(LoadCorrection, PointSpectraFillEveryPixelOfASnapshot)
     ASSERT_TRUE(writePointScan(s));
     ASSERT_EQ(s.load("scan"), 0) << zelk_GetErrorMsg(s.h);
     const ZelkHandle* h = s.h;
-    ASSERT_EQ(h->darkRef.size(), Width * 2 * Bands);
-    ASSERT_EQ(h->gainRef.size(), Width * 2 * Bands);
+    ASSERT_EQ(h->correction.darkRef.size(), Width * 2 * Bands);
+    ASSERT_EQ(h->correction.gainRef.size(), Width * 2 * Bands);
     const float white[Bands] = {900, 901, 902, 903}, dark[Bands] = {10, 20, 30, 40};
-    for (int i = 0; i < h->darkRef.size(); i += 5) {
-        EXPECT_EQ(h->darkRef[i], dark[i % Bands]);
-        EXPECT_FLOAT_EQ(h->gainRef[i], 0.95f / (white[i % Bands] - dark[i % Bands]));
+    for (int i = 0; i < h->correction.darkRef.size(); i += 5) {
+        EXPECT_EQ(h->correction.darkRef[i], dark[i % Bands]);
+        EXPECT_FLOAT_EQ(h->correction.gainRef[i], 0.95f / (white[i % Bands] - dark[i % Bands]));
     }
 }
 
@@ -240,12 +240,12 @@ TEST(LoadCorrection, RefusalsReportTheKeptFailure)
         SCOPED_TRACE(c.what);
         Session s(c.project);
         ASSERT_TRUE(c.write(s));
-        s.h.h->resamplingEnabled = c.resampling; // with no resampler made
+        s.h.h->resampling.enabled = c.resampling; // with no resampler made
         EXPECT_EQ(s.load(c.name), c.result);
         EXPECT_EQ(zelk_GetErrorCode(s.h), c.code);
         EXPECT_EQ(QString::fromLocal8Bit(zelk_GetErrorMsg(s.h)), c.text.contains("%1") ? c.text.arg(s.dir.path()) : c.text);
-        EXPECT_FALSE(s.h.h->correctionEnabled);
-        EXPECT_TRUE(s.h.h->darkRef.isEmpty());
+        EXPECT_FALSE(s.h.h->correction.enabled);
+        EXPECT_TRUE(s.h.h->correction.darkRef.isEmpty());
     }
 }
 
@@ -254,10 +254,10 @@ TEST(LoadCorrection, PairScansStayUntilTheNextLoad)
     Session s(projectOfType(10));
     ASSERT_TRUE(writeUInt16Scan(s.path("whiteReference"), ".bin", Width, 3, Bands, whiteLines));
     EXPECT_EQ(s.load(nullptr), -135);
-    EXPECT_TRUE(s.h.h->whiteScan && !s.h.h->darkScan);
+    EXPECT_TRUE(s.h.h->correction.whiteScan && !s.h.h->correction.darkScan);
     ASSERT_TRUE(writeUInt16Scan(s.path("darkReference"), ".bin", Width, 3, Bands, darkLines, "bip"));
     EXPECT_EQ(s.load(nullptr), -136);
-    EXPECT_FALSE(s.h.h->whiteScan || s.h.h->darkScan); // a refused pair is dropped
+    EXPECT_FALSE(s.h.h->correction.whiteScan || s.h.h->correction.darkScan); // a refused pair is dropped
 }
 
 TEST(LoadCorrection, AFailedLoadKeepsTheEarlierCorrection)
@@ -265,7 +265,7 @@ TEST(LoadCorrection, AFailedLoadKeepsTheEarlierCorrection)
     Session s(projectOfType(19, 3));
     ASSERT_TRUE(writeCorrectionScan(s));
     ASSERT_EQ(s.load("scan"), 0);
-    const QVector<float> dark = s.h.h->darkRef, gain = s.h.h->gainRef;
+    const QVector<float> dark = s.h.h->correction.darkRef, gain = s.h.h->correction.gainRef;
 
     // A kept failure, then failures reported straight in the handle: the handle reads
     // the kept one after each.
@@ -282,9 +282,9 @@ TEST(LoadCorrection, AFailedLoadKeepsTheEarlierCorrection)
     ASSERT_TRUE(modelwriter::writeEnviScan(s.path("bare"), ".trf", bare));
     EXPECT_EQ(s.load("bare"), 0);
 
-    EXPECT_TRUE(s.h.h->correctionEnabled);
-    EXPECT_EQ(s.h.h->darkRef, dark);
-    EXPECT_EQ(s.h.h->gainRef, gain);
+    EXPECT_TRUE(s.h.h->correction.enabled);
+    EXPECT_EQ(s.h.h->correction.darkRef, dark);
+    EXPECT_EQ(s.h.h->correction.gainRef, gain);
     EXPECT_EQ(s.decide(), expectedDecisions(0.95f));
 }
 

@@ -138,14 +138,14 @@ TEST(CubePath, EachFormGivesTheDecisions)
             }
             CubeRun run(p, device);
             ASSERT_EQ(zelk_SetInputDataLayout(run, 1), 0);
-            run->inputDataType = f.dataType;
+            run->input.sampleType = f.dataType;
             ASSERT_EQ(zelk_StartAcquisition(run), 0) << zelk_GetErrorMsg(run);
             for (int cube = 1; cube <= 2; ++cube) { // the work buffers of the camera are reused
                 ASSERT_EQ(zelk_ProcessCube(run, f.cube), 0) << zelk_GetErrorMsg(run);
                 EXPECT_EQ(run.decisions(), expectedDecisions());
             }
-            EXPECT_EQ(run->frameCount, 2);
-            EXPECT_EQ(run->ringNext, 0);
+            EXPECT_EQ(run->ring.frameCount, 2);
+            EXPECT_EQ(run->ring.nextRow, 0);
             ASSERT_EQ(zelk_StopAcquisition(run), 0);
             EXPECT_TRUE(QString(zelk_GetErrorMsg(run)).endsWith("processed 2 cubes, first 0 skipped for warm-up.\n"));
         }
@@ -153,7 +153,7 @@ TEST(CubePath, EachFormGivesTheDecisions)
 
     // A cube that holds only the classifier's two bands is taken as it is.
     CubeRun run(cameraProject(3));
-    run->inputBands = 2;
+    run->input.bands = 2;
     ASSERT_EQ(zelk_StartAcquisition(run), 0);
     std::vector<float> selected(Width * Height * 2, 0);
     for (int i = 0; i < Width * Height; ++i)
@@ -249,16 +249,16 @@ TEST(CubePath, MoreObjectsThanRecordsAreCountedAndRefused)
     CubeRun run(cameraProject(3));
     ASSERT_EQ(zelk_SetSegmentation(run, 1), 0);
     ASSERT_EQ(zelk_StartAcquisition(run), 0);
-    run->maxObjects = 2;
+    run->segmentation.maxObjects = 2;
     const auto cube = bipCube<float>();
     EXPECT_EQ(zelk_ProcessCube(run, cube.data()), -160);
     EXPECT_STREQ(zelk_GetErrorMsg(run), "zelk_ProcessCube: Max number of objects reached");
     EXPECT_EQ(zelk_GetObjCount(run), 3);
-    EXPECT_EQ(run->objectSerial, 3);
+    EXPECT_EQ(run->segmentation.serial, 3);
     EXPECT_EQ(run.record(1)[0], 2);
-    EXPECT_EQ(run->frameCount, 0); // a refused cube is not counted
+    EXPECT_EQ(run->ring.frameCount, 0); // a refused cube is not counted
     // The segmenter was not reset: its counters run on into the next cube.
-    EXPECT_EQ(run->segmenter->objectCount(), 3);
+    EXPECT_EQ(run->segmentation.segmenter->objectCount(), 3);
 }
 
 TEST(CubePath, RefusalsAndTheirTexts)
@@ -292,14 +292,14 @@ TEST(CubePath, RefusalsAndTheirTexts)
             ASSERT_EQ(zelk_SetCubeROI(run, 1, 1, 2, 2, 0), 0);
         if (c.acquire)
             ASSERT_EQ(zelk_StartAcquisition(run), 0) << zelk_GetErrorMsg(run);
-        const int counted = run->frameCount;
+        const int counted = run->ring.frameCount;
         EXPECT_EQ(zelk_ProcessCube(run, cube.data()), c.code);
         EXPECT_EQ(zelk_GetErrorCode(run), c.code);
         EXPECT_STREQ(zelk_GetErrorMsg(run), c.text);
-        EXPECT_EQ(run->frameCount, counted);
+        EXPECT_EQ(run->ring.frameCount, counted);
 
         // A null cube goes to the process-wide pair and leaves the handle alone.
-        run->errorCode = before;
+        run->error.code = before;
         EXPECT_EQ(zelk_ProcessCube(run, nullptr), -101);
         EXPECT_EQ(zelk_GetErrorCode(run), before);
         EXPECT_EQ(zelk_GetErrorCode(nullptr), -101);
@@ -326,5 +326,5 @@ TEST(CubePath, FullLabelTablesAreASegmentationError)
             cube[(size_t(y) * W + x) * Bands + 1] = 10;
     EXPECT_EQ(zelk_ProcessCube(h, cube.data()), -213);
     EXPECT_STREQ(zelk_GetErrorMsg(h), "zelk_ProcessCube: Object segmentation error");
-    EXPECT_EQ(h.h->frameCount, 0);
+    EXPECT_EQ(h.h->ring.frameCount, 0);
 }

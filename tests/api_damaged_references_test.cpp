@@ -102,13 +102,13 @@ QByteArray contents(const QString& path)
 QByteArray decide(ZelkHandle* h)
 {
     EXPECT_EQ(zelk_StartAcquisition(h), 0) << zelk_GetErrorMsg(h);
-    const bool cube = !h->lineScan;
+    const bool cube = !h->input.lineScan;
     const int width = zelk_GetInputWidth(h), lines = cube ? zelk_GetInputHeight(h) : 1, bands = zelk_GetInputBands(h);
     std::vector<quint16> counts(size_t(width) * lines * bands);
-    EXPECT_EQ(h->darkRef.size(), int(counts.size()));
-    for (int i = 0; i < int(counts.size()) && i < h->darkRef.size(); ++i) {
+    EXPECT_EQ(h->correction.darkRef.size(), int(counts.size()));
+    for (int i = 0; i < int(counts.size()) && i < h->correction.darkRef.size(); ++i) {
         const int band = cube ? i % bands : i / width, pixel = cube ? i / bands : i % width;
-        counts[size_t(i)] = quint16(h->darkRef[i] + (band == 1 && pixel % 2 ? 10 / h->gainRef[i] : 0) + 0.5f);
+        counts[size_t(i)] = quint16(h->correction.darkRef[i] + (band == 1 && pixel % 2 ? 10 / h->correction.gainRef[i] : 0) + 0.5f);
     }
     EXPECT_EQ(cube ? zelk_ProcessCube(h, counts.data()) : zelk_ProcessFrame(h, counts.data()), 0) << zelk_GetErrorMsg(h);
     const unsigned char* decided = cube ? zelk_GetCubeDecisions(h) : zelk_GetFrameDecisions(h);
@@ -130,13 +130,13 @@ TEST(DamagedReferences, RefusedAndTheEarlierCorrectionStays)
         const auto load = [&] { return zelk_LoadCorrection(h, dir.path().toLatin1(), loader.name); };
         ASSERT_TRUE(loader.write(d));
         ASSERT_EQ(load(), 0) << zelk_GetErrorMsg(h);
-        const QVector<float> dark = h.h->darkRef, gain = h.h->gainRef;
+        const QVector<float> dark = h.h->correction.darkRef, gain = h.h->correction.gainRef;
         const QByteArray decided = decide(h);
         QByteArray alternating(decided.size(), '\0');
         for (int i = 1; i < alternating.size(); i += 2)
             alternating[i] = 1;
         // Only frames are corrected on their way in; cubes are classified in counts.
-        if (h.h->lineScan)
+        if (h.h->input.lineScan)
             ASSERT_EQ(decided, alternating);
 
         // Each damage on the whole set of files, one at a time; a null `damaged` removes
@@ -150,9 +150,9 @@ TEST(DamagedReferences, RefusedAndTheEarlierCorrectionStays)
                 ASSERT_TRUE(writeFile(d.filePath(file), damaged));
             const int result = load();
             EXPECT_EQ(loader.codes.count(result), 1u) << result << " " << zelk_GetErrorMsg(h);
-            EXPECT_TRUE(h.h->correctionEnabled);
-            EXPECT_EQ(h.h->darkRef, dark);
-            EXPECT_EQ(h.h->gainRef, gain);
+            EXPECT_TRUE(h.h->correction.enabled);
+            EXPECT_EQ(h.h->correction.darkRef, dark);
+            EXPECT_EQ(h.h->correction.gainRef, gain);
         };
         ASSERT_TRUE(loader.write(d));
         for (const Header& header : loader.headers) {
@@ -183,7 +183,7 @@ TEST(DamagedReferences, RefusedAndTheEarlierCorrectionStays)
         EXPECT_EQ(decide(h), decided);
         ASSERT_TRUE(loader.write(d));
         EXPECT_EQ(load(), 0) << zelk_GetErrorMsg(h);
-        EXPECT_EQ(h.h->darkRef, dark);
-        EXPECT_EQ(h.h->gainRef, gain);
+        EXPECT_EQ(h.h->correction.darkRef, dark);
+        EXPECT_EQ(h.h->correction.gainRef, gain);
     }
 }

@@ -54,8 +54,8 @@ TEST(SetDevice, SelectsTheEntryLogsItAndClearsTheCode)
     ASSERT_EQ(zelk_GetErrorCode(a.h), -102);
     ASSERT_EQ(zelk_SetDevice(a.h, 0), 0);
     EXPECT_EQ(zelk_GetErrorCode(a.h), 0);
-    EXPECT_EQ(a.h->device, 65536);
-    const QString expected = QStringLiteral("Selected device 0: ") + a.h->devices[0].name;
+    EXPECT_EQ(a.h->computeDevices.selected, 65536);
+    const QString expected = QStringLiteral("Selected device 0: ") + a.h->computeDevices.list[0].name;
     EXPECT_EQ(QString::fromLocal8Bit(zelk_GetErrorMsg(a.h)), expected);
     // Device work outside an acquisition rests on the CPU afterwards.
     EXPECT_EQ(compute::activeBackend().number(), 1);
@@ -64,20 +64,20 @@ TEST(SetDevice, SelectsTheEntryLogsItAndClearsTheCode)
 TEST(SetDevice, IsRefusedDuringAcquisitionAndChangesNothing)
 {
     TestHandle a;
-    a.h->acquiring = true;
-    a.h->device = compute::makeDevice(4, 1);
+    a.h->state = HandleState::Acquiring;
+    a.h->computeDevices.selected = compute::makeDevice(4, 1);
     EXPECT_EQ(zelk_SetDevice(a.h, 0), -170);
     EXPECT_STREQ(zelk_GetErrorMsg(a.h), "zelk_SetDevice: Cannot set device when running acquisition. Stop acquisition first.");
-    EXPECT_EQ(a.h->device, compute::makeDevice(4, 1));
-    a.h->acquiring = false;
-    a.h->device = compute::defaultDevice;
+    EXPECT_EQ(a.h->computeDevices.selected, compute::makeDevice(4, 1));
+    a.h->state = HandleState::Loaded;
+    a.h->computeDevices.selected = compute::defaultDevice;
 }
 
 TEST(SetDevice, RefreshKeepsTheChosenDevice)
 {
     TestHandle a;
-    a.h->device = compute::makeDevice(4, 3); // a device the new list will not show
+    a.h->computeDevices.selected = compute::makeDevice(4, 3); // a device the new list will not show
     ASSERT_EQ(zelk_RefreshDeviceList(a.h, 0, 0), 0);
-    EXPECT_EQ(a.h->device, compute::makeDevice(4, 3));
-    a.h->device = compute::defaultDevice;
+    EXPECT_EQ(a.h->computeDevices.selected, compute::makeDevice(4, 3));
+    a.h->computeDevices.selected = compute::defaultDevice;
 }

@@ -26,7 +26,7 @@ std::vector<T> frame(std::initializer_list<int> leafColumns, T leaf = T(10), T o
 
 QByteArray row(ZelkHandle* h, int r)
 {
-    return QByteArray(reinterpret_cast<const char*>(h->labelImage->constScanLine(r)), Width);
+    return QByteArray(reinterpret_cast<const char*>(h->ring.labels->constScanLine(r)), Width);
 }
 
 QByteArray decisions(std::initializer_list<int> codes)
@@ -65,7 +65,7 @@ TEST(Acquisition, StartChecksAndStopReports)
     undefinedType.acqType = 2;
     LoadedRun typeless(undefinedType);
     EXPECT_EQ(zelk_StartAcquisition(typeless.h), -174);
-    EXPECT_FALSE(typeless.h.h->acquiring);
+    EXPECT_FALSE(typeless.h.h->isAcquiring());
 
     ClassifierSpec noPoint = twoCentreClassifier();
     noPoint.roc.reset(); // no operating point: refused, never read out of range
@@ -77,11 +77,11 @@ TEST(Acquisition, StartChecksAndStopReports)
     LoadedRun run;
     ZelkHandle* h = run.h;
     ASSERT_EQ(zelk_StartAcquisition(h), 0);
-    EXPECT_EQ(h->inputDataType, 2);
-    EXPECT_EQ(h->inputDataLayout, 2);
+    EXPECT_EQ(h->input.sampleType, 2);
+    EXPECT_EQ(h->input.layout, 2);
     EXPECT_EQ(zelk_StartAcquisition(h), -170);
     EXPECT_EQ(zelk_LoadModel(h, "any.zelk"), -170);
-    EXPECT_TRUE(h->acquiring);
+    EXPECT_TRUE(h->isAcquiring());
     const auto f = frame<float>({});
     for (int i = 0; i < 3; ++i)
         EXPECT_EQ(zelk_ProcessFrame(h, f.data()), 0);
@@ -106,17 +106,17 @@ TEST(FramePath, DecisionsFillTheRingAndObjectsAreReportedWithCrosses)
     const auto leaf = frame<float>({2, 3, 4}), empty = frame<float>({});
     ASSERT_EQ(zelk_ProcessFrame(h, leaf.data()), 0);
     EXPECT_EQ(row(h, 0), decisions({0, 0, 1, 1, 1, 0, 0, 0}));
-    EXPECT_EQ(h->ringLast, 0);
-    EXPECT_EQ(h->ringNext, 1);
+    EXPECT_EQ(h->ring.lastRow, 0);
+    EXPECT_EQ(h->ring.nextRow, 1);
     int reportedAt = -1;
     for (int i = 1; i < 40 && reportedAt < 0; ++i) {
         ASSERT_EQ(zelk_ProcessFrame(h, (i < 5 ? leaf : empty).data()), 0);
-        if (h->objCount > 0)
+        if (h->segmentation.count > 0)
             reportedAt = i;
     }
     EXPECT_EQ(reportedAt, 20); // the finishing pass of line 20
-    ASSERT_EQ(h->objCount, 1);
-    const qint32* r = h->objects.data();
+    ASSERT_EQ(h->segmentation.count, 1);
+    const qint32* r = h->segmentation.records.data();
     EXPECT_EQ(std::vector<qint32>(r, r + 9), (std::vector<qint32>{1, 2, 3, 0, 4, 2, 4, 15, 1}));
     // The centroid's row is 2: its arm spans the whole narrow row; the vertical arm
     // starts above the ring and is not drawn.
@@ -124,16 +124,16 @@ TEST(FramePath, DecisionsFillTheRingAndObjectsAreReportedWithCrosses)
     EXPECT_EQ(row(h, 1), decisions({0, 0, 1, 1, 1, 0, 0, 0}));
 
     // The ring wraps after 500 rows.
-    while (h->frameCount < 500)
+    while (h->ring.frameCount < 500)
         ASSERT_EQ(zelk_ProcessFrame(h, empty.data()), 0);
-    EXPECT_EQ(h->ringNext, 0);
-    EXPECT_EQ(h->ringLast, 499);
+    EXPECT_EQ(h->ring.nextRow, 0);
+    EXPECT_EQ(h->ring.lastRow, 499);
 
     // An unknown set-up is refused before the ring moves.
     h->project->processingSetup = 8;
     EXPECT_EQ(zelk_ProcessFrame(h, empty.data()), -171);
-    EXPECT_EQ(h->ringNext, 0);
-    EXPECT_EQ(h->frameCount, 500);
+    EXPECT_EQ(h->ring.nextRow, 0);
+    EXPECT_EQ(h->ring.frameCount, 500);
 }
 
 TEST(FramePath, ObjectsBeyondTheRecordsAreCountedAndRefused)
@@ -142,15 +142,15 @@ TEST(FramePath, ObjectsBeyondTheRecordsAreCountedAndRefused)
     ZelkHandle* h = run.h;
     ASSERT_EQ(zelk_SetSegmentation(h, 1), 0);
     ASSERT_EQ(zelk_StartAcquisition(h), 0);
-    h->maxObjects = 2;
+    h->segmentation.maxObjects = 2;
     const auto three = frame<float>({0, 3, 6}), empty = frame<float>({});
     ASSERT_EQ(zelk_ProcessFrame(h, three.data()), 0);
     int result = 0;
-    while (h->frameCount <= 20)
+    while (h->ring.frameCount <= 20)
         result = zelk_ProcessFrame(h, empty.data());
     EXPECT_EQ(result, -160);
-    EXPECT_EQ(h->objCount, 3);
-    EXPECT_EQ(h->objectSerial, 3);
+    EXPECT_EQ(h->segmentation.count, 3);
+    EXPECT_EQ(h->segmentation.serial, 3);
     EXPECT_STREQ(zelk_GetErrorMsg(h), "zelk_ProcessFrame: Max number of objects per frame reached");
 }
 
@@ -159,10 +159,10 @@ TEST(FramePath, TypesLayoutsAndCorrection)
     // Raw counts with dark 100 and gain 0.5: 120 becomes 10, a leaf.
     LoadedRun run;
     ZelkHandle* h = run.h;
-    h->correctionEnabled = true;
-    h->darkRef = QVector<float>(Width * Bands, 100);
-    h->gainRef = QVector<float>(Width * Bands, 0.5f);
-    h->inputDataType = 1;
+    h->correction.enabled = true;
+    h->correction.darkRef = QVector<float>(Width * Bands, 100);
+    h->correction.gainRef = QVector<float>(Width * Bands, 0.5f);
+    h->input.sampleType = 1;
     ASSERT_EQ(zelk_StartAcquisition(h), 0);
     const auto raw = frame<quint16>({1, 7}, 120, 100);
     ASSERT_EQ(zelk_ProcessFrame(h, raw.data()), 0);
@@ -173,12 +173,12 @@ TEST(FramePath, TypesLayoutsAndCorrection)
     ASSERT_EQ(zelk_SetInputDataLayout(h, 1), 0);
     ASSERT_EQ(zelk_StartAcquisition(h), 0);
     EXPECT_EQ(zelk_ProcessFrame(h, raw.data()), -208);
-    h->inputDataType = 2;
+    h->input.sampleType = 2;
     EXPECT_EQ(zelk_ProcessFrame(h, raw.data()), -209);
-    EXPECT_EQ(h->frameCount, 2); // failed frames count
+    EXPECT_EQ(h->ring.frameCount, 2); // failed frames count
     ASSERT_EQ(zelk_StopAcquisition(h), 0);
 
-    h->correctionEnabled = false;
+    h->correction.enabled = false;
     ASSERT_EQ(zelk_StartAcquisition(h), 0);
     std::vector<float> bip(Width * Bands, 0);
     bip[5 * Bands + 1] = 10;
@@ -187,8 +187,8 @@ TEST(FramePath, TypesLayoutsAndCorrection)
     ASSERT_EQ(zelk_StopAcquisition(h), 0);
 
     // References of the wrong size are refused at start.
-    h->correctionEnabled = true;
-    h->darkRef.resize(3);
+    h->correction.enabled = true;
+    h->correction.darkRef.resize(3);
     ASSERT_EQ(zelk_SetInputDataLayout(h, 2), 0);
     EXPECT_EQ(zelk_StartAcquisition(h), -4304);
 }

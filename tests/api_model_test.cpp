@@ -30,10 +30,10 @@ TEST(LoadModel, EnvelopeOutcomesLeaveTheDocumentedProject)
     // without leaving a trace of the first.
     for (FileKind kind : {FileKind::Zelk, FileKind::Zpl, FileKind::ZplSecondKey}) {
         zelk_GetInputWidth(nullptr); // leaves -101 in the global pair, not in the handle
-        h.h->errorCode = 7;
+        h.h->error.code = 7;
         const QString path = writeModel(dir, lineScanProject(), kind, QStringLiteral("k%1").arg(int(kind)));
         ASSERT_EQ(zelk_LoadModel(h, path.toLatin1()), 0) << errorText(h).toStdString();
-        EXPECT_EQ(h.h->errorCode, 7);
+        EXPECT_EQ(h.h->error.code, 7);
         EXPECT_EQ(errorText(h), QStringLiteral("Model loaded from '%1' (line-scan API)").arg(path));
     }
 
@@ -83,7 +83,7 @@ TEST(LoadModel, ApiKindSetUpAndGeometryFollowTheProject)
     const int crop[6] = {640, 480, 2, 3, 16, 100}; // size before cropping first
     std::copy(crop, crop + 6, p.images[0].crop);
     ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, p).toLatin1()), 0);
-    EXPECT_TRUE(h.h->lineScan);
+    EXPECT_TRUE(h.h->input.lineScan);
     EXPECT_EQ(zelk_GetInputWidth(h), 640);
     EXPECT_EQ(zelk_GetInputHeight(h), 1);
     EXPECT_EQ(zelk_GetInputBands(h), 4);
@@ -107,7 +107,7 @@ TEST(LoadModel, ApiKindSetUpAndGeometryFollowTheProject)
             p.images[0].tailText = QStringLiteral("no gain");
         }
         ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, p).toLatin1()), 0);
-        EXPECT_EQ(h.h->lineScan, k.lineScan);
+        EXPECT_EQ(h.h->input.lineScan, k.lineScan);
         EXPECT_EQ(zelk_GetInputHeight(h), k.lineScan ? 1 : 100);
         EXPECT_EQ(zelk_GetInputDataType(h), k.dataType);
         EXPECT_EQ(zelk_GetInputDataLayout(h), k.layout);
@@ -121,11 +121,11 @@ TEST(LoadModel, ApiKindSetUpAndGeometryFollowTheProject)
     p = lineScanProject();
     p.type = 3;
     ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, p).toLatin1()), 0);
-    h.h->correctionEnabled = true;
+    h.h->correction.enabled = true;
     EXPECT_EQ(zelk_GetInputDataType(h), -206);
     // ... and the next load drops the correction.
     ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, p).toLatin1()), 0);
-    EXPECT_FALSE(h.h->correctionEnabled);
+    EXPECT_FALSE(h.h->correction.enabled);
 
     // Without a segmenter the set-up names the classifier; resampling without a
     // regressor leaves none.
@@ -135,7 +135,7 @@ TEST(LoadModel, ApiKindSetUpAndGeometryFollowTheProject)
     ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, p).toLatin1()), 0);
     EXPECT_EQ(h.h->project->processingSetup, 6);
     EXPECT_EQ(h.h->project->segmenter->backgroundDecName, "bg");
-    h.h->resamplingEnabled = true;
+    h.h->resampling.enabled = true;
     ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, p).toLatin1()), 0);
     EXPECT_EQ(h.h->project->processingSetup, 0);
 }
@@ -151,7 +151,7 @@ TEST(InputConfiguration, ChecksAndCodes)
     EXPECT_EQ(zelk_GetErrorCode(h), -103);
 
     // The layout setter needs no project and reports in the process-wide pair only.
-    h.h->errorCode = 3;
+    h.h->error.code = 3;
     EXPECT_EQ(zelk_SetInputDataLayout(h, 0), -136);
     EXPECT_EQ(zelk_GetErrorCode(h), 3);
     EXPECT_EQ(zelk_GetErrorCode(nullptr), -136);
@@ -161,15 +161,15 @@ TEST(InputConfiguration, ChecksAndCodes)
     p.type = 3; // snapshot: 8 by 100
     ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, p).toLatin1()), 0);
     EXPECT_EQ(zelk_SetCubeROI(h, 7, 99, 1, 1, 9), 0);
-    EXPECT_TRUE(h.h->roiEnabled);
+    EXPECT_TRUE(h.h->roi.enabled);
     EXPECT_EQ(zelk_SetCubeROI(h, 0, 0, 8, 100, 9), 0);
     EXPECT_EQ(zelk_SetCubeROI(h, 1, 0, 8, 100, 9), -210);
     EXPECT_EQ(errorText(h), "zelk_SetCubeROI: Invalid ROI specification (col=1,row=0,width=8,height=100 while "
                             "imageWidth=8, imageHeight=100");
     EXPECT_EQ(zelk_SetCubeROI(h, 0, 0, 2147483647, 1, 9), -210); // no wrap-around
     EXPECT_EQ(zelk_SetCubeROI(h, -1, 0, 0, 0, 0), 0);
-    EXPECT_FALSE(h.h->roiEnabled);
-    EXPECT_EQ(h.h->roiWidth, 8); // the numbers stay
+    EXPECT_FALSE(h.h->roi.enabled);
+    EXPECT_EQ(h.h->roi.width, 8); // the numbers stay
 
     EXPECT_EQ(zelk_SetInputWidth(h, 0), -230);
     EXPECT_EQ(zelk_SetInputWidth(h, 32), 0);
@@ -181,9 +181,9 @@ TEST(InputConfiguration, ChecksAndCodes)
     EXPECT_EQ(h.h->project->segmenter->minObjSize, 4);
 
     EXPECT_EQ(zelk_SetSegmentation(h, 1), 0);
-    EXPECT_EQ(h.h->segmenter, h.h->project->segmenter.get());
+    EXPECT_EQ(h.h->segmentation.segmenter, h.h->project->segmenter.get());
     EXPECT_EQ(zelk_SetSegmentation(h, 0), 0);
-    EXPECT_FALSE(h.h->segmentationEnabled);
+    EXPECT_FALSE(h.h->segmentation.enabled);
 
     // A definition that does not compile is refused with its own code and text.
     SegmenterSpec broken = leafObjects(1);
@@ -192,7 +192,7 @@ TEST(InputConfiguration, ChecksAndCodes)
     ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, p).toLatin1()), 0);
     EXPECT_EQ(zelk_SetSegmentation(h, 1), -172);
     EXPECT_TRUE(errorText(h).startsWith("zelk_StartAcquisition: Object segmentation cannot proceed (-35"));
-    EXPECT_EQ(h.h->segmenter, nullptr);
+    EXPECT_EQ(h.h->segmentation.segmenter, nullptr);
 
     // Without a segmenter at all (no classifier, no segmenter).
     p.classifier.reset();

@@ -58,7 +58,7 @@ void expectFrame(ZelkHandle* h, const std::vector<double>& z, int variables)
     for (int v = 0; v < variables; ++v) {
         std::vector<float> plain(Width), masked(Width);
         std::copy_n(zelk_GetFrameRegOutputVar(h, v, 0, 0), Width, plain.begin());
-        if (h->segmentationEnabled)
+        if (h->segmentation.enabled)
             std::copy_n(zelk_GetFrameRegOutputVar(h, v, 1, -7), Width, masked.begin());
         for (int p = 0; p < Width; ++p) {
             double x[Bands];
@@ -67,7 +67,7 @@ void expectFrame(ZelkHandle* h, const std::vector<double>& z, int variables)
             const double y = expectedOutputs(x, variables)[size_t(v)];
             EXPECT_NEAR(plain[size_t(p)], y, 1e-3) << "variable " << v << " pixel " << p;
             EXPECT_EQ(decisions[p], isLeaf(x[1]) ? 1 : 0) << "pixel " << p;
-            if (h->segmentationEnabled)
+            if (h->segmentation.enabled)
                 EXPECT_NEAR(masked[size_t(p)], isLeaf(x[1]) ? y : -7.0, 1e-3) << "variable " << v << " pixel " << p;
         }
     }
@@ -99,7 +99,7 @@ TEST(RegressionVariant, OutputsAndObjectMeansFollowTheChain)
             LoadedRun run(regressionProject(Width, variables));
             ZelkHandle* h = run.h;
             ASSERT_EQ(h->project->processingSetup, 7);
-            h->inputDataType = type;
+            h->input.sampleType = type;
             ASSERT_EQ(zelk_SetSegmentation(h, 1), 0);
             ASSERT_EQ(zelk_StartAcquisition(h), 0);
             ASSERT_EQ(zelk_GetRegVarCount(h), variables);
@@ -164,7 +164,7 @@ TEST(RegressionVariant, CorrectsAllBandsWithTheReferencesOfTheMoment)
     };
     loadPair(100, 20);
     ASSERT_EQ(h->project->processingSetup, 3);
-    h->inputDataType = 1;
+    h->input.sampleType = 1;
     ASSERT_EQ(zelk_StartAcquisition(h), 0);
 
     for (int pair = 0; pair < 2; ++pair) {
@@ -173,7 +173,7 @@ TEST(RegressionVariant, CorrectsAllBandsWithTheReferencesOfTheMoment)
         std::vector<quint16> raw(Width * Bands);
         std::vector<double> z(raw.size());
         for (int i = 0; i < Width * Bands; ++i) {
-            const float dark = h->darkRef[i], gain = h->gainRef[i];
+            const float dark = h->correction.darkRef[i], gain = h->correction.gainRef[i];
             raw[size_t(i)] = quint16(std::lround(dark + sample(0, i % Width, i / Width) / gain));
             z[size_t(i)] = (float(raw[size_t(i)]) - dark) * gain;
         }
@@ -199,11 +199,11 @@ TEST(ResamplingVariant, CameraFramesAreInterpolatedOntoTheProjectBands)
         ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, regressionProject(Width)).toLatin1()), 0);
         ASSERT_EQ(h.h->project->processingSetup, 9);
         ASSERT_EQ(zelk_GetInputBands(h), 5);
-        h.h->inputDataType = 1;
+        h.h->input.sampleType = 1;
         if (corrected) {
-            h.h->correctionEnabled = true;
-            h.h->darkRef = QVector<float>(Width * Bands, 2);
-            h.h->gainRef = QVector<float>(Width * Bands, 0.5f);
+            h.h->correction.enabled = true;
+            h.h->correction.darkRef = QVector<float>(Width * Bands, 2);
+            h.h->correction.gainRef = QVector<float>(Width * Bands, 0.5f);
         }
         ASSERT_EQ(zelk_SetSegmentation(h, 1), 0);
         ASSERT_EQ(zelk_StartAcquisition(h), 0);
@@ -228,9 +228,9 @@ TEST(ResamplingVariant, CameraFramesAreInterpolatedOntoTheProjectBands)
 
         // Float frames are not resampled: -1 with no text, and the ring row stays as it was.
         const int code = zelk_GetErrorCode(h);
-        QImage& ring = *h.h->labelImage;
-        std::fill_n(ring.scanLine(h.h->ringNext), Width, quint8(77));
-        h.h->inputDataType = 2;
+        QImage& ring = *h.h->ring.labels;
+        std::fill_n(ring.scanLine(h.h->ring.nextRow), Width, quint8(77));
+        h.h->input.sampleType = 2;
         EXPECT_EQ(zelk_ProcessFrame(h, camera.data()), -1);
         EXPECT_EQ(zelk_GetErrorCode(h), code);
         EXPECT_EQ(QByteArray(reinterpret_cast<const char*>(zelk_GetFrameDecisions(h)), Width), QByteArray(Width, char(77)));
@@ -248,21 +248,21 @@ TEST(FrameVariants, RefuseWhatTheyCannotRun)
         const char* text; // null: no text is stored
     };
     const std::vector<Case> cases = {
-        {"BIL of another type", [](ZelkHandle* h) { h->inputDataType = 3; }, -208, "zelk_ProcessFrame: Unsupported data type."},
-        {"BIP of 16 bits", [](ZelkHandle* h) { h->inputDataLayout = 1, h->inputDataType = 1; }, -208,
+        {"BIL of another type", [](ZelkHandle* h) { h->input.sampleType = 3; }, -208, "zelk_ProcessFrame: Unsupported data type."},
+        {"BIP of 16 bits", [](ZelkHandle* h) { h->input.layout = 1, h->input.sampleType = 1; }, -208,
          "zelk_ProcessFrame: Unsupported data type."},
-        {"BIP corrected", [&](ZelkHandle* h) { h->inputDataLayout = 1, h->correctionEnabled = true, h->darkRef = h->gainRef = refs; },
+        {"BIP corrected", [&](ZelkHandle* h) { h->input.layout = 1, h->correction.enabled = true, h->correction.darkRef = h->correction.gainRef = refs; },
          -209, "zelk_ProcessFrame: Correction not supported for the BIP frame layout type"},
-        {"BIP", [](ZelkHandle* h) { h->inputDataLayout = 1; }, -208, "zelk_ProcessFrame: Regression needs frames in the BIL layout."},
-        {"BSQ", [](ZelkHandle* h) { h->inputDataLayout = 3; }, -208, "zelk_ProcessFrame: Unsupported data layout (3)."},
+        {"BIP", [](ZelkHandle* h) { h->input.layout = 1; }, -208, "zelk_ProcessFrame: Regression needs frames in the BIL layout."},
+        {"BSQ", [](ZelkHandle* h) { h->input.layout = 3; }, -208, "zelk_ProcessFrame: Unsupported data layout (3)."},
         {"width changed", [](ZelkHandle* h) { zelk_SetInputWidth(h, Width - 2); }, -199,
          "zelk_ProcessFrame: Frame width changed during acquisition."},
-        {"references of another size", [](ZelkHandle* h) { h->correctionEnabled = true, h->darkRef = h->gainRef = QVector<float>(3, 1); },
+        {"references of another size", [](ZelkHandle* h) { h->correction.enabled = true, h->correction.darkRef = h->correction.gainRef = QVector<float>(3, 1); },
          -4304, "zelk_ProcessFrame: Invalid correction information"},
         {"resampling a float frame", [](ZelkHandle* h) { h->project->processingSetup = 9; }, -1, nullptr},
-        {"resampling without a resampler", [](ZelkHandle* h) { h->project->processingSetup = 9, h->inputDataType = 1; }, -199,
+        {"resampling without a resampler", [](ZelkHandle* h) { h->project->processingSetup = 9, h->input.sampleType = 1; }, -199,
          "zelk_ProcessFrame: The resampler does not fit the frames."},
-        {"resampling another type", [](ZelkHandle* h) { h->project->processingSetup = 9, h->inputDataType = 3; }, -208,
+        {"resampling another type", [](ZelkHandle* h) { h->project->processingSetup = 9, h->input.sampleType = 3; }, -208,
          "zelk_ProcessFrame: Unsupported data type."},
     };
     const std::vector<float> frame(Width * Bands, 1);
@@ -275,8 +275,8 @@ TEST(FrameVariants, RefuseWhatTheyCannotRun)
         logToHandle(h, QStringLiteral("before"));
         EXPECT_EQ(zelk_ProcessFrame(h, frame.data()), c.code);
         EXPECT_STREQ(zelk_GetErrorMsg(h), c.text ? c.text : "before");
-        EXPECT_EQ(h->frameCount, 1); // failed frames are counted and use their ring row
-        EXPECT_EQ(h->ringNext, 1);
+        EXPECT_EQ(h->ring.frameCount, 1); // failed frames are counted and use their ring row
+        EXPECT_EQ(h->ring.nextRow, 1);
     }
 }
 
@@ -291,16 +291,16 @@ TEST(FrameVariants, StartRefusesChainsThatCannotRun)
     LoadedRun noScaling(p);
     EXPECT_EQ(zelk_StartAcquisition(noScaling.h), -304);
     EXPECT_TRUE(QString(zelk_GetErrorMsg(noScaling.h)).startsWith("zelk_StartAcquisition: Regression model cannot run ("));
-    EXPECT_FALSE(noScaling.h.h->acquiring);
+    EXPECT_FALSE(noScaling.h.h->isAcquiring());
 
     // A camera of another width than the frames.
     LoadedRun resampled(regressionProject(Width));
     ZelkHandle* h = resampled.h;
     h->project->processingSetup = 9;
-    h->resampler = std::make_unique<ZelkResampler>();
+    h->resampling.resampler = std::make_unique<ZelkResampler>();
     const QVector<double> camera{850, 950, 1050, 1150, 1250}, project{900, 1000, 1100, 1200};
-    ASSERT_EQ(h->resampler->init(Width + 1, ZelkBandSet(&camera), ZelkBandSet(&project)), 0);
-    h->inputBands = 5;
+    ASSERT_EQ(h->resampling.resampler->init(Width + 1, ZelkBandSet(&camera), ZelkBandSet(&project)), 0);
+    h->input.bands = 5;
     EXPECT_EQ(zelk_StartAcquisition(h), -404);
     ASSERT_EQ(zelk_SetInputWidth(h, Width + 1), 0);
     EXPECT_EQ(zelk_StartAcquisition(h), 0);

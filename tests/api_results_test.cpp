@@ -37,10 +37,10 @@ struct RunHandle : TestHandle {
     // `count` records; entry k of record i holds 1000 * i + k.
     void setObjects(int count)
     {
-        h->objCount = count;
-        for (int i = 0; i < std::min(count, h->maxObjects); ++i)
+        h->segmentation.count = count;
+        for (int i = 0; i < std::min(count, h->segmentation.maxObjects); ++i)
             for (int k = 0; k < ObjectRecordInts; ++k)
-                h->objects[size_t(i) * ObjectRecordInts + k] = 1000 * i + k;
+                h->segmentation.records[size_t(i) * ObjectRecordInts + k] = 1000 * i + k;
     }
 
     // The project's segmenter, compiled, borrowed by the handle as during a run.
@@ -48,27 +48,27 @@ struct RunHandle : TestHandle {
     {
         EXPECT_EQ(s->compile(), 0);
         h->project->segmenter = std::move(s);
-        h->segmenter = h->project->segmenter.get();
-        return *h->segmenter;
+        h->segmentation.segmenter = h->project->segmenter.get();
+        return *h->segmentation.segmenter;
     }
 
     // A line-scan decision ring of `width` pixels with a palette of distinct colours.
     void makeRing(int width)
     {
-        h->lineScan = true;
-        h->inputWidth = width;
-        h->labelImage = std::make_unique<QImage>(width, h->ringRows, QImage::Format_Indexed8);
-        h->labelImage->fill(0);
+        h->input.lineScan = true;
+        h->input.width = width;
+        h->ring.labels = std::make_unique<QImage>(width, h->ring.rows, QImage::Format_Indexed8);
+        h->ring.labels->fill(0);
         QVector<QRgb> palette(256);
         for (int i = 0; i < 256; ++i)
             palette[i] = qRgb(i, 255 - i, i / 2);
         palette[255] = 0xFFFFFFFFu;
-        h->labelImage->setColorTable(palette);
+        h->ring.labels->setColorTable(palette);
     }
 
     void setRow(int row, const std::vector<quint8>& decisions)
     {
-        std::memcpy(h->labelImage->scanLine(row), decisions.data(), decisions.size());
+        std::memcpy(h->ring.labels->scanLine(row), decisions.data(), decisions.size());
     }
 };
 
@@ -156,7 +156,7 @@ TEST(Results, ClassSizesNeedAllForegroundModeAndAClassIndexUpTo20)
 {
     RunHandle h;
     h.setObjects(2);
-    h.h->objects[ObjectRecordInts + 7] = 40; // pixels of object 1; its entry 9 + c is 1009 + c
+    h.h->segmentation.records[ObjectRecordInts + 7] = 40; // pixels of object 1; its entry 9 + c is 1009 + c
     struct Case {
         int objMask; // 0: no segmenter (acquisition stopped)
         int index;
@@ -178,8 +178,8 @@ TEST(Results, ClassSizesNeedAllForegroundModeAndAClassIndexUpTo20)
         if (c.objMask)
             h.runSegmenter(segtest::definition({0, 1, 1}, c.objMask));
         else
-            h.h->segmenter = nullptr;
-        h.h->errorCode = 0;
+            h.h->segmentation.segmenter = nullptr;
+        h.h->error.code = 0;
         EXPECT_EQ(zelk_GetObjDataClassSize(h, c.index, c.classIndex), c.code);
         if (c.code >= 0) {
             EXPECT_FLOAT_EQ(zelk_GetObjDataClassFrac(h, c.index, c.classIndex), float(c.code) / 40.0f);
@@ -192,7 +192,7 @@ TEST(Results, ClassSizesNeedAllForegroundModeAndAClassIndexUpTo20)
         EXPECT_EQ(message(h), QString(c.text).arg("zelk_GetObjDataClassFrac").toStdString());
     }
     h.runSegmenter(segtest::definition({0, 1}, 2));
-    h.h->objects[7] = 0; // an object without pixels has fraction 0
+    h.h->segmentation.records[7] = 0; // an object without pixels has fraction 0
     EXPECT_EQ(zelk_GetObjDataClassFrac(h, 0, 3), 0.0f);
 }
 
@@ -211,14 +211,14 @@ TEST(Results, ObjectRegressionMeansAreRowsOfTheSegmentersTable)
     ASSERT_EQ(s->objectCount(), 2);
     h.h->project->segmenter = std::move(s);
     ZelkSegmenter& seg = *h.h->project->segmenter;
-    h.h->segmenter = &seg;
+    h.h->segmentation.segmenter = &seg;
     h.setObjects(2);
-    h.h->regVarCount = k;
+    h.h->regression.variableCount = k;
 
     const float expected[2][k] = {{1, 10}, {3, 30}};
     for (bool running : {true, false}) {
         // After a stop the handle no longer borrows the segmenter; the means stay readable.
-        h.h->segmenter = running ? &seg : nullptr;
+        h.h->segmentation.segmenter = running ? &seg : nullptr;
         for (int i = 0; i < 2; ++i) {
             float* means = nullptr;
             ASSERT_EQ(zelk_GetObjDataRegOutput(h, i, &means), 0);
@@ -232,9 +232,9 @@ TEST(Results, ObjectRegressionMeansAreRowsOfTheSegmentersTable)
     EXPECT_EQ(message(h), "zelk_GetObjDataRegOut: Object index out of bounds (0..1 got 2)");
     EXPECT_EQ(zelk_GetObjDataRegOutput(h, 1, nullptr), -101);
     // A run without regression outputs, or a project loaded since, has no table to point at.
-    h.h->regVarCount = 0;
+    h.h->regression.variableCount = 0;
     EXPECT_EQ(zelk_GetObjDataRegOutput(h, 0, &means), -303);
-    h.h->regVarCount = k;
+    h.h->regression.variableCount = k;
     h.h->project->segmenter.reset();
     EXPECT_EQ(zelk_GetObjDataRegOutput(h, 0, &means), -303);
     EXPECT_EQ(means, nullptr);
@@ -243,32 +243,32 @@ TEST(Results, ObjectRegressionMeansAreRowsOfTheSegmentersTable)
 TEST(Results, DecisionBuffersBelongToTheirProjectKind)
 {
     RunHandle h;
-    h.h->lineScan = true;
-    h.h->inputWidth = 4;
+    h.h->input.lineScan = true;
+    h.h->input.width = 4;
     EXPECT_EQ(zelk_GetFrameDecisions(h), nullptr); // no start has made the ring yet
     EXPECT_EQ(zelk_GetErrorCode(h), -120);
     EXPECT_EQ(message(h), "zelk_GetFrameDecisions: Label image does not exist.");
     h.makeRing(4);
-    EXPECT_EQ(zelk_GetFrameDecisions(h), h.h->labelImage->scanLine(0));
-    h.h->ringLast = 499;
-    h.h->ringNext = 0;
-    EXPECT_EQ(zelk_GetFrameDecisions(h), h.h->labelImage->scanLine(499));
-    h.h->inputWidth = 5; // a wider model loaded after the run
+    EXPECT_EQ(zelk_GetFrameDecisions(h), h.h->ring.labels->scanLine(0));
+    h.h->ring.lastRow = 499;
+    h.h->ring.nextRow = 0;
+    EXPECT_EQ(zelk_GetFrameDecisions(h), h.h->ring.labels->scanLine(499));
+    h.h->input.width = 5; // a wider model loaded after the run
     EXPECT_EQ(zelk_GetFrameDecisions(h), nullptr);
-    h.h->inputWidth = 4;
+    h.h->input.width = 4;
 
     EXPECT_EQ(zelk_GetCubeDecisions(h), nullptr);
     EXPECT_EQ(zelk_GetErrorCode(h), -212);
     EXPECT_EQ(message(h), "zelk_GetCubeDecisions: Snapshot project type expected, got linescan");
 
-    h.h->lineScan = false;
-    h.h->inputHeight = 3;
-    h.h->errorCode = 0;
+    h.h->input.lineScan = false;
+    h.h->input.height = 3;
+    h.h->error.code = 0;
     EXPECT_EQ(zelk_GetCubeDecisions(h), nullptr); // before the first start
     EXPECT_EQ(zelk_GetErrorCode(h), 0);
-    h.h->cubeDecisions.assign(12, 7);
-    EXPECT_EQ(zelk_GetCubeDecisions(h), h.h->cubeDecisions.data());
-    h.h->inputHeight = 4;
+    h.h->cube.decisions.assign(12, 7);
+    EXPECT_EQ(zelk_GetCubeDecisions(h), h.h->cube.decisions.data());
+    h.h->input.height = 4;
     EXPECT_EQ(zelk_GetCubeDecisions(h), nullptr);
     EXPECT_EQ(zelk_GetFrameDecisions(h), nullptr);
     EXPECT_EQ(zelk_GetErrorCode(h), -211);
@@ -282,12 +282,12 @@ TEST(Results, FrameRegressionVariableIsPickedAndMaskedByTheForeground)
     h.makeRing(width);
     h.h->project->regressor = std::make_unique<ZelkRegressor>();
     h.h->project->regressor->regVarNames = QStringList{"fat", "water"};
-    h.h->regVarCount = k;
-    h.h->regOutput = {0.5f, 10, 1.5f, 11, 2.5f, 12, 3.5f, 13};
-    h.h->regVarLine.assign(width, -7);
+    h.h->regression.variableCount = k;
+    h.h->regression.outputs = {0.5f, 10, 1.5f, 11, 2.5f, 12, 3.5f, 13};
+    h.h->regression.variableLine.assign(width, -7);
     // The last frame is the one before the wrap of the ring.
-    h.h->ringLast = 499;
-    h.h->ringNext = 0;
+    h.h->ring.lastRow = 499;
+    h.h->ring.nextRow = 0;
     h.setRow(499, {0, 1, 2, 255});
     h.setRow(0, {1, 1, 1, 1});
 
@@ -309,22 +309,22 @@ TEST(Results, FrameRegressionVariableIsPickedAndMaskedByTheForeground)
     };
     for (const Case& c : cases) {
         SCOPED_TRACE(testing::Message() << c.varIndex << " " << c.mask << " " << c.segmentation << " " << c.segmenter);
-        h.h->segmentationEnabled = c.segmentation;
+        h.h->segmentation.enabled = c.segmentation;
         if (c.segmenter)
             h.runSegmenter(segtest::definition({0, 1, 0}, 1));
         else
-            h.h->segmenter = nullptr;
+            h.h->segmentation.segmenter = nullptr;
         float* line = zelk_GetFrameRegOutputVar(h, c.varIndex, c.mask, -1);
         if (c.line.empty()) {
             EXPECT_EQ(line, nullptr);
             EXPECT_EQ(zelk_GetErrorCode(h), c.code);
             continue;
         }
-        ASSERT_EQ(line, h.h->regVarLine.data());
+        ASSERT_EQ(line, h.h->regression.variableLine.data());
         EXPECT_EQ(std::vector<float>(line, line + width), c.line);
     }
     EXPECT_EQ(message(h), "zelk_GetFrameRegOutputVar: Variable index out of bounds");
-    h.h->segmentationEnabled = false;
+    h.h->segmentation.enabled = false;
     EXPECT_EQ(zelk_GetFrameRegOutputVar(h, 0, 1, 0), nullptr);
     EXPECT_EQ(message(h), "zelk_GetFrameRegOutputVar: Masking cannot be used as segmentation is not enabled");
 
@@ -336,7 +336,7 @@ TEST(Results, FrameRegressionVariableIsPickedAndMaskedByTheForeground)
     h.h->project->regressor.reset();
     EXPECT_EQ(zelk_GetFrameRegOutputVar(h, 0, 0, 0), nullptr);
     EXPECT_EQ(zelk_GetErrorCode(h), -301);
-    h.h->lineScan = false;
+    h.h->input.lineScan = false;
     EXPECT_EQ(zelk_GetFrameRegOutputVar(h, 0, 0, 0), nullptr);
     EXPECT_EQ(message(h), "zelk_GetFrameRegOutputVar: Line-scan project type expected, got snapshot.");
 }
@@ -426,17 +426,17 @@ TEST(SaveImage, RefusesWithoutFileNameOrImage)
 
     // A snapshot run that left no decisions, or decisions of another cube size.
     h.makeRing(3);
-    h.h->lineScan = false;
-    h.h->inputHeight = 2;
+    h.h->input.lineScan = false;
+    h.h->input.height = 2;
     EXPECT_EQ(zelk_SaveImage(h, path.constData()), -220);
     EXPECT_EQ(message(h), "zelk_SaveImage: Internal error");
-    h.h->cubeDecisions.assign(6, 1);
-    h.h->inputHeight = 3;
+    h.h->cube.decisions.assign(6, 1);
+    h.h->input.height = 3;
     EXPECT_EQ(zelk_SaveImage(h, path.constData()), -220);
     EXPECT_FALSE(QFile::exists(dir.filePath("out.png")));
 
     // A file that cannot be written is not reported.
-    h.h->inputHeight = 2;
+    h.h->input.height = 2;
     EXPECT_EQ(zelk_SaveImage(h, dir.filePath("missing/out.png").toLatin1().constData()), 0);
     EXPECT_FALSE(QFile::exists(dir.filePath("missing/out.png")));
 }
@@ -451,15 +451,15 @@ TEST(SaveImage, WritesTheIndexedImageWithItsPalette)
         h.setRow(0, {1, 2, 3, 4, 5});
         h.setRow(3, {255, 0, 9, 0, 255});
         h.setRow(499, {7, 7, 7, 7, 7});
-        const QVector<QRgb> palette = h.h->labelImage->colorTable();
+        const QVector<QRgb> palette = h.h->ring.labels->colorTable();
         std::vector<quint8> cube;
         if (!lineScan) {
             // The cube's decisions replace the image rows that it covers.
-            h.h->lineScan = false;
-            h.h->inputHeight = 3;
+            h.h->input.lineScan = false;
+            h.h->input.height = 3;
             for (int i = 0; i < width * 3; ++i)
                 cube.push_back(quint8(20 + i));
-            h.h->cubeDecisions = cube;
+            h.h->cube.decisions = cube;
         }
         QTemporaryDir dir;
         // The name is Latin-1: its byte 0xE9 is no UTF-8.
@@ -473,9 +473,9 @@ TEST(SaveImage, WritesTheIndexedImageWithItsPalette)
         EXPECT_EQ(saved.colorTable(), palette);
         for (int y : {0, 1, 2, 3, 499})
             for (int x = 0; x < width; ++x) {
-                const int expected = !lineScan && y < 3 ? cube[size_t(y) * width + x] : h.h->labelImage->pixelIndex(x, y);
+                const int expected = !lineScan && y < 3 ? cube[size_t(y) * width + x] : h.h->ring.labels->pixelIndex(x, y);
                 EXPECT_EQ(saved.pixelIndex(x, y), expected) << x << "," << y;
-                EXPECT_EQ(h.h->labelImage->pixelIndex(x, y), expected);
+                EXPECT_EQ(h.h->ring.labels->pixelIndex(x, y), expected);
             }
         EXPECT_EQ(saved.pixelIndex(4, 3), 255);
     }

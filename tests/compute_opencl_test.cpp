@@ -367,8 +367,8 @@ TEST_F(OpenCl, DeviceListPutsOpenClEntriesAfterTheCpuOnes)
         }
         // "OpenCL: <device>, <platform>", indices counted within the backend.
         EXPECT_TRUE(name.startsWith(QStringLiteral("OpenCL: ")) && name.contains(QStringLiteral(", "))) << name.toStdString();
-        EXPECT_EQ(h.h->devices[i].backend, BackendOpenCl);
-        EXPECT_EQ(h.h->devices[i].deviceIndex, i - cpuOnly);
+        EXPECT_EQ(h.h->computeDevices.list[i].backend, BackendOpenCl);
+        EXPECT_EQ(h.h->computeDevices.list[i].deviceIndex, i - cpuOnly);
     }
     ASSERT_EQ(zelk_RefreshDeviceList(h, 0, 0), 0);
     EXPECT_EQ(zelk_GetDeviceCount(h), cpuOnly);
@@ -379,12 +379,12 @@ TEST_F(OpenCl, SetDeviceSelectsAnOpenClEntryAndRestsOnTheCpu)
     TestHandle h;
     ASSERT_EQ(zelk_RefreshDeviceList(h, 0, 1), 0);
     const int index = zelk_GetDeviceCount(h) - 1; // the last entry is an OpenCL device
-    ASSERT_EQ(h.h->devices[index].backend, BackendOpenCl);
+    ASSERT_EQ(h.h->computeDevices.list[index].backend, BackendOpenCl);
     zelk_SetDevice(h, -1);
     ASSERT_EQ(zelk_SetDevice(h, index), 0);
     EXPECT_EQ(zelk_GetErrorCode(h), 0);
-    EXPECT_EQ(h.h->device, makeDevice(BackendOpenCl, h.h->devices[index].deviceIndex));
-    EXPECT_EQ(QString::fromLocal8Bit(zelk_GetErrorMsg(h)), QStringLiteral("Selected device %1: ").arg(index) + h.h->devices[index].name);
+    EXPECT_EQ(h.h->computeDevices.selected, makeDevice(BackendOpenCl, h.h->computeDevices.list[index].deviceIndex));
+    EXPECT_EQ(QString::fromLocal8Bit(zelk_GetErrorMsg(h)), QStringLiteral("Selected device %1: ").arg(index) + h.h->computeDevices.list[index].name);
     EXPECT_EQ(activeBackend().number(), BackendCpu);
 }
 
@@ -406,7 +406,7 @@ TEST(OpenClWithoutPlatform, ListsNoOpenClEntryAndTheCpuStillClassifies)
         EXPECT_TRUE(QString::fromLocal8Bit(zelk_GetDeviceName(h, i)).startsWith(QStringLiteral("CPU: ")));
     ASSERT_EQ(zelk_SetDevice(h, 0), 0);
 
-    DeviceScope scope(h.h->device);
+    DeviceScope scope(h.h->computeDevices.selected);
     ASSERT_TRUE(scope.ok());
     const auto k = activeBackend().prepareClassifier(twoCentres());
     ASSERT_TRUE(k);
