@@ -133,7 +133,7 @@ bool start(ZelkHandle* h, const QTemporaryDir& dir, const Project& p, const char
 {
     const QString path = writeModel(dir, p, FileKind::Zelk, QLatin1String(name));
     if (zelk_LoadModel(h, path.toLatin1().constData()) != 0 || zelk_SetSegmentation(h, 1) != 0
-        || (h->input.sampleType = 1, zelk_StartAcquisition(h) != 0)) {
+        || (h->input.sampleType = InputType::UInt16, zelk_StartAcquisition(h) != 0)) {
         std::printf("%s: cannot start: %s\n", name, zelk_GetErrorMsg(h));
         return false;
     }

@@ -106,17 +106,17 @@ int start(ZelkHandle* h)
         }
         h->segmentation.segmenter = s;
     }
-    if (h->input.sampleType == 0) {
+    if (h->input.sampleType == InputType::Undefined) {
         const int type = zelk_GetInputDataType(h);
         if (type >= 0)
-            h->input.sampleType = type;
+            h->input.sampleType = InputType(type);
         if (type < 1)
             return fail(h, msg::TypeNotSet);
     }
-    if (h->input.layout == 0) {
+    if (h->input.layout == InputLayout::Undefined) {
         const int layout = zelk_GetInputDataLayout(h);
         if (layout >= 0)
-            h->input.layout = layout;
+            h->input.layout = InputLayout(layout);
         if (layout < 1)
             return fail(h, msg::LayoutNotSet);
     }

@@ -17,7 +17,7 @@ namespace {
 
 int unsupportedFormat(ZelkHandle* h)
 {
-    return fail(h, msg::unsupportedCubeFormat(h->input.sampleType, h->input.layout));
+    return fail(h, msg::unsupportedCubeFormat(int(h->input.sampleType), int(h->input.layout)));
 }
 
 bool classify(ZelkHandle* h, const compute::SampleBlock& block, quint8* decisions)
@@ -171,13 +171,13 @@ int processCube(ZelkHandle* h, const void* cube)
     const CubeForm form = cameraKind(p.projectType, p.acqType).cube;
     switch (form) {
     case CubeForm::Float:
-        if (h->input.sampleType != DataFloat || h->input.layout != LayoutBIP)
+        if (h->input.sampleType != InputType::Float || h->input.layout != InputLayout::BIP)
             return unsupportedFormat(h);
         break;
     case CubeForm::UInt16:
         if (h->roi.enabled)
             return fail(h, msg::RoiUnsupported);
-        if (h->input.sampleType != DataUInt16 || h->input.layout != LayoutBIP)
+        if (h->input.sampleType != InputType::UInt16 || h->input.layout != InputLayout::BIP)
             return unsupportedFormat(h);
         break;
     case CubeForm::BigEndian:

@@ -43,14 +43,14 @@ int classifyFrame(ZelkHandle* h, const void* frame)
     block.pixels = h->input.width;
     block.bands = h->input.fullBandFrames ? h->input.bands : c.bandIndex.size();
     switch (h->input.layout) {
-    case LayoutBIL:
-        if (h->input.sampleType != DataUInt16 && h->input.sampleType != DataFloat)
+    case InputLayout::BIL:
+        if (h->input.sampleType != InputType::UInt16 && h->input.sampleType != InputType::Float)
             return fail(h, msg::UnsupportedDataType);
-        block.type = h->input.sampleType == DataUInt16 ? compute::SampleType::U16 : compute::SampleType::F32;
+        block.type = h->input.sampleType == InputType::UInt16 ? compute::SampleType::U16 : compute::SampleType::F32;
         block.layout = compute::SpectraLayout::PixelsByBands;
         break;
-    case LayoutBIP:
-        if (h->input.sampleType != DataFloat)
+    case InputLayout::BIP:
+        if (h->input.sampleType != InputType::Float)
             return fail(h, msg::UnsupportedDataType);
         if (h->correction.enabled)
             return fail(h, msg::BipCorrection);

@@ -111,7 +111,7 @@ extern "C" ZELK_API int zelk_SetInputDataLayout(ZelkHandle* h, unsigned int layo
     return exported(msg::SetInputDataLayout, h, [&] {
         if (layout < 1 || layout > 3)
             return failGlobal(msg::layoutRequested(layout));
-        h->input.layout = int(layout);
+        h->input.layout = InputLayout(layout);
         return 0;
     });
 }

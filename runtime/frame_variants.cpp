@@ -19,7 +19,7 @@ namespace {
 // band side by side, as BIL frames hold them.
 int refuseBip(ZelkHandle* h)
 {
-    if (h->input.sampleType != DataFloat)
+    if (h->input.sampleType != InputType::Float)
         return fail(h, msg::UnsupportedDataType);
     if (h->correction.enabled)
         return fail(h, msg::BipCorrection);
@@ -28,7 +28,7 @@ int refuseBip(ZelkHandle* h)
 
 int refuseLayout(ZelkHandle* h)
 {
-    return fail(h, msg::unsupportedFrameLayout(h->input.layout));
+    return fail(h, msg::unsupportedFrameLayout(int(h->input.layout)));
 }
 
 bool perPixelCorrection(const ZelkHandle* h)
@@ -148,30 +148,30 @@ int prepareFrameVariant(ZelkHandle* h)
 
 int regressFrame(ZelkHandle* h, const void* frame)
 {
-    if (h->input.layout == LayoutBIP)
+    if (h->input.layout == InputLayout::BIP)
         return refuseBip(h);
-    if (h->input.layout != LayoutBIL)
+    if (h->input.layout != InputLayout::BIL)
         return refuseLayout(h);
-    if (h->input.sampleType != DataUInt16 && h->input.sampleType != DataFloat)
+    if (h->input.sampleType != InputType::UInt16 && h->input.sampleType != InputType::Float)
         return fail(h, msg::UnsupportedDataType);
     const int bands = chainBands(h);
     if (const int refused = checkRun(h, bands))
         return refused;
     const qint64 n = qint64(h->input.width) * bands;
-    correctFrame(h, frame, h->input.sampleType == DataUInt16 ? compute::SampleType::U16 : compute::SampleType::F32, n,
+    correctFrame(h, frame, h->input.sampleType == InputType::UInt16 ? compute::SampleType::U16 : compute::SampleType::F32, n,
                  h->regression.correctedFrame.data());
     return runChain(h, bands);
 }
 
 int resampleFrame(ZelkHandle* h, const void* frame)
 {
-    if (h->input.layout == LayoutBIP)
+    if (h->input.layout == InputLayout::BIP)
         return refuseBip(h);
-    if (h->input.layout != LayoutBIL)
+    if (h->input.layout != InputLayout::BIL)
         return refuseLayout(h);
-    if (h->input.sampleType == DataFloat)
+    if (h->input.sampleType == InputType::Float)
         return failWithoutText(ZELK_E_FAILED); // float frames are not resampled; nothing is written
-    if (h->input.sampleType != DataUInt16)
+    if (h->input.sampleType != InputType::UInt16)
         return fail(h, msg::UnsupportedDataType);
     ZelkResampler* r = h->resampling.resampler.get();
     const int bands = chainBands(h);

@@ -4,6 +4,7 @@
 
 #include "classify/resampler.h"
 #include "model/project.h"
+#include "spectral/camera_kinds.h"
 #include "spectral/spectral_cube.h"
 #include "compute/device.h"
 #include "segment/object_record.h"
@@ -48,8 +49,8 @@ struct ZelkHandle {
         int width = 0;
         int height = 0;
         int bands = 0;
-        int sampleType = 0; // 0 unset, 1 uint16, 2 float
-        int layout = 0;     // 0 unset, 1 BIP, 2 BIL, 3 BSQ
+        InputType sampleType = InputType::Undefined;
+        InputLayout layout = InputLayout::Undefined;
         bool fullBandFrames = true;
     };
 

@@ -98,7 +98,7 @@ Session lineScan(int device, const Project& p, const std::function<std::vector<q
                  const Hook& beforeStart = {}, const Hook& midway = {})
 {
     Run run(device, p, beforeLoad, [&](ZelkHandle* h) {
-        h->input.sampleType = 1;
+        h->input.sampleType = InputType::UInt16;
         if (beforeStart)
             beforeStart(h);
     });
@@ -280,7 +280,7 @@ TEST(BackendAgreement, PixelsFarFromEveryCentreScoreTheBiasRowAlone)
     for (int entry = 0; entry < zelk_GetDeviceCount(list); ++entry) {
         if (entry > 0 && list.h->computeDevices.list[entry].backend != compute::BackendOpenCl)
             continue;
-        ::Run run(entry, p, {}, [](ZelkHandle* h) { h->input.sampleType = 1; });
+        ::Run run(entry, p, {}, [](ZelkHandle* h) { h->input.sampleType = InputType::UInt16; });
         ASSERT_EQ(zelk_ProcessFrame(run.h, frame.data()), 0) << zelk_GetErrorMsg(run.h);
         const unsigned char* d = zelk_GetFrameDecisions(run.h);
         EXPECT_EQ(std::vector<quint8>(d, d + Width), expected) << "backend " << run.s.backend;

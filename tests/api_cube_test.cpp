@@ -138,7 +138,7 @@ TEST(CubePath, EachFormGivesTheDecisions)
             }
             CubeRun run(p, device);
             ASSERT_EQ(zelk_SetInputDataLayout(run, 1), 0);
-            run->input.sampleType = f.dataType;
+            run->input.sampleType = InputType(f.dataType);
             ASSERT_EQ(zelk_StartAcquisition(run), 0) << zelk_GetErrorMsg(run);
             for (int cube = 1; cube <= 2; ++cube) { // the work buffers of the camera are reused
                 ASSERT_EQ(zelk_ProcessCube(run, f.cube), 0) << zelk_GetErrorMsg(run);

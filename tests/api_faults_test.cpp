@@ -115,7 +115,7 @@ TEST(Faults, ReferencesThatFailDuringARunLeaveItGoing)
     ASSERT_EQ(zelk_LoadCorrection(h, dir.path().toLatin1(), nullptr), 0);
     ASSERT_EQ(zelk_SetSegmentation(h, 1), 0);
     ASSERT_EQ(zelk_StartAcquisition(h), 0);
-    ASSERT_EQ(h.h->input.sampleType, 1); // raw counts
+    ASSERT_EQ(h.h->input.sampleType, InputType::UInt16); // raw counts
 
     std::vector<quint16> counts(Width * Bands, 100);
     counts[Width + 2] = counts[Width + 5] = 300;

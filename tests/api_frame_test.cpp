@@ -77,8 +77,8 @@ TEST(Acquisition, StartChecksAndStopReports)
     LoadedRun run;
     ZelkHandle* h = run.h;
     ASSERT_EQ(zelk_StartAcquisition(h), 0);
-    EXPECT_EQ(h->input.sampleType, 2);
-    EXPECT_EQ(h->input.layout, 2);
+    EXPECT_EQ(h->input.sampleType, InputType::Float);
+    EXPECT_EQ(h->input.layout, InputLayout::BIL);
     EXPECT_EQ(zelk_StartAcquisition(h), -170);
     EXPECT_EQ(zelk_LoadModel(h, "any.zelk"), -170);
     EXPECT_TRUE(h->isAcquiring());
@@ -162,7 +162,7 @@ TEST(FramePath, TypesLayoutsAndCorrection)
     h->correction.enabled = true;
     h->correction.darkRef = QVector<float>(Width * Bands, 100);
     h->correction.gainRef = QVector<float>(Width * Bands, 0.5f);
-    h->input.sampleType = 1;
+    h->input.sampleType = InputType::UInt16;
     ASSERT_EQ(zelk_StartAcquisition(h), 0);
     const auto raw = frame<quint16>({1, 7}, 120, 100);
     ASSERT_EQ(zelk_ProcessFrame(h, raw.data()), 0);
@@ -173,7 +173,7 @@ TEST(FramePath, TypesLayoutsAndCorrection)
     ASSERT_EQ(zelk_SetInputDataLayout(h, 1), 0);
     ASSERT_EQ(zelk_StartAcquisition(h), 0);
     EXPECT_EQ(zelk_ProcessFrame(h, raw.data()), -208);
-    h->input.sampleType = 2;
+    h->input.sampleType = InputType::Float;
     EXPECT_EQ(zelk_ProcessFrame(h, raw.data()), -209);
     EXPECT_EQ(h->ring.frameCount, 2); // failed frames count
     ASSERT_EQ(zelk_StopAcquisition(h), 0);

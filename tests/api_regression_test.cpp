@@ -99,7 +99,7 @@ TEST(RegressionVariant, OutputsAndObjectMeansFollowTheChain)
             LoadedRun run(regressionProject(Width, variables));
             ZelkHandle* h = run.h;
             ASSERT_EQ(h->project->processingSetup, 7);
-            h->input.sampleType = type;
+            h->input.sampleType = InputType(type);
             ASSERT_EQ(zelk_SetSegmentation(h, 1), 0);
             ASSERT_EQ(zelk_StartAcquisition(h), 0);
             ASSERT_EQ(zelk_GetRegVarCount(h), variables);
@@ -164,7 +164,7 @@ TEST(RegressionVariant, CorrectsAllBandsWithTheReferencesOfTheMoment)
     };
     loadPair(100, 20);
     ASSERT_EQ(h->project->processingSetup, 3);
-    h->input.sampleType = 1;
+    h->input.sampleType = InputType::UInt16;
     ASSERT_EQ(zelk_StartAcquisition(h), 0);
 
     for (int pair = 0; pair < 2; ++pair) {
@@ -199,7 +199,7 @@ TEST(ResamplingVariant, CameraFramesAreInterpolatedOntoTheProjectBands)
         ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, regressionProject(Width)).toLatin1()), 0);
         ASSERT_EQ(h.h->project->processingSetup, 9);
         ASSERT_EQ(zelk_GetInputBands(h), 5);
-        h.h->input.sampleType = 1;
+        h.h->input.sampleType = InputType::UInt16;
         if (corrected) {
             h.h->correction.enabled = true;
             h.h->correction.darkRef = QVector<float>(Width * Bands, 2);
@@ -230,7 +230,7 @@ TEST(ResamplingVariant, CameraFramesAreInterpolatedOntoTheProjectBands)
         const int code = zelk_GetErrorCode(h);
         QImage& ring = *h.h->ring.labels;
         std::fill_n(ring.scanLine(h.h->ring.nextRow), Width, quint8(77));
-        h.h->input.sampleType = 2;
+        h.h->input.sampleType = InputType::Float;
         EXPECT_EQ(zelk_ProcessFrame(h, camera.data()), -1);
         EXPECT_EQ(zelk_GetErrorCode(h), code);
         EXPECT_EQ(QByteArray(reinterpret_cast<const char*>(zelk_GetFrameDecisions(h)), Width), QByteArray(Width, char(77)));
@@ -248,21 +248,21 @@ TEST(FrameVariants, RefuseWhatTheyCannotRun)
         const char* text; // null: no text is stored
     };
     const std::vector<Case> cases = {
-        {"BIL of another type", [](ZelkHandle* h) { h->input.sampleType = 3; }, -208, "zelk_ProcessFrame: Unsupported data type."},
-        {"BIP of 16 bits", [](ZelkHandle* h) { h->input.layout = 1, h->input.sampleType = 1; }, -208,
+        {"BIL of another type", [](ZelkHandle* h) { h->input.sampleType = InputType(3); }, -208, "zelk_ProcessFrame: Unsupported data type."},
+        {"BIP of 16 bits", [](ZelkHandle* h) { h->input.layout = InputLayout::BIP, h->input.sampleType = InputType::UInt16; }, -208,
          "zelk_ProcessFrame: Unsupported data type."},
-        {"BIP corrected", [&](ZelkHandle* h) { h->input.layout = 1, h->correction.enabled = true, h->correction.darkRef = h->correction.gainRef = refs; },
+        {"BIP corrected", [&](ZelkHandle* h) { h->input.layout = InputLayout::BIP, h->correction.enabled = true, h->correction.darkRef = h->correction.gainRef = refs; },
          -209, "zelk_ProcessFrame: Correction not supported for the BIP frame layout type"},
-        {"BIP", [](ZelkHandle* h) { h->input.layout = 1; }, -208, "zelk_ProcessFrame: Regression needs frames in the BIL layout."},
-        {"BSQ", [](ZelkHandle* h) { h->input.layout = 3; }, -208, "zelk_ProcessFrame: Unsupported data layout (3)."},
+        {"BIP", [](ZelkHandle* h) { h->input.layout = InputLayout::BIP; }, -208, "zelk_ProcessFrame: Regression needs frames in the BIL layout."},
+        {"BSQ", [](ZelkHandle* h) { h->input.layout = InputLayout::BSQ; }, -208, "zelk_ProcessFrame: Unsupported data layout (3)."},
         {"width changed", [](ZelkHandle* h) { zelk_SetInputWidth(h, Width - 2); }, -199,
          "zelk_ProcessFrame: Frame width changed during acquisition."},
         {"references of another size", [](ZelkHandle* h) { h->correction.enabled = true, h->correction.darkRef = h->correction.gainRef = QVector<float>(3, 1); },
          -4304, "zelk_ProcessFrame: Invalid correction information"},
         {"resampling a float frame", [](ZelkHandle* h) { h->project->processingSetup = 9; }, -1, nullptr},
-        {"resampling without a resampler", [](ZelkHandle* h) { h->project->processingSetup = 9, h->input.sampleType = 1; }, -199,
+        {"resampling without a resampler", [](ZelkHandle* h) { h->project->processingSetup = 9, h->input.sampleType = InputType::UInt16; }, -199,
          "zelk_ProcessFrame: The resampler does not fit the frames."},
-        {"resampling another type", [](ZelkHandle* h) { h->project->processingSetup = 9, h->input.sampleType = 3; }, -208,
+        {"resampling another type", [](ZelkHandle* h) { h->project->processingSetup = 9, h->input.sampleType = InputType(3); }, -208,
          "zelk_ProcessFrame: Unsupported data type."},
     };
     const std::vector<float> frame(Width * Bands, 1);

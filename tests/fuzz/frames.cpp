@@ -60,7 +60,7 @@ std::vector<char> samples(ZelkHandle* h, Reader& in, bool cube)
 {
     const qint64 height = cube ? qMax(0, zelk_GetInputHeight(h)) : 1;
     const qint64 count = qMax(0, zelk_GetInputWidth(h)) * height * qMax(0, zelk_GetInputBands(h));
-    const int bytesPerSample = h->input.sampleType == 1 ? 2 : 4;
+    const int bytesPerSample = h->input.sampleType == InputType::UInt16 ? 2 : 4;
     std::vector<char> buffer(size_t(count * bytesPerSample + 1), 0); // never empty: null is another case
     if (in.byte() & 1) {
         const QByteArray raw = in.take(size_t(count * bytesPerSample));
