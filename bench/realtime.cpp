@@ -2,6 +2,8 @@
 // reference workloads of workloads.h with segmentation on, every result read. One run
 // prints one line of JSON, for bench/realtime.py to gather over rounds:
 //   bench_realtime w1 FRAMES     frames/s and latencies of W1 frames
+//   bench_realtime w1-same FRAMES   the same with one frame handed in again and again:
+//                                identical work every time, so its spread is the machine's
 //   bench_realtime cube CUBES    the same for cubes
 //   bench_realtime sgemm         the BLAS's single-thread sgemm rate, GFLOP/s
 //   bench_realtime cameras N FRAMES   W1 on N handles, each on a thread of its own,
@@ -55,7 +57,7 @@ ZelkHandle* start(const QTemporaryDir& dir, const workloads::Workload& w)
 }
 
 // Feeds `count` units after the library's warm-up, each timed alone, every result read.
-int run(const char* name, const workloads::Workload& w, int count, bool cubes)
+int run(const char* name, const workloads::Workload& w, int count, bool cubes, bool sameUnit = false)
 {
     QTemporaryDir dir;
     ZelkHandle* h = start(dir, w);
@@ -63,7 +65,7 @@ int run(const char* name, const workloads::Workload& w, int count, bool cubes)
         return 1;
     long long objects = 0;
     auto feed = [&](int i) {
-        const quint16* data = w.data.data() + size_t(i % w.units) * w.unitSamples;
+        const quint16* data = w.data.data() + size_t(sameUnit ? 0 : i % w.units) * w.unitSamples;
         const int r = cubes ? zelk_ProcessCube(h, data) : zelk_ProcessFrame(h, data);
         if (r != 0) {
             std::fprintf(stderr, "%s %d failed: %s\n", cubes ? "cube" : "frame", i, zelk_GetErrorMsg(h));
@@ -200,6 +202,8 @@ int main(int argc, char** argv)
     const int count = argc > 2 ? std::atoi(argv[2]) : 0;
     if (what == QLatin1String("w1") && count > 0)
         return run("w1", workloads::w1(), count, false);
+    if (what == QLatin1String("w1-same") && count > 0)
+        return run("w1-same", workloads::w1(), count, false, true);
     if (what == QLatin1String("cube") && count > 0)
         return run("cube", workloads::cube(), count, true);
     if (what == QLatin1String("sgemm"))
@@ -215,6 +219,6 @@ int main(int argc, char** argv)
         }
         return 0;
     }
-    std::fprintf(stderr, "usage: bench_realtime w1 FRAMES | cube CUBES | sgemm | cameras N FRAMES | export DIR\n");
+    std::fprintf(stderr, "usage: bench_realtime w1 FRAMES | w1-same FRAMES | cube CUBES | sgemm | cameras N FRAMES | export DIR\n");
     return 2;
 }

@@ -7,7 +7,7 @@
 #include "compute/backend.h"
 #include "compute/device.h"
 #include "model_files.h"
-#include "runtime/handle.h"
+#include "spectral_fixtures.h"
 #include "test_handle.h"
 
 #include <QTextStream>
@@ -80,11 +80,11 @@ struct Run {
         for (int i = 0; i < zelk_GetObjCount(h); ++i) {
             int* record = nullptr;
             ASSERT_EQ(zelk_GetObjDataInt(h, i, &record), 0);
-            s.records.insert(s.records.end(), record, record + ObjectRecordInts);
+            s.records.insert(s.records.end(), record, record + ZELK_OBJ_RECORD_INTS);
             float* means = nullptr;
-            if (h.h->regression.variableCount > 0) {
+            if (zelk_GetRegVarCount(h) > 0) {
                 ASSERT_EQ(zelk_GetObjDataRegOutput(h, i, &means), 0);
-                s.values.insert(s.values.end(), means, means + h.h->regression.variableCount);
+                s.values.insert(s.values.end(), means, means + zelk_GetRegVarCount(h));
             }
         }
     }
@@ -92,17 +92,24 @@ struct Run {
 
 using Hook = std::function<void(ZelkHandle*)>;
 
+// The project for the camera of camera type 19 with acquisition type 4, whose frames
+// are of 16 bits, or of type 10, which takes a reference pair and corrected frames of
+// 16 bits.
+Project sixteenBit(Project p, int type = 19)
+{
+    p.type = p.images[0].imageType = type;
+    p.acqType = type == 19 ? 4 : 0;
+    return p;
+}
+
 // Line-scan frames of 16 bits; `frame(line)` gives one in BIL. `midway` changes the run
 // halfway through.
 Session lineScan(int device, const Project& p, const std::function<std::vector<quint16>(int)>& frame, const Hook& beforeLoad = {},
                  const Hook& beforeStart = {}, const Hook& midway = {})
 {
-    Run run(device, p, beforeLoad, [&](ZelkHandle* h) {
-        h->input.sampleType = InputType::UInt16;
-        if (beforeStart)
-            beforeStart(h);
-    });
+    Run run(device, p, beforeLoad, beforeStart);
     ZelkHandle* h = run.h;
+    EXPECT_EQ(zelk_GetInputDataType(h), 1);
     for (int line = 0; line < Lines; ++line) {
         if (line == Lines / 2 && midway)
             midway(h);
@@ -110,7 +117,7 @@ Session lineScan(int device, const Project& p, const std::function<std::vector<q
         EXPECT_EQ(zelk_ProcessFrame(h, f.data()), 0) << zelk_GetErrorMsg(h);
         const unsigned char* d = zelk_GetFrameDecisions(h);
         run.s.decisions.insert(run.s.decisions.end(), d, d + Width);
-        for (int v = 0; v < h->regression.variableCount; ++v) {
+        for (int v = 0; v < zelk_GetRegVarCount(h); ++v) {
             const float* out = zelk_GetFrameRegOutputVar(h, v, 0, 0);
             run.s.values.insert(run.s.values.end(), out, out + Width);
         }
@@ -158,15 +165,17 @@ void describeCamera(ZelkHandle* h)
     resampleAgain(h);
 }
 
-// References that differ from sample to sample; a leaf stays a leaf after correction.
+// A reference pair of float samples that differ from sample to sample: dark 0.25 (i % 3)
+// and a gain near 1 + 0.01 (i % 5), for sample i of band b and pixel p at i = b W + p.
+// A leaf stays a leaf after correction.
 void correctEveryBand(ZelkHandle* h)
 {
-    h->correction.enabled = true;
-    h->correction.darkRef = h->correction.gainRef = QVector<float>(Width * Bands);
-    for (int i = 0; i < Width * Bands; ++i) {
-        h->correction.darkRef[i] = 0.25f * float(i % 3);
-        h->correction.gainRef[i] = 1.0f + 0.01f * float(i % 5);
-    }
+    QTemporaryDir dir;
+    const auto dark = [](int p, int, int b) { return 0.25 * ((b * Width + p) % 3); };
+    const auto white = [&](int p, int l, int b) { return dark(p, l, b) + 1.0 / (1.0 + 0.01 * ((b * Width + p) % 5)); };
+    ASSERT_TRUE(fixtures::writeFloatScan(dir.filePath("whiteReference"), ".bin", Width, 1, Bands, white, "bil"));
+    ASSERT_TRUE(fixtures::writeFloatScan(dir.filePath("darkReference"), ".bin", Width, 1, Bands, dark, "bil"));
+    ASSERT_EQ(zelk_LoadCorrection(h, dir.path().toLatin1(), nullptr), 0) << zelk_GetErrorMsg(h);
 }
 
 // One float cube in BIP of Lines rows; the project selects the classifier's bands.
@@ -202,13 +211,14 @@ void PrintTo(const SessionCase& c, std::ostream* out)
 }
 
 const SessionCase sessions[] = {
-    {"LineScan", false, [](int d) { return lineScan(d, lineScanProject(Width), projectFrame); }},
+    {"LineScan", false, [](int d) { return lineScan(d, sixteenBit(lineScanProject(Width)), projectFrame); }},
     {"Snapshot", false, snapshot},
-    {"Regression", true, [](int d) { return lineScan(d, regressionProject(Width), projectFrame); }},
-    {"CorrectedRegression", true, [](int d) { return lineScan(d, regressionProject(Width), projectFrame, {}, correctEveryBand); }},
+    {"Regression", true, [](int d) { return lineScan(d, sixteenBit(regressionProject(Width)), projectFrame); }},
+    {"CorrectedRegression", true,
+     [](int d) { return lineScan(d, sixteenBit(regressionProject(Width), 10), projectFrame, {}, correctEveryBand); }},
     // The resampler is made anew during the run, as a caller may.
     {"ResampledRegression", true,
-     [](int d) { return lineScan(d, regressionProject(Width), cameraFrame, describeCamera, {}, resampleAgain); }},
+     [](int d) { return lineScan(d, sixteenBit(regressionProject(Width)), cameraFrame, describeCamera, {}, resampleAgain); }},
 };
 
 class BackendSessions : public ::testing::TestWithParam<SessionCase> {
@@ -219,7 +229,7 @@ protected:
         TestHandle h;
         EXPECT_EQ(zelk_RefreshDeviceList(h, 0, 1), 0);
         for (int i = 0; i < zelk_GetDeviceCount(h); ++i)
-            if (h.h->computeDevices.list[i].backend == compute::BackendOpenCl)
+            if (QString::fromLocal8Bit(zelk_GetDeviceName(h, i)).startsWith(QStringLiteral("OpenCL: ")))
                 return i;
         return -1;
     }
@@ -237,7 +247,7 @@ TEST_P(BackendSessions, EveryBackendGivesTheResultsOfTheCpu)
     ASSERT_EQ(cpu.decisions.size(), size_t(Width) * Lines);
     EXPECT_NE(std::count(cpu.decisions.begin(), cpu.decisions.end(), 1), 0);
     EXPECT_NE(std::count(cpu.decisions.begin(), cpu.decisions.end(), 0), 0);
-    ASSERT_GE(cpu.records.size(), size_t(2 * ObjectRecordInts));
+    ASSERT_GE(cpu.records.size(), size_t(2 * ZELK_OBJ_RECORD_INTS));
     if (c.regression)
         ASSERT_GT(cpu.values.size(), size_t(Width) * Lines);
 
@@ -258,7 +268,7 @@ TEST_P(BackendSessions, EveryBackendGivesTheResultsOfTheCpu)
 // subnormal included, and ties at 0 ("bg") beyond. Pixel p lies at distance p.
 TEST(BackendAgreement, PixelsFarFromEveryCentreScoreTheBiasRowAlone)
 {
-    Project p = lineScanProject(Width);
+    Project p = sixteenBit(lineScanProject(Width));
     ClassifierSpec c = twoCentreClassifier();
     c.network->unitCount = 1;
     c.network->centres = TypedArray::floats({2, 1, 1, 1}, {0, 0});
@@ -278,9 +288,9 @@ TEST(BackendAgreement, PixelsFarFromEveryCentreScoreTheBiasRowAlone)
     ASSERT_EQ(zelk_RefreshDeviceList(list, 0, 1), 0);
     int devices = 0;
     for (int entry = 0; entry < zelk_GetDeviceCount(list); ++entry) {
-        if (entry > 0 && list.h->computeDevices.list[entry].backend != compute::BackendOpenCl)
+        if (entry > 0 && !QString::fromLocal8Bit(zelk_GetDeviceName(list, entry)).startsWith(QStringLiteral("OpenCL: ")))
             continue;
-        ::Run run(entry, p, {}, [](ZelkHandle* h) { h->input.sampleType = InputType::UInt16; });
+        ::Run run(entry, p, {}, {});
         ASSERT_EQ(zelk_ProcessFrame(run.h, frame.data()), 0) << zelk_GetErrorMsg(run.h);
         const unsigned char* d = zelk_GetFrameDecisions(run.h);
         EXPECT_EQ(std::vector<quint8>(d, d + Width), expected) << "backend " << run.s.backend;

@@ -1,6 +1,6 @@
 // Describing a camera whose bands differ from the project's, and switching resampling on.
 
-#include "runtime/handle.h"
+#include "runtime/handle_probe.h"
 #include "test_handle.h"
 
 #include <QTemporaryDir>
@@ -30,19 +30,19 @@ TEST(CameraDescription, WavelengthsComeFromAHeaderBeforeAnyAreAdded)
     QTemporaryDir dir;
     const QString full = writeHeader(dir, "samples = 640\nbands = 3\nwavelength = {400.5, 410, 420}\n");
     ASSERT_EQ(zelk_SetDeviceWavelengthsFromENVIHeaderFile(h, full.toLatin1().constData()), 0);
-    EXPECT_EQ(h.h->resampling.deviceWidth, 640);
-    EXPECT_EQ(h.h->resampling.deviceBands, 3);
-    EXPECT_EQ(*h.h->resampling.deviceWavelengths, (QVector<double>{400.5, 410, 420}));
+    EXPECT_EQ(handleprobe::camera(h).frameWidth, 640);
+    EXPECT_EQ(handleprobe::camera(h).bandCount, 3);
+    EXPECT_EQ(handleprobe::camera(h).wavelengths, (QVector<double>{400.5, 410, 420}));
 
     EXPECT_EQ(zelk_SetDeviceWavelengthCount(h, 2), 0); // empties the list for values given by hand
-    EXPECT_TRUE(h.h->resampling.deviceWavelengths->isEmpty());
+    EXPECT_TRUE(handleprobe::camera(h).wavelengths.isEmpty());
     EXPECT_EQ(zelk_AddDeviceWavelength(h, 430.5f), 0);
-    EXPECT_EQ(*h.h->resampling.deviceWavelengths, (QVector<double>{430.5}));
+    EXPECT_EQ(handleprobe::camera(h).wavelengths, (QVector<double>{430.5}));
 
     const QString noSamples = writeHeader(dir, "bands = 2\nwavelength = {1, 2}\n");
     EXPECT_EQ(zelk_SetDeviceWavelengthsFromENVIHeaderFile(h, noSamples.toLatin1().constData()), -1);
-    EXPECT_EQ(*h.h->resampling.deviceWavelengths, (QVector<double>{1, 2})); // taken before the failure
-    EXPECT_EQ(h.h->resampling.deviceWidth, 640);
+    EXPECT_EQ(handleprobe::camera(h).wavelengths, (QVector<double>{1, 2})); // taken before the failure
+    EXPECT_EQ(handleprobe::camera(h).frameWidth, 640);
     const QString shortList = writeHeader(dir, "samples = 8\nbands = 3\nwavelength = {1, 2}\n");
     EXPECT_EQ(zelk_SetDeviceWavelengthsFromENVIHeaderFile(h, shortList.toLatin1().constData()), -1);
     // A null name is an empty one: no header to open, and no text, like any failure.
@@ -58,9 +58,9 @@ TEST(CameraDescription, GridIncludesBothEndsAndAlwaysTheFirst)
     const float inf = std::numeric_limits<float>::infinity();
     TestHandle h;
     ASSERT_EQ(zelk_SetResamplingWavelengthsGrid(h, 400, 10, 420), 0);
-    EXPECT_EQ(*h.h->resampling.targetWavelengths, (QVector<double>{400, 410, 420}));
+    EXPECT_EQ(handleprobe::camera(h).grid, (QVector<double>{400, 410, 420}));
     ASSERT_EQ(zelk_SetResamplingWavelengthsGrid(h, 400, 10, 390), 0);
-    EXPECT_EQ(*h.h->resampling.targetWavelengths, (QVector<double>{400}));
+    EXPECT_EQ(handleprobe::camera(h).grid, (QVector<double>{400}));
     // Grids that never end are refused rather than run until memory is gone.
     EXPECT_EQ(zelk_SetResamplingWavelengthsGrid(h, 400, 0, 500), -1);
     EXPECT_EQ(zelk_GetErrorCode(h), -1);
@@ -69,7 +69,7 @@ TEST(CameraDescription, GridIncludesBothEndsAndAlwaysTheFirst)
     EXPECT_EQ(zelk_SetResamplingWavelengthsGrid(h, -inf, 10, 500), -1);
     EXPECT_EQ(zelk_SetResamplingWavelengthsGrid(h, 1e20f, 1, 1e20f), -1); // the sum never moves
     EXPECT_EQ(zelk_SetResamplingWavelengthsGrid(h, 0, 1e-6f, 1e6f), -1);
-    EXPECT_EQ(*h.h->resampling.targetWavelengths, (QVector<double>{400}));
+    EXPECT_EQ(handleprobe::camera(h).grid, (QVector<double>{400}));
 
     // NaN or -inf arguments end the grid after its first value.
     const float nan = std::nanf("");
@@ -79,8 +79,8 @@ TEST(CameraDescription, GridIncludesBothEndsAndAlwaysTheFirst)
     for (const auto& g : oneValue) {
         zelk_SetResamplingWavelengthsGrid(h, 1, 1, 3);
         ASSERT_EQ(zelk_SetResamplingWavelengthsGrid(h, g.first, g.step, g.last), 0) << g.first << " " << g.step << " " << g.last;
-        ASSERT_EQ(h.h->resampling.targetWavelengths->size(), 1);
-        EXPECT_EQ(std::isnan(h.h->resampling.targetWavelengths->front()), std::isnan(g.first));
+        ASSERT_EQ(handleprobe::camera(h).grid.size(), 1);
+        EXPECT_EQ(std::isnan(handleprobe::camera(h).grid.front()), std::isnan(g.first));
     }
 }
 
@@ -96,15 +96,14 @@ TEST(CameraDescription, ResamplingNeedsAConsistentCameraAndGrid)
     zelk_SetResamplingWavelengthsGrid(h, 420, 20, 480);
     zelk_SetDeviceWavelengthCount(h, 3); // the list is now empty
     EXPECT_EQ(zelk_SetResampling(h, 1), -403);
-    EXPECT_FALSE(h.h->resampling.enabled);
+    EXPECT_FALSE(handleprobe::camera(h).resampling);
 
     ASSERT_EQ(zelk_SetDeviceWavelengthsFromENVIHeaderFile(h, header.toLatin1().constData()), 0);
     testing::internal::CaptureStdout();
     EXPECT_EQ(zelk_SetResampling(h, 1), 0);
     EXPECT_EQ(testing::internal::GetCapturedStdout(), " deviceWidth=4  res_init=0 ");
-    EXPECT_TRUE(h.h->resampling.enabled);
-    ASSERT_NE(h.h->resampling.resampler, nullptr);
-    EXPECT_EQ(h.h->resampling.resampler->destBands, 4);
+    EXPECT_TRUE(handleprobe::camera(h).resampling);
+    EXPECT_EQ(handleprobe::camera(h).resamplerBands, 4);
     EXPECT_EQ(zelk_SetResampling(h, 0), -1); // does not switch it off
-    EXPECT_TRUE(h.h->resampling.enabled);
+    EXPECT_TRUE(handleprobe::camera(h).resampling);
 }

@@ -4,7 +4,7 @@
 // correction loaded before.
 
 #include "model_files.h"
-#include "runtime/handle.h"
+#include "runtime/handle_probe.h"
 #include "spectral_fixtures.h"
 #include "test_handle.h"
 
@@ -143,20 +143,37 @@ TEST(LoadCorrection, CorrectedFramesDecideAsTheReflectance)
         Session s(c.project);
         ASSERT_TRUE(c.write(s));
         ASSERT_EQ(s.load(c.name), 0) << zelk_GetErrorMsg(s.h);
-        EXPECT_TRUE(s.h.h->correction.enabled);
-        EXPECT_EQ(s.h.h->project->processingSetup, 2); // corrected, with a segmenter
+        EXPECT_TRUE(handleprobe::correction(s.h).enabled);
+        EXPECT_EQ(handleprobe::processingSetup(s.h), 2); // corrected, with a segmenter
         EXPECT_EQ(s.decide(), expectedDecisions(c.level));
     }
 }
 
 TEST(LoadCorrection, ResamplingKeepsTheSetupOfTheModel)
 {
-    Session s(projectOfType(10));
-    ASSERT_TRUE(writePair(s));
-    s.h.h->resampling.enabled = true;
-    s.h.h->project->processingSetup = 9;
-    ASSERT_EQ(s.load(nullptr), 0);
-    EXPECT_EQ(s.h.h->project->processingSetup, 9);
+    // A camera of the project's own four bands, so that the references resample.
+    QTemporaryDir cameraDir;
+    TestHandle h;
+    const QString header = cameraDir.filePath("camera.hdr");
+    QFile f(header);
+    ASSERT_TRUE(f.open(QIODevice::WriteOnly));
+    f.write(QStringLiteral("ENVI\nsamples = %1\nbands = 4\nwavelength = {900, 1000, 1100, 1200}\n").arg(Width).toLatin1());
+    f.close();
+    ASSERT_EQ(zelk_SetDeviceWavelengthsFromENVIHeaderFile(h, header.toLatin1().constData()), 0);
+    ASSERT_EQ(zelk_SetResamplingWavelengthsGrid(h, 900, 100, 1200), 0);
+    testing::internal::CaptureStdout();
+    ASSERT_EQ(zelk_SetResampling(h, 1), 0);
+    testing::internal::GetCapturedStdout();
+    Project p = projectOfType(10);
+    p.regressor = regressionProject(Width).regressor;
+    QTemporaryDir dir;
+    ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, p).toLatin1()), 0);
+    ASSERT_EQ(handleprobe::processingSetup(h), 9);
+    ASSERT_TRUE(fixtures::writeUInt16Scan(dir.filePath("whiteReference"), ".bin", Width, 3, Bands, whiteLines));
+    ASSERT_TRUE(fixtures::writeUInt16Scan(dir.filePath("darkReference"), ".bin", Width, 3, Bands, darkLines));
+    ASSERT_EQ(zelk_LoadCorrection(h, dir.path().toLatin1(), nullptr), 0) << zelk_GetErrorMsg(h);
+    EXPECT_TRUE(handleprobe::correction(h).enabled);
+    EXPECT_EQ(handleprobe::processingSetup(h), 9);
 }
 
 TEST(LoadCorrection, PointSpectraFillEveryPixelOfASnapshot)
@@ -164,13 +181,13 @@ TEST(LoadCorrection, PointSpectraFillEveryPixelOfASnapshot)
     Session s(projectOfType(19, 0));
     ASSERT_TRUE(writePointScan(s));
     ASSERT_EQ(s.load("scan"), 0) << zelk_GetErrorMsg(s.h);
-    const ZelkHandle* h = s.h;
-    ASSERT_EQ(h->correction.darkRef.size(), Width * 2 * Bands);
-    ASSERT_EQ(h->correction.gainRef.size(), Width * 2 * Bands);
+    const handleprobe::Correction c = handleprobe::correction(s.h);
+    ASSERT_EQ(c.dark.size(), Width * 2 * Bands);
+    ASSERT_EQ(c.gain.size(), Width * 2 * Bands);
     const float white[Bands] = {900, 901, 902, 903}, dark[Bands] = {10, 20, 30, 40};
-    for (int i = 0; i < h->correction.darkRef.size(); i += 5) {
-        EXPECT_EQ(h->correction.darkRef[i], dark[i % Bands]);
-        EXPECT_FLOAT_EQ(h->correction.gainRef[i], 0.95f / (white[i % Bands] - dark[i % Bands]));
+    for (int i = 0; i < c.dark.size(); i += 5) {
+        EXPECT_EQ(c.dark[i], dark[i % Bands]);
+        EXPECT_FLOAT_EQ(c.gain[i], 0.95f / (white[i % Bands] - dark[i % Bands]));
     }
 }
 
@@ -187,7 +204,7 @@ TEST(LoadCorrection, RefusalsReportTheKeptFailure)
         int result;
         int code;
         QString text; // %1: the session's directory
-        bool resampling = false;
+        bool resampling = false; // on, for a camera of five bands that the references do not have
     } cases[] = {
         {"pair with a name", projectOfType(10), writePair, "scan", -1, 0, none},
         {"no white reference", projectOfType(10), [](const Session&) { return true; }, nullptr, -135, -135,
@@ -224,7 +241,7 @@ TEST(LoadCorrection, RefusalsReportTheKeptFailure)
          [](const Session& s) { return writeCorrectionScan(s, "bil", "bil", 2, 1, Width - 1); }, "scan", -4304, 0, none},
         {"one line in two layouts", projectOfType(19, 3), [](const Session& s) { return writeCorrectionScan(s, "bil", "bip", 1); },
          "scan", -4302, 0, none},
-        {"resampling without a resampler", projectOfType(19, 3), [](const Session& s) { return writeCorrectionScan(s); }, "scan", -137,
+        {"resampling for another camera", projectOfType(19, 3), [](const Session& s) { return writeCorrectionScan(s); }, "scan", -137,
          0, none, true},
         {"point spectra for frames", projectOfType(19, 3), writePointScan, "scan", -133, -133,
          "zelk_LoadCorrection: A point correction cannot correct line-scan frames (references of one line expected)"},
@@ -240,12 +257,19 @@ TEST(LoadCorrection, RefusalsReportTheKeptFailure)
         SCOPED_TRACE(c.what);
         Session s(c.project);
         ASSERT_TRUE(c.write(s));
-        s.h.h->resampling.enabled = c.resampling; // with no resampler made
+        if (c.resampling) {
+            const QString header = writeFiveBandCameraHeader(s.dir, Width);
+            ASSERT_EQ(zelk_SetDeviceWavelengthsFromENVIHeaderFile(s.h, header.toLatin1().constData()), 0);
+            ASSERT_EQ(zelk_SetResamplingWavelengthsGrid(s.h, 900, 100, 1200), 0);
+            testing::internal::CaptureStdout();
+            ASSERT_EQ(zelk_SetResampling(s.h, 1), 0);
+            testing::internal::GetCapturedStdout();
+        }
         EXPECT_EQ(s.load(c.name), c.result);
         EXPECT_EQ(zelk_GetErrorCode(s.h), c.code);
         EXPECT_EQ(QString::fromLocal8Bit(zelk_GetErrorMsg(s.h)), c.text.contains("%1") ? c.text.arg(s.dir.path()) : c.text);
-        EXPECT_FALSE(s.h.h->correction.enabled);
-        EXPECT_TRUE(s.h.h->correction.darkRef.isEmpty());
+        EXPECT_FALSE(handleprobe::correction(s.h).enabled);
+        EXPECT_TRUE(handleprobe::correction(s.h).dark.isEmpty());
     }
 }
 
@@ -254,10 +278,10 @@ TEST(LoadCorrection, PairScansStayUntilTheNextLoad)
     Session s(projectOfType(10));
     ASSERT_TRUE(writeUInt16Scan(s.path("whiteReference"), ".bin", Width, 3, Bands, whiteLines));
     EXPECT_EQ(s.load(nullptr), -135);
-    EXPECT_TRUE(s.h.h->correction.whiteScan && !s.h.h->correction.darkScan);
+    EXPECT_TRUE(handleprobe::pairScans(s.h).white && !handleprobe::pairScans(s.h).dark);
     ASSERT_TRUE(writeUInt16Scan(s.path("darkReference"), ".bin", Width, 3, Bands, darkLines, "bip"));
     EXPECT_EQ(s.load(nullptr), -136);
-    EXPECT_FALSE(s.h.h->correction.whiteScan || s.h.h->correction.darkScan); // a refused pair is dropped
+    EXPECT_FALSE(handleprobe::pairScans(s.h).white || handleprobe::pairScans(s.h).dark); // a refused pair is dropped
 }
 
 TEST(LoadCorrection, AFailedLoadKeepsTheEarlierCorrection)
@@ -265,7 +289,7 @@ TEST(LoadCorrection, AFailedLoadKeepsTheEarlierCorrection)
     Session s(projectOfType(19, 3));
     ASSERT_TRUE(writeCorrectionScan(s));
     ASSERT_EQ(s.load("scan"), 0);
-    const QVector<float> dark = s.h.h->correction.darkRef, gain = s.h.h->correction.gainRef;
+    const handleprobe::Correction loaded = handleprobe::correction(s.h);
 
     // A kept failure, then failures reported straight in the handle: the handle reads
     // the kept one after each.
@@ -282,9 +306,9 @@ TEST(LoadCorrection, AFailedLoadKeepsTheEarlierCorrection)
     ASSERT_TRUE(modelwriter::writeEnviScan(s.path("bare"), ".trf", bare));
     EXPECT_EQ(s.load("bare"), 0);
 
-    EXPECT_TRUE(s.h.h->correction.enabled);
-    EXPECT_EQ(s.h.h->correction.darkRef, dark);
-    EXPECT_EQ(s.h.h->correction.gainRef, gain);
+    EXPECT_TRUE(handleprobe::correction(s.h).enabled);
+    EXPECT_EQ(handleprobe::correction(s.h).dark, loaded.dark);
+    EXPECT_EQ(handleprobe::correction(s.h).gain, loaded.gain);
     EXPECT_EQ(s.decide(), expectedDecisions(0.95f));
 }
 

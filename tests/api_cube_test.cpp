@@ -2,7 +2,7 @@
 // cubes, the region of interest, the objects of both masks, and the refusals.
 
 #include "model_files.h"
-#include "runtime/handle.h"
+#include "runtime/handle_probe.h"
 #include "test_handle.h"
 
 #include <QtEndian>
@@ -79,15 +79,21 @@ struct CubeRun {
     QTemporaryDir dir;
     TestHandle h;
     // `device`: an entry of the list with the OpenCL devices, else the default CPU.
-    explicit CubeRun(const Project& p, int device = -1)
+    // `ranBefore`: a project whose run of 16-bit cubes comes first; the handle keeps
+    // the sample type of its first start.
+    explicit CubeRun(const Project& p, int device = -1, const Project* ranBefore = nullptr)
     {
         if (device >= 0) {
             EXPECT_EQ(zelk_RefreshDeviceList(h, 0, 1), 0);
             EXPECT_EQ(zelk_SetDevice(h, device), 0);
         }
+        if (ranBefore) {
+            EXPECT_EQ(zelk_LoadModel(h, writeModel(dir, *ranBefore, FileKind::Zelk, QStringLiteral("before")).toLatin1()), 0);
+            EXPECT_EQ(zelk_StartAcquisition(h), 0) << zelk_GetErrorMsg(h);
+            EXPECT_EQ(zelk_StopAcquisition(h), 0);
+        }
         EXPECT_EQ(zelk_LoadModel(h, writeModel(dir, p).toLatin1()), 0);
     }
-    ZelkHandle* operator->() const { return h.h; }
     operator ZelkHandle*() const { return h.h; }
     QByteArray decisions() const
     {
@@ -114,17 +120,18 @@ TEST(CubePath, EachFormGivesTheDecisions)
         const char* name;
         int type, acqType;
         const void* cube;
-        int dataType; // set before start where the project gives no usable one
+        bool after16Bit; // a run of 16-bit cubes came first, where the project's type is float
         bool gains = true;
     } forms[] = {
-        {"float", 3, 0, floats.data(), 0},
-        {"float of acquisition type 1", 19, 1, floats.data(), 0},
-        {"uint16", 11, 0, counts.data(), 0},
-        {"uint16 of acquisition type 0", 19, 0, counts.data(), 0},
-        {"uint16 of a camera typed float", 9, 0, counts.data(), 1},
-        {"big-endian with gains", 8, 0, swapped.data(), 0},
-        {"big-endian without gains", 8, 0, ungained.data(), 0, false},
+        {"float", 3, 0, floats.data(), false},
+        {"float of acquisition type 1", 19, 1, floats.data(), false},
+        {"uint16", 11, 0, counts.data(), false},
+        {"uint16 of acquisition type 0", 19, 0, counts.data(), false},
+        {"uint16 of a camera typed float", 9, 0, counts.data(), true},
+        {"big-endian with gains", 8, 0, swapped.data(), false},
+        {"big-endian without gains", 8, 0, ungained.data(), false, false},
     };
+    const Project uint16Camera = cameraProject(11);
     TestHandle probe; // every device of the machine, the CPU first
     ASSERT_EQ(zelk_RefreshDeviceList(probe, 0, 1), 0);
     for (int device = 0; device < zelk_GetDeviceCount(probe); ++device) {
@@ -136,24 +143,26 @@ TEST(CubePath, EachFormGivesTheDecisions)
                 p.images[0].tailVectors.removeLast();
                 p.images[0].tailText = QStringLiteral("no gain");
             }
-            CubeRun run(p, device);
+            CubeRun run(p, device, f.after16Bit ? &uint16Camera : nullptr);
             ASSERT_EQ(zelk_SetInputDataLayout(run, 1), 0);
-            run->input.sampleType = InputType(f.dataType);
             ASSERT_EQ(zelk_StartAcquisition(run), 0) << zelk_GetErrorMsg(run);
             for (int cube = 1; cube <= 2; ++cube) { // the work buffers of the camera are reused
                 ASSERT_EQ(zelk_ProcessCube(run, f.cube), 0) << zelk_GetErrorMsg(run);
                 EXPECT_EQ(run.decisions(), expectedDecisions());
             }
-            EXPECT_EQ(run->ring.frameCount, 2);
-            EXPECT_EQ(run->ring.nextRow, 0);
+            EXPECT_EQ(handleprobe::run(run).frames, 2);
+            EXPECT_EQ(handleprobe::run(run).next, 0);
             ASSERT_EQ(zelk_StopAcquisition(run), 0);
             EXPECT_TRUE(QString(zelk_GetErrorMsg(run)).endsWith("processed 2 cubes, first 0 skipped for warm-up.\n"));
         }
     }
 
     // A cube that holds only the classifier's two bands is taken as it is.
-    CubeRun run(cameraProject(3));
-    run->input.bands = 2;
+    Project twoBands = cameraProject(3);
+    twoBands.images[0].bands = 2;
+    twoBands.images[0].wavelengths = {1000, 1200};
+    CubeRun run(twoBands);
+    ASSERT_EQ(zelk_GetInputBands(run), 2);
     ASSERT_EQ(zelk_StartAcquisition(run), 0);
     std::vector<float> selected(Width * Height * 2, 0);
     for (int i = 0; i < Width * Height; ++i)
@@ -246,25 +255,33 @@ TEST(CubePath, ObjectsOfBothMasksAreNumberedInEachCube)
 
 TEST(CubePath, MoreObjectsThanRecordsAreCountedAndRefused)
 {
-    CubeRun run(cameraProject(3));
+    // Leaf on every other pixel of every other row: 325 single-pixel objects, more than
+    // the 300 records of a handle.
+    constexpr int W = 50, H = 26, Objects = 25 * 13;
+    Project p = cameraProject(3);
+    p.images[0].width = W;
+    p.images[0].height = H;
+    CubeRun run(p);
     ASSERT_EQ(zelk_SetSegmentation(run, 1), 0);
     ASSERT_EQ(zelk_StartAcquisition(run), 0);
-    run->segmentation.maxObjects = 2;
-    const auto cube = bipCube<float>();
+    std::vector<float> cube(size_t(W) * H * Bands, 0.0f);
+    for (int y = 0; y < H; y += 2)
+        for (int x = 0; x < W; x += 2)
+            cube[(size_t(y) * W + x) * Bands + 1] = 10;
     EXPECT_EQ(zelk_ProcessCube(run, cube.data()), -160);
     EXPECT_STREQ(zelk_GetErrorMsg(run), "zelk_ProcessCube: Max number of objects reached");
-    EXPECT_EQ(zelk_GetObjCount(run), 3);
-    EXPECT_EQ(run->segmentation.serial, 3);
-    EXPECT_EQ(run.record(1)[0], 2);
-    EXPECT_EQ(run->ring.frameCount, 0); // a refused cube is not counted
+    EXPECT_EQ(zelk_GetObjCount(run), Objects);
+    EXPECT_EQ(handleprobe::run(run).objectSerial, 301); // numbered up to the first one refused
+    EXPECT_EQ(run.record(299)[0], 300);
+    EXPECT_EQ(handleprobe::run(run).frames, 0); // a refused cube is not counted
     // The segmenter was not reset: its counters run on into the next cube.
-    EXPECT_EQ(run->segmentation.segmenter->objectCount(), 3);
+    EXPECT_EQ(handleprobe::segmentation(run).objects, Objects);
 }
 
 TEST(CubePath, RefusalsAndTheirTexts)
 {
     const auto cube = bipCube<float>();
-    const int before = -42;
+    const int before = -190; // the code of a refused minimum object size
     const struct {
         const char* name;
         Project project;
@@ -292,14 +309,15 @@ TEST(CubePath, RefusalsAndTheirTexts)
             ASSERT_EQ(zelk_SetCubeROI(run, 1, 1, 2, 2, 0), 0);
         if (c.acquire)
             ASSERT_EQ(zelk_StartAcquisition(run), 0) << zelk_GetErrorMsg(run);
-        const int counted = run->ring.frameCount;
+        const int counted = handleprobe::run(run).frames;
         EXPECT_EQ(zelk_ProcessCube(run, cube.data()), c.code);
         EXPECT_EQ(zelk_GetErrorCode(run), c.code);
         EXPECT_STREQ(zelk_GetErrorMsg(run), c.text);
-        EXPECT_EQ(run->ring.frameCount, counted);
+        EXPECT_EQ(handleprobe::run(run).frames, counted);
 
         // A null cube goes to the process-wide pair and leaves the handle alone.
-        run->error.code = before;
+        ASSERT_EQ(zelk_SetMinObjSize(run, 0), -1);
+        ASSERT_EQ(zelk_GetErrorCode(run), before);
         EXPECT_EQ(zelk_ProcessCube(run, nullptr), -101);
         EXPECT_EQ(zelk_GetErrorCode(run), before);
         EXPECT_EQ(zelk_GetErrorCode(nullptr), -101);
@@ -326,5 +344,5 @@ TEST(CubePath, FullLabelTablesAreASegmentationError)
             cube[(size_t(y) * W + x) * Bands + 1] = 10;
     EXPECT_EQ(zelk_ProcessCube(h, cube.data()), -213);
     EXPECT_STREQ(zelk_GetErrorMsg(h), "zelk_ProcessCube: Object segmentation error");
-    EXPECT_EQ(h.h->ring.frameCount, 0);
+    EXPECT_EQ(handleprobe::run(h).frames, 0);
 }

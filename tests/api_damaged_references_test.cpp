@@ -3,7 +3,7 @@
 // the correction loaded before stays in force, and the handle decides as it did.
 
 #include "model_files.h"
-#include "runtime/handle.h"
+#include "runtime/handle_probe.h"
 #include "spectral_fixtures.h"
 #include "test_handle.h"
 
@@ -99,16 +99,16 @@ QByteArray contents(const QString& path)
 // pixels (reflectance 10 in band 1) and "bg" elsewhere (0): the decisions it leaves. The
 // references hold a value per sample of the input, band after band in a frame, band
 // fastest in a cube.
-QByteArray decide(ZelkHandle* h)
+QByteArray decide(ZelkHandle* h, bool cube)
 {
     EXPECT_EQ(zelk_StartAcquisition(h), 0) << zelk_GetErrorMsg(h);
-    const bool cube = !h->input.lineScan;
     const int width = zelk_GetInputWidth(h), lines = cube ? zelk_GetInputHeight(h) : 1, bands = zelk_GetInputBands(h);
     std::vector<quint16> counts(size_t(width) * lines * bands);
-    EXPECT_EQ(h->correction.darkRef.size(), int(counts.size()));
-    for (int i = 0; i < int(counts.size()) && i < h->correction.darkRef.size(); ++i) {
+    const handleprobe::Correction c = handleprobe::correction(h);
+    EXPECT_EQ(c.dark.size(), int(counts.size()));
+    for (int i = 0; i < int(counts.size()) && i < c.dark.size(); ++i) {
         const int band = cube ? i % bands : i / width, pixel = cube ? i / bands : i % width;
-        counts[size_t(i)] = quint16(h->correction.darkRef[i] + (band == 1 && pixel % 2 ? 10 / h->correction.gainRef[i] : 0) + 0.5f);
+        counts[size_t(i)] = quint16(c.dark[i] + (band == 1 && pixel % 2 ? 10 / c.gain[i] : 0) + 0.5f);
     }
     EXPECT_EQ(cube ? zelk_ProcessCube(h, counts.data()) : zelk_ProcessFrame(h, counts.data()), 0) << zelk_GetErrorMsg(h);
     const unsigned char* decided = cube ? zelk_GetCubeDecisions(h) : zelk_GetFrameDecisions(h);
@@ -130,13 +130,15 @@ TEST(DamagedReferences, RefusedAndTheEarlierCorrectionStays)
         const auto load = [&] { return zelk_LoadCorrection(h, dir.path().toLatin1(), loader.name); };
         ASSERT_TRUE(loader.write(d));
         ASSERT_EQ(load(), 0) << zelk_GetErrorMsg(h);
-        const QVector<float> dark = h.h->correction.darkRef, gain = h.h->correction.gainRef;
-        const QByteArray decided = decide(h);
+        // Only snapshot projects have a height beyond one line.
+        const bool cube = zelk_GetInputHeight(h) > 1;
+        const handleprobe::Correction loaded = handleprobe::correction(h);
+        const QByteArray decided = decide(h, cube);
         QByteArray alternating(decided.size(), '\0');
         for (int i = 1; i < alternating.size(); i += 2)
             alternating[i] = 1;
         // Only frames are corrected on their way in; cubes are classified in counts.
-        if (h.h->input.lineScan)
+        if (!cube)
             ASSERT_EQ(decided, alternating);
 
         // Each damage on the whole set of files, one at a time; a null `damaged` removes
@@ -150,9 +152,9 @@ TEST(DamagedReferences, RefusedAndTheEarlierCorrectionStays)
                 ASSERT_TRUE(writeFile(d.filePath(file), damaged));
             const int result = load();
             EXPECT_EQ(loader.codes.count(result), 1u) << result << " " << zelk_GetErrorMsg(h);
-            EXPECT_TRUE(h.h->correction.enabled);
-            EXPECT_EQ(h.h->correction.darkRef, dark);
-            EXPECT_EQ(h.h->correction.gainRef, gain);
+            EXPECT_TRUE(handleprobe::correction(h).enabled);
+            EXPECT_EQ(handleprobe::correction(h).dark, loaded.dark);
+            EXPECT_EQ(handleprobe::correction(h).gain, loaded.gain);
         };
         ASSERT_TRUE(loader.write(d));
         for (const Header& header : loader.headers) {
@@ -180,10 +182,10 @@ TEST(DamagedReferences, RefusedAndTheEarlierCorrectionStays)
             refused(file, QByteArray(), "gone");
         }
 
-        EXPECT_EQ(decide(h), decided);
+        EXPECT_EQ(decide(h, cube), decided);
         ASSERT_TRUE(loader.write(d));
         EXPECT_EQ(load(), 0) << zelk_GetErrorMsg(h);
-        EXPECT_EQ(h.h->correction.darkRef, dark);
-        EXPECT_EQ(h.h->correction.gainRef, gain);
+        EXPECT_EQ(handleprobe::correction(h).dark, loaded.dark);
+        EXPECT_EQ(handleprobe::correction(h).gain, loaded.gain);
     }
 }

@@ -2,7 +2,8 @@
 
 #include "compute/backend.h"
 #include "compute/device.h"
-#include "runtime/handle.h"
+#include "model_files.h"
+#include "runtime/handle_probe.h"
 #include "test_handle.h"
 
 #include <QString>
@@ -47,6 +48,19 @@ TEST(DeviceList, NameCallOverwritesTheErrorTextButNotTheCode)
     EXPECT_EQ(zelk_GetErrorCode(a.h), -102);
 }
 
+namespace {
+
+// The list of a handle with the OpenCL devices that the machine has: the entry of the
+// last one, or -1 without any.
+int lastOpenClEntry(ZelkHandle* h)
+{
+    EXPECT_EQ(zelk_RefreshDeviceList(h, 0, 1), 0);
+    const int last = zelk_GetDeviceCount(h) - 1;
+    return QString::fromLocal8Bit(zelk_GetDeviceName(h, last)).startsWith(QStringLiteral("OpenCL: ")) ? last : -1;
+}
+
+} // namespace
+
 TEST(SetDevice, SelectsTheEntryLogsItAndClearsTheCode)
 {
     TestHandle a;
@@ -54,30 +68,38 @@ TEST(SetDevice, SelectsTheEntryLogsItAndClearsTheCode)
     ASSERT_EQ(zelk_GetErrorCode(a.h), -102);
     ASSERT_EQ(zelk_SetDevice(a.h, 0), 0);
     EXPECT_EQ(zelk_GetErrorCode(a.h), 0);
-    EXPECT_EQ(a.h->computeDevices.selected, 65536);
-    const QString expected = QStringLiteral("Selected device 0: ") + a.h->computeDevices.list[0].name;
-    EXPECT_EQ(QString::fromLocal8Bit(zelk_GetErrorMsg(a.h)), expected);
+    EXPECT_EQ(handleprobe::selectedDevice(a), 65536);
+    const QString logged = QString::fromLocal8Bit(zelk_GetErrorMsg(a.h));
+    EXPECT_EQ(logged, QStringLiteral("Selected device 0: ") + QString::fromLocal8Bit(zelk_GetDeviceName(a.h, 0)));
     // Device work outside an acquisition rests on the CPU afterwards.
     EXPECT_EQ(compute::activeBackend().number(), 1);
 }
 
 TEST(SetDevice, IsRefusedDuringAcquisitionAndChangesNothing)
 {
+    // On a machine with OpenCL the running acquisition is on its device, which entry 0
+    // (the CPU) would replace.
     TestHandle a;
-    a.h->state = HandleState::Acquiring;
-    a.h->computeDevices.selected = compute::makeDevice(4, 1);
+    const int entry = lastOpenClEntry(a);
+    ASSERT_EQ(zelk_SetDevice(a.h, entry < 0 ? 0 : entry), 0);
+    const int device = handleprobe::selectedDevice(a);
+    EXPECT_EQ(device == compute::defaultDevice, entry < 0);
+    QTemporaryDir dir;
+    ASSERT_EQ(zelk_LoadModel(a, modelfiles::writeModel(dir, modelfiles::lineScanProject()).toLatin1()), 0);
+    ASSERT_EQ(zelk_StartAcquisition(a), 0) << zelk_GetErrorMsg(a);
     EXPECT_EQ(zelk_SetDevice(a.h, 0), -170);
     EXPECT_STREQ(zelk_GetErrorMsg(a.h), "zelk_SetDevice: Cannot set device when running acquisition. Stop acquisition first.");
-    EXPECT_EQ(a.h->computeDevices.selected, compute::makeDevice(4, 1));
-    a.h->state = HandleState::Loaded;
-    a.h->computeDevices.selected = compute::defaultDevice;
+    EXPECT_EQ(handleprobe::selectedDevice(a), device);
+    EXPECT_EQ(zelk_StopAcquisition(a), 0);
 }
 
 TEST(SetDevice, RefreshKeepsTheChosenDevice)
 {
+    // The OpenCL device, where the machine has one, is not on the CPU-only list.
     TestHandle a;
-    a.h->computeDevices.selected = compute::makeDevice(4, 3); // a device the new list will not show
+    const int entry = lastOpenClEntry(a);
+    ASSERT_EQ(zelk_SetDevice(a.h, entry < 0 ? 0 : entry), 0);
+    const int device = handleprobe::selectedDevice(a);
     ASSERT_EQ(zelk_RefreshDeviceList(a.h, 0, 0), 0);
-    EXPECT_EQ(a.h->computeDevices.selected, compute::makeDevice(4, 3));
-    a.h->computeDevices.selected = compute::defaultDevice;
+    EXPECT_EQ(handleprobe::selectedDevice(a), device);
 }

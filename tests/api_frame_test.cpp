@@ -2,7 +2,9 @@
 // layout, corrected frames, the ring of decision rows and the objects it reports.
 
 #include "model_files.h"
-#include "runtime/handle.h"
+#include "runtime/handle_probe.h"
+#include "saved_decisions.h"
+#include "spectral_fixtures.h"
 #include "test_handle.h"
 
 #include <gtest/gtest.h>
@@ -26,7 +28,7 @@ std::vector<T> frame(std::initializer_list<int> leafColumns, T leaf = T(10), T o
 
 QByteArray row(ZelkHandle* h, int r)
 {
-    return QByteArray(reinterpret_cast<const char*>(h->ring.labels->constScanLine(r)), Width);
+    return savedRow(savedDecisions(h), r);
 }
 
 QByteArray decisions(std::initializer_list<int> codes)
@@ -65,7 +67,7 @@ TEST(Acquisition, StartChecksAndStopReports)
     undefinedType.acqType = 2;
     LoadedRun typeless(undefinedType);
     EXPECT_EQ(zelk_StartAcquisition(typeless.h), -174);
-    EXPECT_FALSE(typeless.h.h->isAcquiring());
+    EXPECT_EQ(zelk_StopAcquisition(typeless.h), -171); // it did not start
 
     ClassifierSpec noPoint = twoCentreClassifier();
     noPoint.roc.reset(); // no operating point: refused, never read out of range
@@ -77,11 +79,11 @@ TEST(Acquisition, StartChecksAndStopReports)
     LoadedRun run;
     ZelkHandle* h = run.h;
     ASSERT_EQ(zelk_StartAcquisition(h), 0);
-    EXPECT_EQ(h->input.sampleType, InputType::Float);
-    EXPECT_EQ(h->input.layout, InputLayout::BIL);
+    EXPECT_EQ(zelk_GetInputDataType(h), 2); // float frames, band after band
+    EXPECT_EQ(zelk_GetInputDataLayout(h), 2);
     EXPECT_EQ(zelk_StartAcquisition(h), -170);
     EXPECT_EQ(zelk_LoadModel(h, "any.zelk"), -170);
-    EXPECT_TRUE(h->isAcquiring());
+    EXPECT_EQ(zelk_StartAcquisition(h), -170); // the refused load left the run going
     const auto f = frame<float>({});
     for (int i = 0; i < 3; ++i)
         EXPECT_EQ(zelk_ProcessFrame(h, f.data()), 0);
@@ -106,17 +108,18 @@ TEST(FramePath, DecisionsFillTheRingAndObjectsAreReportedWithCrosses)
     const auto leaf = frame<float>({2, 3, 4}), empty = frame<float>({});
     ASSERT_EQ(zelk_ProcessFrame(h, leaf.data()), 0);
     EXPECT_EQ(row(h, 0), decisions({0, 0, 1, 1, 1, 0, 0, 0}));
-    EXPECT_EQ(h->ring.lastRow, 0);
-    EXPECT_EQ(h->ring.nextRow, 1);
+    EXPECT_EQ(handleprobe::run(h).last, 0);
+    EXPECT_EQ(handleprobe::run(h).next, 1);
     int reportedAt = -1;
     for (int i = 1; i < 40 && reportedAt < 0; ++i) {
         ASSERT_EQ(zelk_ProcessFrame(h, (i < 5 ? leaf : empty).data()), 0);
-        if (h->segmentation.count > 0)
+        if (zelk_GetObjCount(h) > 0)
             reportedAt = i;
     }
     EXPECT_EQ(reportedAt, 20); // the finishing pass of line 20
-    ASSERT_EQ(h->segmentation.count, 1);
-    const qint32* r = h->segmentation.records.data();
+    ASSERT_EQ(zelk_GetObjCount(h), 1);
+    int* r = nullptr;
+    ASSERT_EQ(zelk_GetObjDataInt(h, 0, &r), 0);
     EXPECT_EQ(std::vector<qint32>(r, r + 9), (std::vector<qint32>{1, 2, 3, 0, 4, 2, 4, 15, 1}));
     // The centroid's row is 2: its arm spans the whole narrow row; the vertical arm
     // starts above the ring and is not drawn.
@@ -124,45 +127,74 @@ TEST(FramePath, DecisionsFillTheRingAndObjectsAreReportedWithCrosses)
     EXPECT_EQ(row(h, 1), decisions({0, 0, 1, 1, 1, 0, 0, 0}));
 
     // The ring wraps after 500 rows.
-    while (h->ring.frameCount < 500)
+    while (handleprobe::run(h).frames < 500)
         ASSERT_EQ(zelk_ProcessFrame(h, empty.data()), 0);
-    EXPECT_EQ(h->ring.nextRow, 0);
-    EXPECT_EQ(h->ring.lastRow, 499);
+    EXPECT_EQ(handleprobe::run(h).next, 0);
+    EXPECT_EQ(handleprobe::run(h).last, 499);
+}
 
-    // An unknown set-up is refused before the ring moves.
-    h->project->processingSetup = 8;
+TEST(FramePath, AnUnknownSetUpIsRefusedBeforeTheRingMoves)
+{
+    // Resampling for a project without a regressor leaves it no set-up.
+    QTemporaryDir dir;
+    TestHandle h;
+    const QString header = writeFiveBandCameraHeader(dir, Width);
+    ASSERT_EQ(zelk_SetDeviceWavelengthsFromENVIHeaderFile(h, header.toLatin1().constData()), 0);
+    ASSERT_EQ(zelk_SetResamplingWavelengthsGrid(h, 900, 100, 1200), 0);
+    testing::internal::CaptureStdout();
+    ASSERT_EQ(zelk_SetResampling(h, 1), 0);
+    testing::internal::GetCapturedStdout();
+    ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, lineScanProject(Width)).toLatin1()), 0);
+    ASSERT_EQ(handleprobe::processingSetup(h), 0);
+    ASSERT_EQ(zelk_StartAcquisition(h), 0) << zelk_GetErrorMsg(h);
+    const auto empty = frame<float>({});
     EXPECT_EQ(zelk_ProcessFrame(h, empty.data()), -171);
-    EXPECT_EQ(h->ring.nextRow, 0);
-    EXPECT_EQ(h->ring.frameCount, 500);
+    EXPECT_STREQ(zelk_GetErrorMsg(h), "zelk_ProcessFrame: Unsupported processing setup.");
+    EXPECT_EQ(handleprobe::run(h).next, 0);
+    EXPECT_EQ(handleprobe::run(h).frames, 0);
 }
 
 TEST(FramePath, ObjectsBeyondTheRecordsAreCountedAndRefused)
 {
-    LoadedRun run;
+    constexpr int Wide = 601;
+    LoadedRun run(lineScanProject(Wide));
     ZelkHandle* h = run.h;
     ASSERT_EQ(zelk_SetSegmentation(h, 1), 0);
     ASSERT_EQ(zelk_StartAcquisition(h), 0);
-    h->segmentation.maxObjects = 2;
-    const auto three = frame<float>({0, 3, 6}), empty = frame<float>({});
-    ASSERT_EQ(zelk_ProcessFrame(h, three.data()), 0);
+    // Leaf at every other pixel: 301 objects, one more than the 300 records of a handle,
+    // all finished by the pass of line 20.
+    std::vector<float> many(size_t(Wide) * Bands, 0.0f), empty = many;
+    for (int c = 0; c < Wide; c += 2)
+        many[size_t(Wide + c)] = 10;
+    ASSERT_EQ(zelk_ProcessFrame(h, many.data()), 0);
     int result = 0;
-    while (h->ring.frameCount <= 20)
+    for (int line = 1; line <= 20; ++line)
         result = zelk_ProcessFrame(h, empty.data());
     EXPECT_EQ(result, -160);
-    EXPECT_EQ(h->segmentation.count, 3);
-    EXPECT_EQ(h->segmentation.serial, 3);
+    EXPECT_EQ(zelk_GetObjCount(h), 301);
+    EXPECT_EQ(handleprobe::run(h).objectSerial, 301);
+    int* record = nullptr;
+    ASSERT_EQ(zelk_GetObjDataInt(h, 299, &record), 0);
+    EXPECT_EQ(record[ZELK_OBJ_NUMBER], 300);
     EXPECT_STREQ(zelk_GetErrorMsg(h), "zelk_ProcessFrame: Max number of objects per frame reached");
+}
+
+// Camera type 10 with a reference pair of dark 100 and white 102: gain 0.5, so a raw
+// count of 120 is reflectance 10, a leaf. A loaded correction makes its frames raw
+// counts.
+void loadReferences(LoadedRun& run, int width = Width)
+{
+    const auto level = [](int count) { return [count](int, int, int) { return double(count); }; };
+    ASSERT_TRUE(fixtures::writeUInt16Scan(run.dir.filePath("whiteReference"), ".bin", width, 1, Bands, level(102)));
+    ASSERT_TRUE(fixtures::writeUInt16Scan(run.dir.filePath("darkReference"), ".bin", width, 1, Bands, level(100)));
+    ASSERT_EQ(zelk_LoadCorrection(run.h, run.dir.path().toLatin1(), nullptr), 0) << zelk_GetErrorMsg(run.h);
 }
 
 TEST(FramePath, TypesLayoutsAndCorrection)
 {
-    // Raw counts with dark 100 and gain 0.5: 120 becomes 10, a leaf.
-    LoadedRun run;
+    LoadedRun run(projectOfType(10, 0, Width));
     ZelkHandle* h = run.h;
-    h->correction.enabled = true;
-    h->correction.darkRef = QVector<float>(Width * Bands, 100);
-    h->correction.gainRef = QVector<float>(Width * Bands, 0.5f);
-    h->input.sampleType = InputType::UInt16;
+    loadReferences(run);
     ASSERT_EQ(zelk_StartAcquisition(h), 0);
     const auto raw = frame<quint16>({1, 7}, 120, 100);
     ASSERT_EQ(zelk_ProcessFrame(h, raw.data()), 0);
@@ -173,12 +205,24 @@ TEST(FramePath, TypesLayoutsAndCorrection)
     ASSERT_EQ(zelk_SetInputDataLayout(h, 1), 0);
     ASSERT_EQ(zelk_StartAcquisition(h), 0);
     EXPECT_EQ(zelk_ProcessFrame(h, raw.data()), -208);
-    h->input.sampleType = InputType::Float;
-    EXPECT_EQ(zelk_ProcessFrame(h, raw.data()), -209);
-    EXPECT_EQ(h->ring.frameCount, 2); // failed frames count
     ASSERT_EQ(zelk_StopAcquisition(h), 0);
 
-    h->correction.enabled = false;
+    // A handle whose first run took floats keeps taking them, corrected or not.
+    LoadedRun floats;
+    h = floats.h;
+    ASSERT_EQ(zelk_StartAcquisition(h), 0);
+    ASSERT_EQ(zelk_StopAcquisition(h), 0);
+    ASSERT_EQ(zelk_LoadModel(h, writeModel(floats.dir, projectOfType(10, 0, Width), FileKind::Zelk, "typed").toLatin1()), 0);
+    loadReferences(floats);
+    ASSERT_EQ(zelk_SetInputDataLayout(h, 1), 0);
+    ASSERT_EQ(zelk_StartAcquisition(h), 0);
+    EXPECT_EQ(zelk_ProcessFrame(h, raw.data()), -209);
+    EXPECT_EQ(zelk_ProcessFrame(h, raw.data()), -209);
+    EXPECT_EQ(handleprobe::run(h).frames, 2); // failed frames count
+    ASSERT_EQ(zelk_StopAcquisition(h), 0);
+
+    // A load drops the correction.
+    ASSERT_EQ(zelk_LoadModel(h, writeModel(floats.dir, projectOfType(10, 0, Width), FileKind::Zelk, "typed").toLatin1()), 0);
     ASSERT_EQ(zelk_StartAcquisition(h), 0);
     std::vector<float> bip(Width * Bands, 0);
     bip[5 * Bands + 1] = 10;
@@ -187,8 +231,7 @@ TEST(FramePath, TypesLayoutsAndCorrection)
     ASSERT_EQ(zelk_StopAcquisition(h), 0);
 
     // References of the wrong size are refused at start.
-    h->correction.enabled = true;
-    h->correction.darkRef.resize(3);
+    loadReferences(floats, 3);
     ASSERT_EQ(zelk_SetInputDataLayout(h, 2), 0);
     EXPECT_EQ(zelk_StartAcquisition(h), -4304);
 }

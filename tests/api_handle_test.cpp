@@ -1,7 +1,6 @@
 // Handles, the error scheme and the text buffer.
 
 #include "runtime/export.h"
-#include "runtime/handle.h"
 #include "runtime/report.h"
 #include "test_handle.h"
 

@@ -6,7 +6,7 @@
 // and 1. Bands 0 and 2 carry large values that would show in any output that read them.
 
 #include "model_files.h"
-#include "runtime/handle.h"
+#include "runtime/handle_probe.h"
 #include "runtime/report.h"
 #include "spectral_fixtures.h"
 #include "test_handle.h"
@@ -43,22 +43,58 @@ double sample(int f, int p, int b)
 
 bool isLeaf(double band1) { return band1 > 5; } // nearer the leaf centre (10, 0)
 
+// The project of a camera of another kind: 19 with acquisition type 4 gives 16-bit
+// frames, 10 takes a pair of references.
+Project ofType(Project p, int type, int acqType = 0)
+{
+    p.type = p.images[0].imageType = type;
+    p.acqType = acqType;
+    return p;
+}
+
+// Describes a camera of five bands halfway between the project's and switches
+// resampling on for the next load.
+void describeFiveBandCamera(ZelkHandle* h, const QTemporaryDir& dir, int width)
+{
+    const QString header = writeFiveBandCameraHeader(dir, width);
+    ASSERT_EQ(zelk_SetDeviceWavelengthsFromENVIHeaderFile(h, header.toLatin1().constData()), 0);
+    ASSERT_EQ(zelk_SetResamplingWavelengthsGrid(h, 900, 100, 1200), 0);
+    testing::internal::CaptureStdout();
+    ASSERT_EQ(zelk_SetResampling(h, 1), 0);
+    testing::internal::GetCapturedStdout();
+}
+
 struct LoadedRun {
     QTemporaryDir dir;
     TestHandle h;
-    explicit LoadedRun(const Project& p) { EXPECT_EQ(zelk_LoadModel(h, writeModel(dir, p).toLatin1()), 0); }
+    explicit LoadedRun(const Project& p, bool resampling = false)
+    {
+        if (resampling)
+            describeFiveBandCamera(h, dir, Width);
+        EXPECT_EQ(zelk_LoadModel(h, writeModel(dir, p).toLatin1()), 0);
+    }
+
+    // A reference pair of camera type 10 of `width` pixels, one line of `dark` and
+    // `dark` + `span` counts per band.
+    void loadPair(int width, int bands, int dark, int span)
+    {
+        const auto level = [](int count) { return [count](int, int, int) { return double(count); }; };
+        ASSERT_TRUE(fixtures::writeUInt16Scan(dir.filePath("whiteReference"), ".bin", width, 1, bands, level(dark + span)));
+        ASSERT_TRUE(fixtures::writeUInt16Scan(dir.filePath("darkReference"), ".bin", width, 1, bands, level(dark)));
+        ASSERT_EQ(zelk_LoadCorrection(h, dir.path().toLatin1(), nullptr), 0) << zelk_GetErrorMsg(h);
+    }
 };
 
-// Checks the outputs, plain and masked, and the decisions of the last frame against
-// the corrected spectra `z` (BIL, project bands).
-void expectFrame(ZelkHandle* h, const std::vector<double>& z, int variables)
+// Checks the outputs, plain and, with segmentation on, masked, and the decisions of
+// the last frame against the corrected spectra `z` (BIL, project bands).
+void expectFrame(ZelkHandle* h, const std::vector<double>& z, int variables, bool segmentation)
 {
     const unsigned char* decisions = zelk_GetFrameDecisions(h);
     ASSERT_NE(decisions, nullptr);
     for (int v = 0; v < variables; ++v) {
         std::vector<float> plain(Width), masked(Width);
         std::copy_n(zelk_GetFrameRegOutputVar(h, v, 0, 0), Width, plain.begin());
-        if (h->segmentation.enabled)
+        if (segmentation)
             std::copy_n(zelk_GetFrameRegOutputVar(h, v, 1, -7), Width, masked.begin());
         for (int p = 0; p < Width; ++p) {
             double x[Bands];
@@ -67,7 +103,7 @@ void expectFrame(ZelkHandle* h, const std::vector<double>& z, int variables)
             const double y = expectedOutputs(x, variables)[size_t(v)];
             EXPECT_NEAR(plain[size_t(p)], y, 1e-3) << "variable " << v << " pixel " << p;
             EXPECT_EQ(decisions[p], isLeaf(x[1]) ? 1 : 0) << "pixel " << p;
-            if (h->segmentation.enabled)
+            if (segmentation)
                 EXPECT_NEAR(masked[size_t(p)], isLeaf(x[1]) ? y : -7.0, 1e-3) << "variable " << v << " pixel " << p;
         }
     }
@@ -96,10 +132,11 @@ TEST(RegressionVariant, OutputsAndObjectMeansFollowTheChain)
     for (int variables : {1, 2}) {
         for (int type : {1, 2}) {
             SCOPED_TRACE(testing::Message() << variables << " variables, data type " << type);
-            LoadedRun run(regressionProject(Width, variables));
+            const Project p = regressionProject(Width, variables);
+            LoadedRun run(type == 1 ? ofType(p, 19, 4) : p);
             ZelkHandle* h = run.h;
-            ASSERT_EQ(h->project->processingSetup, 7);
-            h->input.sampleType = InputType(type);
+            ASSERT_EQ(handleprobe::processingSetup(h), 7);
+            ASSERT_EQ(zelk_GetInputDataType(h), type);
             ASSERT_EQ(zelk_SetSegmentation(h, 1), 0);
             ASSERT_EQ(zelk_StartAcquisition(h), 0);
             ASSERT_EQ(zelk_GetRegVarCount(h), variables);
@@ -118,7 +155,7 @@ TEST(RegressionVariant, OutputsAndObjectMeansFollowTheChain)
                         real[i] = float(z[i]);
                     }
                 ASSERT_EQ(zelk_ProcessFrame(h, type == 1 ? static_cast<const void*>(raw.data()) : real.data()), 0);
-                expectFrame(h, z, variables);
+                expectFrame(h, z, variables, true);
                 for (int p = 0; p < Width; ++p) {
                     double x[Bands];
                     for (int b = 0; b < Bands; ++b)
@@ -163,8 +200,8 @@ TEST(RegressionVariant, CorrectsAllBandsWithTheReferencesOfTheMoment)
         ASSERT_EQ(zelk_LoadCorrection(h, run.dir.path().toLatin1(), nullptr), 0) << zelk_GetErrorMsg(h);
     };
     loadPair(100, 20);
-    ASSERT_EQ(h->project->processingSetup, 3);
-    h->input.sampleType = InputType::UInt16;
+    ASSERT_EQ(handleprobe::processingSetup(h), 3);
+    ASSERT_EQ(zelk_GetInputDataType(h), 1); // corrected frames are raw counts
     ASSERT_EQ(zelk_StartAcquisition(h), 0);
 
     for (int pair = 0; pair < 2; ++pair) {
@@ -172,41 +209,36 @@ TEST(RegressionVariant, CorrectsAllBandsWithTheReferencesOfTheMoment)
             loadPair(40, 7);
         std::vector<quint16> raw(Width * Bands);
         std::vector<double> z(raw.size());
+        const handleprobe::Correction loaded = handleprobe::correction(h);
+        ASSERT_EQ(loaded.dark.size(), Width * Bands);
         for (int i = 0; i < Width * Bands; ++i) {
-            const float dark = h->correction.darkRef[i], gain = h->correction.gainRef[i];
+            const float dark = loaded.dark[i], gain = loaded.gain[i];
             raw[size_t(i)] = quint16(std::lround(dark + sample(0, i % Width, i / Width) / gain));
             z[size_t(i)] = (float(raw[size_t(i)]) - dark) * gain;
         }
         ASSERT_EQ(zelk_ProcessFrame(h, raw.data()), 0);
-        expectFrame(h, z, 2);
+        expectFrame(h, z, 2, false);
     }
 }
 
 TEST(ResamplingVariant, CameraFramesAreInterpolatedOntoTheProjectBands)
 {
     // Five camera bands halfway between the project's 900 to 1200 nm: each project band
-    // is the rounded mean of its two neighbours.
+    // is the rounded mean of its two neighbours. Raw frames come from a camera of type
+    // 19; corrected ones from one of type 10 whose references, on the project's bands,
+    // are dark 2 and white 4: gain 0.5.
     for (bool corrected : {false, true}) {
         SCOPED_TRACE(corrected ? "corrected" : "raw");
-        QTemporaryDir dir;
-        TestHandle h;
-        const QString header = writeFiveBandCameraHeader(dir, Width);
-        ASSERT_EQ(zelk_SetDeviceWavelengthsFromENVIHeaderFile(h, header.toLatin1().constData()), 0);
-        ASSERT_EQ(zelk_SetResamplingWavelengthsGrid(h, 900, 100, 1200), 0);
-        testing::internal::CaptureStdout();
-        ASSERT_EQ(zelk_SetResampling(h, 1), 0);
-        testing::internal::GetCapturedStdout();
-        ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, regressionProject(Width)).toLatin1()), 0);
-        ASSERT_EQ(h.h->project->processingSetup, 9);
+        const Project p = corrected ? ofType(regressionProject(Width), 10) : ofType(regressionProject(Width), 19, 4);
+        LoadedRun run(p, true);
+        ZelkHandle* h = run.h;
+        ASSERT_EQ(handleprobe::processingSetup(h), 9);
         ASSERT_EQ(zelk_GetInputBands(h), 5);
-        h.h->input.sampleType = InputType::UInt16;
-        if (corrected) {
-            h.h->correction.enabled = true;
-            h.h->correction.darkRef = QVector<float>(Width * Bands, 2);
-            h.h->correction.gainRef = QVector<float>(Width * Bands, 0.5f);
-        }
+        if (corrected)
+            run.loadPair(Width, Bands, 2, 2);
+        ASSERT_EQ(zelk_GetInputDataType(h), 1);
         ASSERT_EQ(zelk_SetSegmentation(h, 1), 0);
-        ASSERT_EQ(zelk_StartAcquisition(h), 0);
+        ASSERT_EQ(zelk_StartAcquisition(h), 0) << zelk_GetErrorMsg(h);
 
         // Camera bands 1 and 2 around the leaf feature, 3 and 4 around the small one; odd
         // sums make the halves that round away from zero.
@@ -224,59 +256,85 @@ TEST(ResamplingVariant, CameraFramesAreInterpolatedOntoTheProjectBands)
                 z[size_t(b * Width + p)] = corrected ? (mean - 2) * 0.5 : mean;
             }
         ASSERT_EQ(zelk_ProcessFrame(h, camera.data()), 0);
-        expectFrame(h, z, 2);
-
-        // Float frames are not resampled: -1 with no text, and the ring row stays as it was.
-        const int code = zelk_GetErrorCode(h);
-        QImage& ring = *h.h->ring.labels;
-        std::fill_n(ring.scanLine(h.h->ring.nextRow), Width, quint8(77));
-        h.h->input.sampleType = InputType::Float;
-        EXPECT_EQ(zelk_ProcessFrame(h, camera.data()), -1);
-        EXPECT_EQ(zelk_GetErrorCode(h), code);
-        EXPECT_EQ(QByteArray(reinterpret_cast<const char*>(zelk_GetFrameDecisions(h)), Width), QByteArray(Width, char(77)));
+        expectFrame(h, z, 2, true);
     }
+}
+
+TEST(ResamplingVariant, FloatFramesAreNotResampled)
+{
+    // A first run of float frames without resampling leaves leaf at columns 0 and 1 in
+    // row 0 of the ring and fixes the handle's sample type. Resampled, the same frames
+    // give -1 with no text and leave the ring row as it was.
+    LoadedRun run(regressionProject(Width));
+    ZelkHandle* h = run.h;
+    ASSERT_EQ(zelk_StartAcquisition(h), 0);
+    std::vector<float> frame(Width * Bands, 0.0f);
+    frame[Width + 0] = frame[Width + 1] = 10;
+    ASSERT_EQ(zelk_ProcessFrame(h, frame.data()), 0);
+    const QByteArray before(reinterpret_cast<const char*>(zelk_GetFrameDecisions(h)), Width);
+    ASSERT_EQ(before, QByteArray::fromHex("0101000000000000"));
+    ASSERT_EQ(zelk_StopAcquisition(h), 0);
+
+    describeFiveBandCamera(h, run.dir, Width);
+    ASSERT_EQ(zelk_LoadModel(h, writeModel(run.dir, regressionProject(Width)).toLatin1()), 0);
+    ASSERT_EQ(handleprobe::processingSetup(h), 9);
+    ASSERT_EQ(zelk_StartAcquisition(h), 0) << zelk_GetErrorMsg(h);
+    const int code = zelk_GetErrorCode(h);
+    const std::string text = zelk_GetErrorMsg(h);
+    std::vector<float> camera(size_t(Width) * 5, 0.0f);
+    for (int p = 2; p <= 4; ++p)
+        camera[size_t(Width + p)] = camera[size_t(2 * Width + p)] = 10;
+    EXPECT_EQ(zelk_ProcessFrame(h, camera.data()), -1);
+    EXPECT_EQ(zelk_GetErrorCode(h), code);
+    EXPECT_EQ(zelk_GetErrorMsg(h), text);
+    EXPECT_EQ(QByteArray(reinterpret_cast<const char*>(zelk_GetFrameDecisions(h)), Width), before);
 }
 
 TEST(FrameVariants, RefuseWhatTheyCannotRun)
 {
-    using Change = std::function<void(ZelkHandle*)>;
-    const QVector<float> refs(Width * Bands, 1);
+    using Change = std::function<void(LoadedRun&)>;
+    const Project floats = regressionProject(Width), counts = ofType(floats, 19, 4), pairs = ofType(floats, 10);
     struct Case {
         const char* name;
-        Change change; // applied to a running acquisition of set-up 7
+        Project project; // of set-up 7, or 9 with `resampling`
+        bool resampling;
+        Change change; // applied to the running acquisition
         int code;
         const char* text; // null: no text is stored
     };
+    const auto layout = [](unsigned l) { return [l](LoadedRun& r) { ASSERT_EQ(zelk_SetInputDataLayout(r.h, l), 0); }; };
+    const auto forceType = [](LoadedRun& r) { handleprobe::forceInputDataType(r.h, 3); };
     const std::vector<Case> cases = {
-        {"BIL of another type", [](ZelkHandle* h) { h->input.sampleType = InputType(3); }, -208, "zelk_ProcessFrame: Unsupported data type."},
-        {"BIP of 16 bits", [](ZelkHandle* h) { h->input.layout = InputLayout::BIP, h->input.sampleType = InputType::UInt16; }, -208,
-         "zelk_ProcessFrame: Unsupported data type."},
-        {"BIP corrected", [&](ZelkHandle* h) { h->input.layout = InputLayout::BIP, h->correction.enabled = true, h->correction.darkRef = h->correction.gainRef = refs; },
-         -209, "zelk_ProcessFrame: Correction not supported for the BIP frame layout type"},
-        {"BIP", [](ZelkHandle* h) { h->input.layout = InputLayout::BIP; }, -208, "zelk_ProcessFrame: Regression needs frames in the BIL layout."},
-        {"BSQ", [](ZelkHandle* h) { h->input.layout = InputLayout::BSQ; }, -208, "zelk_ProcessFrame: Unsupported data layout (3)."},
-        {"width changed", [](ZelkHandle* h) { zelk_SetInputWidth(h, Width - 2); }, -199,
+        {"BIL of another type", floats, false, forceType, -208, "zelk_ProcessFrame: Unsupported data type."},
+        {"BIP of 16 bits", counts, false, layout(1), -208, "zelk_ProcessFrame: Unsupported data type."},
+        // The references loaded during the run of float frames.
+        {"BIP corrected", pairs, false, [&](LoadedRun& r) { r.loadPair(Width, Bands, 1, 1), layout(1)(r); }, -209,
+         "zelk_ProcessFrame: Correction not supported for the BIP frame layout type"},
+        {"BIP", floats, false, layout(1), -208, "zelk_ProcessFrame: Regression needs frames in the BIL layout."},
+        {"BSQ", floats, false, layout(3), -208, "zelk_ProcessFrame: Unsupported data layout (3)."},
+        {"width changed", floats, false, [](LoadedRun& r) { zelk_SetInputWidth(r.h, Width - 2); }, -199,
          "zelk_ProcessFrame: Frame width changed during acquisition."},
-        {"references of another size", [](ZelkHandle* h) { h->correction.enabled = true, h->correction.darkRef = h->correction.gainRef = QVector<float>(3, 1); },
-         -4304, "zelk_ProcessFrame: Invalid correction information"},
-        {"resampling a float frame", [](ZelkHandle* h) { h->project->processingSetup = 9; }, -1, nullptr},
-        {"resampling without a resampler", [](ZelkHandle* h) { h->project->processingSetup = 9, h->input.sampleType = InputType::UInt16; }, -199,
-         "zelk_ProcessFrame: The resampler does not fit the frames."},
-        {"resampling another type", [](ZelkHandle* h) { h->project->processingSetup = 9, h->input.sampleType = InputType(3); }, -208,
-         "zelk_ProcessFrame: Unsupported data type."},
+        {"references of another size", pairs, false, [](LoadedRun& r) { r.loadPair(3, Bands, 1, 1); }, -4304,
+         "zelk_ProcessFrame: Invalid correction information"},
+        {"resampling a float frame", floats, true, {}, -1, nullptr},
+        {"resampling with a resampler of another width", counts, true,
+         [](LoadedRun& r) { describeFiveBandCamera(r.h, r.dir, Width + 1); }, -199, "zelk_ProcessFrame: The resampler does not fit the frames."},
+        {"resampling another type", counts, true, forceType, -208, "zelk_ProcessFrame: Unsupported data type."},
     };
-    const std::vector<float> frame(Width * Bands, 1);
+    const std::vector<float> frame(size_t(Width) * 5, 1);
     for (const Case& c : cases) {
         SCOPED_TRACE(c.name);
-        LoadedRun run(regressionProject(Width));
+        LoadedRun run(c.project, c.resampling);
         ZelkHandle* h = run.h;
-        ASSERT_EQ(zelk_StartAcquisition(h), 0);
-        c.change(h);
+        ASSERT_EQ(handleprobe::processingSetup(h), c.resampling ? 9 : 7);
+        ASSERT_EQ(zelk_StartAcquisition(h), 0) << zelk_GetErrorMsg(h);
+        if (c.change)
+            c.change(run);
         logToHandle(h, QStringLiteral("before"));
         EXPECT_EQ(zelk_ProcessFrame(h, frame.data()), c.code);
         EXPECT_STREQ(zelk_GetErrorMsg(h), c.text ? c.text : "before");
-        EXPECT_EQ(h->ring.frameCount, 1); // failed frames are counted and use their ring row
-        EXPECT_EQ(h->ring.nextRow, 1);
+        EXPECT_EQ(handleprobe::run(h).frames, 1); // failed frames are counted and use their ring row
+        EXPECT_EQ(handleprobe::run(h).next, 1);
     }
 }
 
@@ -291,16 +349,15 @@ TEST(FrameVariants, StartRefusesChainsThatCannotRun)
     LoadedRun noScaling(p);
     EXPECT_EQ(zelk_StartAcquisition(noScaling.h), -304);
     EXPECT_TRUE(QString(zelk_GetErrorMsg(noScaling.h)).startsWith("zelk_StartAcquisition: Regression model cannot run ("));
-    EXPECT_FALSE(noScaling.h.h->isAcquiring());
+    EXPECT_EQ(zelk_StopAcquisition(noScaling.h), -171); // it did not start
 
     // A camera of another width than the frames.
-    LoadedRun resampled(regressionProject(Width));
-    ZelkHandle* h = resampled.h;
-    h->project->processingSetup = 9;
-    h->resampling.resampler = std::make_unique<ZelkResampler>();
-    const QVector<double> camera{850, 950, 1050, 1150, 1250}, project{900, 1000, 1100, 1200};
-    ASSERT_EQ(h->resampling.resampler->init(Width + 1, ZelkBandSet(&camera), ZelkBandSet(&project)), 0);
-    h->input.bands = 5;
+    QTemporaryDir dir;
+    TestHandle h;
+    describeFiveBandCamera(h, dir, Width + 1);
+    ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, regressionProject(Width)).toLatin1()), 0);
+    ASSERT_EQ(handleprobe::processingSetup(h), 9);
+    ASSERT_EQ(zelk_GetInputBands(h), 5);
     EXPECT_EQ(zelk_StartAcquisition(h), -404);
     ASSERT_EQ(zelk_SetInputWidth(h, Width + 1), 0);
     EXPECT_EQ(zelk_StartAcquisition(h), 0);

@@ -1,76 +1,123 @@
 // Reading the results of the last frame or cube, the vocabulary of decisions and
 // variables, and exporting the decision image; and what each query call reports for a
-// null handle.
+// null handle. The results come from runs of the models of model_files.h.
 
-#include "runtime/handle.h"
-#include "segment_support.h"
+#include "model_files.h"
+#include "runtime/handle_probe.h"
+#include "saved_decisions.h"
 #include "test_handle.h"
 
 #include <QFile>
 #include <QTemporaryDir>
 #include <gtest/gtest.h>
-#include <cstring>
+#include <algorithm>
 #include <functional>
 #include <string>
 
+using namespace modelfiles;
+
 namespace {
+
+constexpr int Width = 8, Bands = 4;
 
 std::string message(ZelkHandle* h)
 {
     return zelk_GetErrorMsg(h);
 }
 
-// A handle after a run: a project with a classifier of three classes, and objects
-// whose records have distinct entries.
-struct RunHandle : TestHandle {
-    RunHandle()
-    {
-        h->project = std::make_unique<ZelkProject>();
-        auto& c = h->project->classifier = std::make_unique<ZelkClassifier>();
-        c->classNames = QStringList{"sand", "stone", "glass"};
-        c->colourTable.fill(0, 256);
-        c->colourTable[0] = int(0xFF123456u);
-        c->colourTable[2] = 0x00ABCDEF;
-        c->colourTable[3] = 0x00010203; // read for the rejected decision only if it were a class
-    }
+// A BIL float frame of `width` pixels: band 1 is 10 ("leaf") at the listed columns, 0
+// ("bg") elsewhere; band 3 is `band3` everywhere.
+std::vector<float> frame(std::initializer_list<int> leafColumns, int width = Width, float band3 = 0)
+{
+    std::vector<float> f(size_t(width) * Bands, 0.0f);
+    for (int p = 0; p < width; ++p)
+        f[size_t(3 * width + p)] = band3;
+    for (int c : leafColumns)
+        f[size_t(width + c)] = 10;
+    return f;
+}
 
-    // `count` records; entry k of record i holds 1000 * i + k.
-    void setObjects(int count)
+// A handle with a model loaded; `load` replaces it.
+struct Loaded {
+    QTemporaryDir dir;
+    TestHandle h;
+    int models = 0;
+    explicit Loaded(const Project& p) { load(p); }
+    void load(const Project& p)
     {
-        h->segmentation.count = count;
-        for (int i = 0; i < std::min(count, h->segmentation.maxObjects); ++i)
-            for (int k = 0; k < ObjectRecordInts; ++k)
-                h->segmentation.records[size_t(i) * ObjectRecordInts + k] = 1000 * i + k;
+        const QString name = QStringLiteral("model%1").arg(models++);
+        EXPECT_EQ(zelk_LoadModel(h, writeModel(dir, p, FileKind::Zelk, name).toLatin1()), 0) << zelk_GetErrorMsg(h);
     }
-
-    // The project's segmenter, compiled, borrowed by the handle as during a run.
-    ZelkSegmenter& runSegmenter(std::unique_ptr<ZelkSegmenter> s)
-    {
-        EXPECT_EQ(s->compile(), 0);
-        h->project->segmenter = std::move(s);
-        h->segmentation.segmenter = h->project->segmenter.get();
-        return *h->segmentation.segmenter;
-    }
-
-    // A line-scan decision ring of `width` pixels with a palette of distinct colours.
-    void makeRing(int width)
-    {
-        h->input.lineScan = true;
-        h->input.width = width;
-        h->ring.labels = std::make_unique<QImage>(width, h->ring.rows, QImage::Format_Indexed8);
-        h->ring.labels->fill(0);
-        QVector<QRgb> palette(256);
-        for (int i = 0; i < 256; ++i)
-            palette[i] = qRgb(i, 255 - i, i / 2);
-        palette[255] = 0xFFFFFFFFu;
-        h->ring.labels->setColorTable(palette);
-    }
-
-    void setRow(int row, const std::vector<quint8>& decisions)
-    {
-        std::memcpy(h->ring.labels->scanLine(row), decisions.data(), decisions.size());
-    }
+    operator ZelkHandle*() const { return h; }
 };
+
+// Runs frames with segmentation on: `leaf(line)` lists the leaf columns of each line.
+// The objects of the last frame stay readable.
+void runFrames(ZelkHandle* h, int lines, const std::function<std::vector<int>(int)>& leaf, int width = Width)
+{
+    for (int line = 0; line < lines; ++line) {
+        std::vector<float> f(size_t(width) * Bands, 0.0f);
+        for (int c : leaf(line))
+            f[size_t(width + c)] = 10;
+        zelk_ProcessFrame(h, f.data());
+    }
+}
+
+// Line-scan segmentation of "leaf" with its decisions apart (mask 1) or all
+// foreground together (mask 2), started.
+void startSegmented(Loaded& run)
+{
+    ASSERT_EQ(zelk_SetSegmentation(run, 1), 0);
+    ASSERT_EQ(zelk_StartAcquisition(run), 0) << zelk_GetErrorMsg(run);
+}
+
+Project withMask(int objMask)
+{
+    Project p = lineScanProject(Width);
+    p.segmenter = segmenterBytes(leafObjects(objMask));
+    return p;
+}
+
+// The three classes "sand", "stone" and "glass", with rejection when asked, and the
+// project colours 0x123456 for sand, none for stone (black) and 0xABCDEF for glass.
+Project vocabularyProject(bool reject)
+{
+    ClassifierSpec c = twoCentreClassifier();
+    c.classNames = QStringList{"sand", "stone", "glass"};
+    c.classCodes = {0, 1, 2};
+    c.classFlags = {false, true, true};
+    c.network->unitCount = 3;
+    c.network->classCount = 3;
+    c.network->classNames = c.classNames;
+    c.network->centres = TypedArray::floats({2, 3, 1, 1}, {0, 0, 10, 0, 20, 0});
+    c.network->gammas = TypedArray::floats({3, 1, 1, 1}, {-1, -1, -1});
+    c.network->outputWeights = TypedArray::floats({4, 3, 1, 1}, {0, 1, 0, 0, 0, 0, 1, 0, 0, 0, 0, 1});
+    c.network->unitTags = QVector<qint32>{0, 1, 2};
+    c.roc->rowLength = 3;
+    c.roc->weightTable = QVector<float>{1, 1, 1};
+    c.rejectEnabled = reject;
+    if (reject)
+        c.rejectThresholds = QVector<float>{0.5f, 0.5f, 0.5f};
+    Project p = lineScanProject(Width);
+    p.classNames = QStringList{"Unknown", "sand", "stone", "glass"};
+    p.classColors = {QColor(0, 0, 0, 0), QColor(0x12, 0x34, 0x56), QColor(0, 0, 0, 0), QColor(0xAB, 0xCD, 0xEF)};
+    p.classForeground = QVector<bool>{false, false, true, true};
+    p.classifier = classifierBytes(c);
+    p.segmenter.reset();
+    return p;
+}
+
+// Object index `index` is refused with -161 and `text`, and *out stays.
+void expectIndexRefused(ZelkHandle* h, int index, const char* text)
+{
+    SCOPED_TRACE(text);
+    int sentinel = 0;
+    int* record = &sentinel;
+    EXPECT_EQ(zelk_GetObjDataInt(h, index, &record), -161);
+    EXPECT_EQ(record, &sentinel);
+    EXPECT_EQ(zelk_GetErrorCode(h), -161);
+    EXPECT_EQ(message(h), text);
+}
 
 } // namespace
 
@@ -114,239 +161,301 @@ TEST(Results, NullHandleReportsInTheGlobalPairUnderTheCallsName)
 
 TEST(Results, ObjectIndexIsCheckedAgainstTheCountAndTheStoredRecords)
 {
-    RunHandle h;
-    h.setObjects(3);
-    EXPECT_EQ(zelk_GetObjCount(h), 3);
+    // Three single-pixel leaves of line 0, at columns 0, 3 and 6, finished together by
+    // the pass of line 20.
+    Loaded run(lineScanProject(Width));
+    startSegmented(run);
+    runFrames(run, 21, [](int line) { return line == 0 ? std::vector<int>{0, 3, 6} : std::vector<int>{}; });
+    ASSERT_EQ(zelk_GetObjCount(run), 3);
+    std::vector<int> columns;
     for (int i = 0; i < 3; ++i) {
         int* record = nullptr;
-        ASSERT_EQ(zelk_GetObjDataInt(h, i, &record), 0);
+        ASSERT_EQ(zelk_GetObjDataInt(run, i, &record), 0);
         ASSERT_NE(record, nullptr);
-        EXPECT_EQ(record[0], 1000 * i);
-        EXPECT_EQ(record[29], 1000 * i + 29);
+        EXPECT_EQ(record[ZELK_OBJ_NUMBER], i + 1);
+        EXPECT_EQ(record[ZELK_OBJ_PIXEL_COUNT], 1);
+        EXPECT_EQ(record[ZELK_OBJ_FIRST_COLUMN], record[ZELK_OBJ_LAST_COLUMN]);
+        EXPECT_EQ(record[ZELK_OBJ_RECORD_INTS - 1], 0); // no class counters in this mode
+        columns.push_back(record[ZELK_OBJ_FIRST_COLUMN]);
     }
-    struct Case {
-        int count, index;
-        const char* text;
-    } cases[] = {
-        {3, -1, "zelk_GetObjDataInt: Object index out of bounds (0..2 got -1)"},
-        {3, 3, "zelk_GetObjDataInt: Object index out of bounds (0..2 got 3)"},
-        {0, 0, "zelk_GetObjDataInt: Object index out of bounds (0..-1 got 0)"},
-        // A frame that finished more objects than the handle holds keeps the full count,
-        // but only the stored records can be read.
-        {301, 300, "zelk_GetObjDataInt: Object index out of bounds (0..299 got 300)"},
-    };
-    for (const Case& c : cases) {
-        SCOPED_TRACE(c.text);
-        h.setObjects(c.count);
-        EXPECT_EQ(zelk_GetObjCount(h), c.count);
-        int sentinel = 0;
-        int* record = &sentinel;
-        EXPECT_EQ(zelk_GetObjDataInt(h, c.index, &record), -161);
-        EXPECT_EQ(record, &sentinel);
-        EXPECT_EQ(zelk_GetErrorCode(h), -161);
-        EXPECT_EQ(message(h), c.text);
-    }
+    std::sort(columns.begin(), columns.end());
+    EXPECT_EQ(columns, (std::vector<int>{0, 3, 6}));
+    expectIndexRefused(run, -1, "zelk_GetObjDataInt: Object index out of bounds (0..2 got -1)");
+    expectIndexRefused(run, 3, "zelk_GetObjDataInt: Object index out of bounds (0..2 got 3)");
+    EXPECT_EQ(zelk_GetObjDataInt(run, 0, nullptr), -101);
+    runFrames(run, 1, [](int) { return std::vector<int>{}; }); // finishes none
+    EXPECT_EQ(zelk_GetObjCount(run), 0);
+    expectIndexRefused(run, 0, "zelk_GetObjDataInt: Object index out of bounds (0..-1 got 0)");
+
+    // A frame that finished more objects than the handle holds keeps the full count, but
+    // only the stored records can be read: a leaf at every other one of 601 pixels.
+    constexpr int Wide = 601;
+    Loaded wide(lineScanProject(Wide));
+    startSegmented(wide);
+    runFrames(
+        wide, 21,
+        [](int line) {
+            std::vector<int> leaf;
+            for (int x = 0; line == 0 && x < Wide; x += 2)
+                leaf.push_back(x);
+            return leaf;
+        },
+        Wide);
+    EXPECT_EQ(zelk_GetObjCount(wide), 301);
+    expectIndexRefused(wide, 300, "zelk_GetObjDataInt: Object index out of bounds (0..299 got 300)");
     int* record = nullptr;
-    EXPECT_EQ(zelk_GetObjDataInt(h, 299, &record), 0);
-    EXPECT_EQ(record[0], 299000);
-    EXPECT_EQ(zelk_GetObjDataInt(h, 0, nullptr), -101);
+    EXPECT_EQ(zelk_GetObjDataInt(wide, 299, &record), 0);
+    EXPECT_EQ(record[ZELK_OBJ_NUMBER], 300);
 }
 
 TEST(Results, ClassSizesNeedAllForegroundModeAndAClassIndexUpTo20)
 {
-    RunHandle h;
-    h.setObjects(2);
-    h.h->segmentation.records[ObjectRecordInts + 7] = 40; // pixels of object 1; its entry 9 + c is 1009 + c
+    // Two leaf objects: one pixel at column 1 of line 0, four at columns 5 and 6 of lines
+    // 0 and 1. In 'All foreground' mode a record counts its pixels per decision: all of
+    // them "leaf" (code 1).
+    const auto twoObjects = [](int line) {
+        return line == 0 ? std::vector<int>{1, 5, 6} : line == 1 ? std::vector<int>{5, 6} : std::vector<int>{};
+    };
+    Loaded all(withMask(2)), apart(withMask(1));
+    for (Loaded* run : {&all, &apart}) {
+        startSegmented(*run);
+        runFrames(*run, 21, twoObjects);
+        ASSERT_EQ(zelk_GetObjCount(*run), 2);
+    }
+    std::vector<int> sizes;
+    for (int i = 0; i < 2; ++i) {
+        int* record = nullptr;
+        ASSERT_EQ(zelk_GetObjDataInt(all, i, &record), 0);
+        sizes.push_back(record[ZELK_OBJ_PIXEL_COUNT]);
+        EXPECT_EQ(zelk_GetObjDataClassSize(all, i, 1), record[ZELK_OBJ_PIXEL_COUNT]);
+        EXPECT_EQ(zelk_GetObjDataClassSize(all, i, 0), 0);
+        EXPECT_EQ(zelk_GetObjDataClassSize(all, i, 20), 0);
+        EXPECT_FLOAT_EQ(zelk_GetObjDataClassFrac(all, i, 1), 1.0f);
+        EXPECT_EQ(zelk_GetObjDataClassFrac(all, i, 20), 0.0f);
+    }
+    std::sort(sizes.begin(), sizes.end());
+    EXPECT_EQ(sizes, (std::vector<int>{1, 4}));
+    EXPECT_EQ(zelk_GetErrorCode(all), 0);
+
     struct Case {
-        int objMask; // 0: no segmenter (acquisition stopped)
+        Loaded* run;
+        bool stopped; // the acquisition stopped first: no segmenter is lent
         int index;
         unsigned classIndex;
         int code;
         const char* text;
     } cases[] = {
-        {2, 1, 0, 1009, nullptr},
-        {2, 1, 20, 1029, nullptr},
-        {2, 1, 21, -162, "%1: Class index out of bounds (0..20, got 1)"},
-        {2, 0, unsigned(-1), -162, "%1: Class index out of bounds (0..20, got 0)"},
-        {2, 2, 0, -161, "%1: Object index out of bounds (0..1 got 2)"},
-        {1, 1, 0, -163, "%1: Segmentation not set to required 'All foreground' mode."},
-        {1, -1, 0, -161, "%1: Object index out of bounds (0..1 got -1)"},
-        {0, 1, 0, -163, "%1: Segmentation not set to required 'All foreground' mode."},
+        {&all, false, 1, 21, -162, "%1: Class index out of bounds (0..20, got 1)"},
+        {&all, false, 0, unsigned(-1), -162, "%1: Class index out of bounds (0..20, got 0)"},
+        {&all, false, 2, 0, -161, "%1: Object index out of bounds (0..1 got 2)"},
+        {&apart, false, 1, 0, -163, "%1: Segmentation not set to required 'All foreground' mode."},
+        {&apart, false, -1, 0, -161, "%1: Object index out of bounds (0..1 got -1)"},
+        {&all, true, 1, 0, -163, "%1: Segmentation not set to required 'All foreground' mode."},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.objMask << " " << c.index << " " << c.classIndex);
-        if (c.objMask)
-            h.runSegmenter(segtest::definition({0, 1, 1}, c.objMask));
-        else
-            h.h->segmentation.segmenter = nullptr;
-        h.h->error.code = 0;
+        SCOPED_TRACE(testing::Message() << c.stopped << " " << c.index << " " << c.classIndex);
+        ZelkHandle* h = *c.run;
+        if (c.stopped)
+            ASSERT_EQ(zelk_StopAcquisition(h), 0);
         EXPECT_EQ(zelk_GetObjDataClassSize(h, c.index, c.classIndex), c.code);
-        if (c.code >= 0) {
-            EXPECT_FLOAT_EQ(zelk_GetObjDataClassFrac(h, c.index, c.classIndex), float(c.code) / 40.0f);
-            EXPECT_EQ(zelk_GetErrorCode(h), 0);
-            continue;
-        }
         EXPECT_EQ(message(h), QString(c.text).arg("zelk_GetObjDataClassSize").toStdString());
         EXPECT_EQ(zelk_GetObjDataClassFrac(h, c.index, c.classIndex), float(c.code));
         EXPECT_EQ(zelk_GetErrorCode(h), c.code);
         EXPECT_EQ(message(h), QString(c.text).arg("zelk_GetObjDataClassFrac").toStdString());
     }
-    h.runSegmenter(segtest::definition({0, 1}, 2));
-    h.h->segmentation.records[7] = 0; // an object without pixels has fraction 0
-    EXPECT_EQ(zelk_GetObjDataClassFrac(h, 0, 3), 0.0f);
 }
 
 TEST(Results, ObjectRegressionMeansAreRowsOfTheSegmentersTable)
 {
-    RunHandle h;
-    // Two objects with constant values per object, closed by the pass on line 20.
-    const int width = 6, k = 2;
-    auto s = segtest::prepared({0, 1}, width, 1, 2, k);
-    ASSERT_NE(s, nullptr);
-    segtest::Feeder feeder(*s, segtest::Kernel::Values);
-    const std::vector<float> values{1, 10, 1, 10, 0, 0, 0, 0, 3, 30, 3, 30};
-    ASSERT_EQ(feeder.feed(segtest::row("11..11"), values), 0);
-    while (s->currentLine() <= 20)
-        ASSERT_EQ(feeder.feed(segtest::row("......"), std::vector<float>(width * k, 0)), 0);
-    ASSERT_EQ(s->objectCount(), 2);
-    h.h->project->segmenter = std::move(s);
-    ZelkSegmenter& seg = *h.h->project->segmenter;
-    h.h->segmentation.segmenter = &seg;
-    h.setObjects(2);
-    h.h->regression.variableCount = k;
-
-    const float expected[2][k] = {{1, 10}, {3, 30}};
-    for (bool running : {true, false}) {
-        // After a stop the handle no longer borrows the segmenter; the means stay readable.
-        h.h->segmentation.segmenter = running ? &seg : nullptr;
+    // Two objects of line 0, at columns 0 and 1 and at 6 and 7, whose band 3 is 1.5 and
+    // 2.5: "fat" (x3 - 1) * 2 is 1 and 3, "water" fat - (x1 - 2) / 2 + 100 is 97 and 99.
+    Loaded run(regressionProject(Width));
+    startSegmented(run);
+    std::vector<float> first = frame({0, 1, 6, 7});
+    for (int p = 0; p < Width; ++p)
+        first[size_t(3 * Width + p)] = p < 4 ? 1.5f : 2.5f;
+    ASSERT_EQ(zelk_ProcessFrame(run, first.data()), 0);
+    runFrames(run, 20, [](int) { return std::vector<int>{}; });
+    ASSERT_EQ(zelk_GetObjCount(run), 2);
+    const auto expectMeans = [&] {
+        float* table = nullptr;
         for (int i = 0; i < 2; ++i) {
+            int* record = nullptr;
+            ASSERT_EQ(zelk_GetObjDataInt(run, i, &record), 0);
             float* means = nullptr;
-            ASSERT_EQ(zelk_GetObjDataRegOutput(h, i, &means), 0);
-            EXPECT_EQ(means, seg.objectMeans() + i * k);
-            EXPECT_EQ(means[0], expected[i][0]);
-            EXPECT_EQ(means[1], expected[i][1]);
+            ASSERT_EQ(zelk_GetObjDataRegOutput(run, i, &means), 0);
+            if (i == 0)
+                table = means;
+            EXPECT_EQ(means, table + 2 * i); // rows of one table, a value per variable
+            const bool left = record[ZELK_OBJ_FIRST_COLUMN] == 0;
+            EXPECT_FLOAT_EQ(means[0], left ? 1 : 3);
+            EXPECT_FLOAT_EQ(means[1], left ? 97 : 99);
         }
-    }
+    };
+    expectMeans();
+    // After a stop the handle no longer borrows the segmenter; the means stay readable.
+    ASSERT_EQ(zelk_StopAcquisition(run), 0);
+    expectMeans();
     float* means = nullptr;
-    EXPECT_EQ(zelk_GetObjDataRegOutput(h, 2, &means), -161);
-    EXPECT_EQ(message(h), "zelk_GetObjDataRegOut: Object index out of bounds (0..1 got 2)");
-    EXPECT_EQ(zelk_GetObjDataRegOutput(h, 1, nullptr), -101);
-    // A run without regression outputs, or a project loaded since, has no table to point at.
-    h.h->regression.variableCount = 0;
-    EXPECT_EQ(zelk_GetObjDataRegOutput(h, 0, &means), -303);
-    h.h->regression.variableCount = k;
-    h.h->project->segmenter.reset();
-    EXPECT_EQ(zelk_GetObjDataRegOutput(h, 0, &means), -303);
+    EXPECT_EQ(zelk_GetObjDataRegOutput(run, 2, &means), -161);
+    EXPECT_EQ(message(run), "zelk_GetObjDataRegOut: Object index out of bounds (0..1 got 2)");
+    EXPECT_EQ(zelk_GetObjDataRegOutput(run, 1, nullptr), -101);
+    // A project loaded since, or a run without regression outputs, has no table to
+    // point at.
+    run.load(regressionProject(Width));
+    EXPECT_EQ(zelk_GetObjDataRegOutput(run, 0, &means), -303);
+    Loaded plain(lineScanProject(Width));
+    startSegmented(plain);
+    runFrames(plain, 21, [](int line) { return line == 0 ? std::vector<int>{2} : std::vector<int>{}; });
+    ASSERT_EQ(zelk_GetObjCount(plain), 1);
+    EXPECT_EQ(zelk_GetObjDataRegOutput(plain, 0, &means), -303);
     EXPECT_EQ(means, nullptr);
 }
 
 TEST(Results, DecisionBuffersBelongToTheirProjectKind)
 {
-    RunHandle h;
-    h.h->input.lineScan = true;
-    h.h->input.width = 4;
-    EXPECT_EQ(zelk_GetFrameDecisions(h), nullptr); // no start has made the ring yet
-    EXPECT_EQ(zelk_GetErrorCode(h), -120);
-    EXPECT_EQ(message(h), "zelk_GetFrameDecisions: Label image does not exist.");
-    h.makeRing(4);
-    EXPECT_EQ(zelk_GetFrameDecisions(h), h.h->ring.labels->scanLine(0));
-    h.h->ring.lastRow = 499;
-    h.h->ring.nextRow = 0;
-    EXPECT_EQ(zelk_GetFrameDecisions(h), h.h->ring.labels->scanLine(499));
-    h.h->input.width = 5; // a wider model loaded after the run
-    EXPECT_EQ(zelk_GetFrameDecisions(h), nullptr);
-    h.h->input.width = 4;
+    Loaded line(lineScanProject(4));
+    EXPECT_EQ(zelk_GetFrameDecisions(line), nullptr); // no start has made the ring yet
+    EXPECT_EQ(zelk_GetErrorCode(line), -120);
+    EXPECT_EQ(message(line), "zelk_GetFrameDecisions: Label image does not exist.");
+    // Each frame's row, a leaf at column f % 4, is handed out; after 500 frames the
+    // ring has wrapped and the last row is its row 499.
+    ASSERT_EQ(zelk_StartAcquisition(line), 0);
+    for (int f = 0; f < 500; ++f) {
+        const auto leaf = frame({f % 4}, 4);
+        ASSERT_EQ(zelk_ProcessFrame(line, leaf.data()), 0);
+        const unsigned char* d = zelk_GetFrameDecisions(line);
+        ASSERT_NE(d, nullptr);
+        QByteArray expected(4, '\0');
+        expected[f % 4] = 1;
+        ASSERT_EQ(QByteArray(reinterpret_cast<const char*>(d), 4), expected) << f;
+    }
+    EXPECT_EQ(handleprobe::run(line).last, 499);
+    EXPECT_EQ(handleprobe::run(line).next, 0);
+    ASSERT_EQ(zelk_StopAcquisition(line), 0);
+    ASSERT_EQ(zelk_SetInputWidth(line, 5), 0); // wider frames than the ring's rows
+    EXPECT_EQ(zelk_GetFrameDecisions(line), nullptr);
+    ASSERT_EQ(zelk_SetInputWidth(line, 4), 0);
+    EXPECT_NE(zelk_GetFrameDecisions(line), nullptr);
 
-    EXPECT_EQ(zelk_GetCubeDecisions(h), nullptr);
-    EXPECT_EQ(zelk_GetErrorCode(h), -212);
-    EXPECT_EQ(message(h), "zelk_GetCubeDecisions: Snapshot project type expected, got linescan");
+    EXPECT_EQ(zelk_GetCubeDecisions(line), nullptr);
+    EXPECT_EQ(zelk_GetErrorCode(line), -212);
+    EXPECT_EQ(message(line), "zelk_GetCubeDecisions: Snapshot project type expected, got linescan");
 
-    h.h->input.lineScan = false;
-    h.h->input.height = 3;
-    h.h->error.code = 0;
-    EXPECT_EQ(zelk_GetCubeDecisions(h), nullptr); // before the first start
-    EXPECT_EQ(zelk_GetErrorCode(h), 0);
-    h.h->cube.decisions.assign(12, 7);
-    EXPECT_EQ(zelk_GetCubeDecisions(h), h.h->cube.decisions.data());
-    h.h->input.height = 4;
-    EXPECT_EQ(zelk_GetCubeDecisions(h), nullptr);
-    EXPECT_EQ(zelk_GetFrameDecisions(h), nullptr);
-    EXPECT_EQ(zelk_GetErrorCode(h), -211);
-    EXPECT_EQ(message(h), "zelk_GetFrameDecisions: Line-scan project type expected, got snapshot.");
+    // A 4 by 3 cube with a leaf at pixel 5.
+    Loaded cube(snapshotProject(3, 0, 1, 4, 3));
+    EXPECT_EQ(zelk_GetCubeDecisions(cube), nullptr); // before the first start
+    EXPECT_EQ(zelk_GetErrorCode(cube), 0);
+    ASSERT_EQ(zelk_StartAcquisition(cube), 0) << zelk_GetErrorMsg(cube);
+    std::vector<float> pixels(4 * 3 * Bands, 0.0f);
+    pixels[5 * Bands + 1] = 10;
+    ASSERT_EQ(zelk_ProcessCube(cube, pixels.data()), 0) << zelk_GetErrorMsg(cube);
+    const unsigned char* d = zelk_GetCubeDecisions(cube);
+    ASSERT_NE(d, nullptr);
+    QByteArray expected(12, '\0');
+    expected[5] = 1;
+    EXPECT_EQ(QByteArray(reinterpret_cast<const char*>(d), 12), expected);
+    ASSERT_EQ(zelk_StopAcquisition(cube), 0);
+    cube.load(snapshotProject(3, 0, 1, 4, 4)); // a taller cube than the decisions held
+    EXPECT_EQ(zelk_GetCubeDecisions(cube), nullptr);
+    EXPECT_EQ(zelk_GetFrameDecisions(cube), nullptr);
+    EXPECT_EQ(zelk_GetErrorCode(cube), -211);
+    EXPECT_EQ(message(cube), "zelk_GetFrameDecisions: Line-scan project type expected, got snapshot.");
 }
 
 TEST(Results, FrameRegressionVariableIsPickedAndMaskedByTheForeground)
 {
-    RunHandle h;
-    const int width = 4, k = 2;
-    h.makeRing(width);
-    h.h->project->regressor = std::make_unique<ZelkRegressor>();
-    h.h->project->regressor->regVarNames = QStringList{"fat", "water"};
-    h.h->regression.variableCount = k;
-    h.h->regression.outputs = {0.5f, 10, 1.5f, 11, 2.5f, 12, 3.5f, 13};
-    h.h->regression.variableLine.assign(width, -7);
-    // The last frame is the one before the wrap of the ring.
-    h.h->ring.lastRow = 499;
-    h.h->ring.nextRow = 0;
-    h.setRow(499, {0, 1, 2, 255});
-    h.setRow(0, {1, 1, 1, 1});
+    // Lines 17 and 18 hold a leaf at columns 0 and 1, which the pass of line 20 finishes
+    // and marks with 255 down through its centroid, into the last row too; line 20 has a
+    // leaf of its own at column 4. Band 3 is 1 + p / 2 at pixel p, so "fat" (x3 - 1) * 2
+    // is p and "water" fat - (x1 - 2) / 2 + 100 is p + 101, or p + 96 on a leaf.
+    Loaded run(regressionProject(Width));
+    startSegmented(run);
+    for (int line = 0; line <= 20; ++line) {
+        std::vector<float> f = frame({}, Width);
+        for (int p = 0; p < Width; ++p)
+            f[size_t(3 * Width + p)] = 1 + p / 2.0f;
+        if (line == 17 || line == 18)
+            f[Width + 0] = f[Width + 1] = 10;
+        if (line == 20)
+            f[Width + 4] = 10;
+        ASSERT_EQ(zelk_ProcessFrame(run, f.data()), 0);
+    }
+    ASSERT_EQ(zelk_GetObjCount(run), 1);
+    const QByteArray row(reinterpret_cast<const char*>(zelk_GetFrameDecisions(run)), Width);
+    ASSERT_NE(row.indexOf(char(255)), -1);
+    ASSERT_EQ(row.at(4), 1);
+    std::vector<float> fat(Width), water(Width), maskedFat(Width), maskedWater(Width);
+    for (int p = 0; p < Width; ++p) {
+        fat[size_t(p)] = float(p);
+        water[size_t(p)] = float(p + (p == 4 ? 96 : 101));
+        maskedFat[size_t(p)] = p == 4 ? fat[size_t(p)] : -1;
+        maskedWater[size_t(p)] = p == 4 ? water[size_t(p)] : -1;
+    }
 
     struct Case {
+        const char* state;
+        std::function<void()> enter;
         int varIndex, mask;
-        bool segmentation, segmenter;
         std::vector<float> line; // empty: refused with `code`
         int code;
     } cases[] = {
-        {0, 0, false, false, {0.5f, 1.5f, 2.5f, 3.5f}, 0},
-        {1, 0, true, true, {10, 11, 12, 13}, 0},
-        {1, 1, true, true, {-1, 11, -1, -1}, 0},
-        {0, 2, false, true, {-1, 1.5f, -1, -1}, 0}, // masks without segmentation on
-        {0, 1, false, true, {}, -303},
-        {0, 2, false, false, {}, -303},
-        {1, 1, true, false, {}, -303}, // a stopped run lent no segmenter
-        {-1, 0, true, true, {}, -301},
-        {2, 0, true, true, {}, -301},
+        {"segmentation on", [] {}, 1, 0, water, 0},
+        {"segmentation on", [] {}, 1, 1, maskedWater, 0},
+        {"segmentation on", [] {}, -1, 0, {}, -301},
+        {"segmentation on", [] {}, 2, 0, {}, -301},
+        // Mask 2 masks with the lent segmenter even with segmentation off.
+        {"segmentation off", [&] { ASSERT_EQ(zelk_SetSegmentation(run, 0), 0); }, 0, 2, maskedFat, 0},
+        {"segmentation off", [] {}, 0, 1, {}, -303},
+        // A stopped run lent no segmenter.
+        {"stopped", [&] {
+             ASSERT_EQ(zelk_SetSegmentation(run, 1), 0);
+             ASSERT_EQ(zelk_StopAcquisition(run), 0);
+         }, 0, 0, fat, 0},
+        {"stopped", [] {}, 1, 1, {}, -303},
+        {"stopped", [] {}, 0, 2, {}, -303},
     };
     for (const Case& c : cases) {
-        SCOPED_TRACE(testing::Message() << c.varIndex << " " << c.mask << " " << c.segmentation << " " << c.segmenter);
-        h.h->segmentation.enabled = c.segmentation;
-        if (c.segmenter)
-            h.runSegmenter(segtest::definition({0, 1, 0}, 1));
-        else
-            h.h->segmentation.segmenter = nullptr;
-        float* line = zelk_GetFrameRegOutputVar(h, c.varIndex, c.mask, -1);
+        SCOPED_TRACE(testing::Message() << c.state << " " << c.varIndex << " " << c.mask);
+        c.enter();
+        float* line = zelk_GetFrameRegOutputVar(run, c.varIndex, c.mask, -1);
         if (c.line.empty()) {
             EXPECT_EQ(line, nullptr);
-            EXPECT_EQ(zelk_GetErrorCode(h), c.code);
+            EXPECT_EQ(zelk_GetErrorCode(run), c.code);
+            if (c.code == -301)
+                EXPECT_EQ(message(run), "zelk_GetFrameRegOutputVar: Variable index out of bounds");
             continue;
         }
-        ASSERT_EQ(line, h.h->regression.variableLine.data());
-        EXPECT_EQ(std::vector<float>(line, line + width), c.line);
+        ASSERT_NE(line, nullptr);
+        EXPECT_EQ(std::vector<float>(line, line + Width), c.line);
     }
-    EXPECT_EQ(message(h), "zelk_GetFrameRegOutputVar: Variable index out of bounds");
-    h.h->segmentation.enabled = false;
-    EXPECT_EQ(zelk_GetFrameRegOutputVar(h, 0, 1, 0), nullptr);
-    EXPECT_EQ(message(h), "zelk_GetFrameRegOutputVar: Masking cannot be used as segmentation is not enabled");
+    ASSERT_EQ(zelk_SetSegmentation(run, 0), 0);
+    EXPECT_EQ(zelk_GetFrameRegOutputVar(run, 0, 1, 0), nullptr);
+    EXPECT_EQ(message(run), "zelk_GetFrameRegOutputVar: Masking cannot be used as segmentation is not enabled");
 
-    // The regressor of a model loaded since the start has a variable the run did not
+    // The regressor of a model loaded since the run has a variable the run did not
     // compute; without any regressor there is none at all.
-    h.h->project->regressor->regVarNames << "salt";
-    EXPECT_EQ(zelk_GetFrameRegOutputVar(h, 2, 0, 0), nullptr);
-    EXPECT_EQ(zelk_GetErrorCode(h), -305);
-    h.h->project->regressor.reset();
-    EXPECT_EQ(zelk_GetFrameRegOutputVar(h, 0, 0, 0), nullptr);
-    EXPECT_EQ(zelk_GetErrorCode(h), -301);
-    h.h->input.lineScan = false;
-    EXPECT_EQ(zelk_GetFrameRegOutputVar(h, 0, 0, 0), nullptr);
-    EXPECT_EQ(message(h), "zelk_GetFrameRegOutputVar: Line-scan project type expected, got snapshot.");
+    Loaded one(regressionProject(Width, 1));
+    ASSERT_EQ(zelk_StartAcquisition(one), 0);
+    const auto empty = frame({});
+    ASSERT_EQ(zelk_ProcessFrame(one, empty.data()), 0);
+    ASSERT_EQ(zelk_StopAcquisition(one), 0);
+    one.load(regressionProject(Width, 2));
+    EXPECT_EQ(zelk_GetFrameRegOutputVar(one, 1, 0, 0), nullptr);
+    EXPECT_EQ(zelk_GetErrorCode(one), -305);
+    one.load(lineScanProject(Width));
+    EXPECT_EQ(zelk_GetFrameRegOutputVar(one, 0, 0, 0), nullptr);
+    EXPECT_EQ(zelk_GetErrorCode(one), -301);
+    one.load(snapshotProject(3));
+    EXPECT_EQ(zelk_GetFrameRegOutputVar(one, 0, 0, 0), nullptr);
+    EXPECT_EQ(message(one), "zelk_GetFrameRegOutputVar: Line-scan project type expected, got snapshot.");
 }
 
 TEST(Results, DecisionsAreTheClassesAndTheRejectedOne)
 {
     for (bool reject : {false, true}) {
         SCOPED_TRACE(reject);
-        RunHandle h;
-        h.h->project->classifier->rejectEnabled = reject;
+        Loaded h(vocabularyProject(reject));
         const int count = reject ? 4 : 3;
         EXPECT_EQ(zelk_GetDecCount(h), count);
         const char* names[] = {"sand", "stone", "glass", "Unseen in training"};
@@ -385,7 +494,10 @@ TEST(Results, VocabularyNeedsAProjectAndItsModels)
     EXPECT_EQ(zelk_GetRegVarName(h, 0), nullptr);
     EXPECT_EQ(zelk_GetErrorCode(h), -103);
 
-    h.h->project = std::make_unique<ZelkProject>();
+    QTemporaryDir dir;
+    Project p = lineScanProject(Width);
+    p.classifier.reset();
+    ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, p).toLatin1()), 0);
     EXPECT_EQ(zelk_GetDecCount(h), -104);
     EXPECT_EQ(message(h), "zelk_GetDecCount: Classifier model not loaded.");
     EXPECT_EQ(zelk_GetDecName(h, 0), nullptr);
@@ -402,8 +514,9 @@ TEST(Results, VocabularyNeedsAProjectAndItsModels)
     EXPECT_EQ(zelk_GetErrorCode(h), -104);
     EXPECT_EQ(message(h), "zelk_GetDecColor: Classifier model not loaded.");
 
-    h.h->project->regressor = std::make_unique<ZelkRegressor>();
-    h.h->project->regressor->regVarNames = QStringList{"fat", "water"};
+    p = regressionProject(Width);
+    p.classifier.reset();
+    ASSERT_EQ(zelk_LoadModel(h, writeModel(dir, p).toLatin1()), 0);
     EXPECT_EQ(zelk_GetRegVarCount(h), 2);
     EXPECT_STREQ(zelk_GetRegVarName(h, 1), "water");
     for (int index : {-1, 2}) {
@@ -414,69 +527,110 @@ TEST(Results, VocabularyNeedsAProjectAndItsModels)
     EXPECT_STREQ(zelk_GetRegVarName(h, 0), "fat");
 }
 
+namespace {
+
+// Starts, hands in `cube` (BIP; a handle keeps the layout of its last start or call)
+// and stops.
+void runCube(ZelkHandle* h, const std::vector<float>& cube)
+{
+    ASSERT_EQ(zelk_SetInputDataLayout(h, 1), 0);
+    ASSERT_EQ(zelk_StartAcquisition(h), 0) << zelk_GetErrorMsg(h);
+    ASSERT_EQ(zelk_ProcessCube(h, cube.data()), 0) << zelk_GetErrorMsg(h);
+    ASSERT_EQ(zelk_StopAcquisition(h), 0);
+}
+
+} // namespace
+
 TEST(SaveImage, RefusesWithoutFileNameOrImage)
 {
-    RunHandle h;
     QTemporaryDir dir;
     const QByteArray path = dir.filePath("out.png").toLatin1();
-    EXPECT_EQ(zelk_SaveImage(h, nullptr), -101);
-    EXPECT_EQ(message(h), "zelk_SaveImage: Passing NULL pointer to a filename.");
-    EXPECT_EQ(zelk_SaveImage(h, path.constData()), -120);
-    EXPECT_EQ(message(h), "zelk_SaveImage: Label image does not exist.");
+    Loaded run(lineScanProject(3));
+    EXPECT_EQ(zelk_SaveImage(run, nullptr), -101);
+    EXPECT_EQ(message(run), "zelk_SaveImage: Passing NULL pointer to a filename.");
+    EXPECT_EQ(zelk_SaveImage(run, path.constData()), -120);
+    EXPECT_EQ(message(run), "zelk_SaveImage: Label image does not exist.");
 
-    // A snapshot run that left no decisions, or decisions of another cube size.
-    h.makeRing(3);
-    h.h->input.lineScan = false;
-    h.h->input.height = 2;
-    EXPECT_EQ(zelk_SaveImage(h, path.constData()), -220);
-    EXPECT_EQ(message(h), "zelk_SaveImage: Internal error");
-    h.h->cube.decisions.assign(6, 1);
-    h.h->input.height = 3;
-    EXPECT_EQ(zelk_SaveImage(h, path.constData()), -220);
+    // A snapshot project after a line-scan run has the ring but no decisions of a cube.
+    ASSERT_EQ(zelk_StartAcquisition(run), 0);
+    ASSERT_EQ(zelk_StopAcquisition(run), 0);
+    run.load(snapshotProject(3, 0, 1, 3, 2));
+    EXPECT_EQ(zelk_SaveImage(run, path.constData()), -220);
+    EXPECT_EQ(message(run), "zelk_SaveImage: Internal error");
+
+    // Decisions of a 3 by 2 cube, the ring of a line-scan run again, then a project of
+    // 3 by 3 cubes: the decisions do not cover it.
+    runCube(run, std::vector<float>(3 * 2 * Bands, 0.0f));
+    run.load(lineScanProject(3));
+    ASSERT_EQ(zelk_StartAcquisition(run), 0);
+    ASSERT_EQ(zelk_StopAcquisition(run), 0);
+    run.load(snapshotProject(3, 0, 1, 3, 3));
+    EXPECT_EQ(zelk_SaveImage(run, path.constData()), -220);
     EXPECT_FALSE(QFile::exists(dir.filePath("out.png")));
 
     // A file that cannot be written is not reported.
-    h.h->input.height = 2;
-    EXPECT_EQ(zelk_SaveImage(h, dir.filePath("missing/out.png").toLatin1().constData()), 0);
+    run.load(snapshotProject(3, 0, 1, 3, 2));
+    EXPECT_EQ(zelk_SaveImage(run, dir.filePath("missing/out.png").toLatin1().constData()), 0);
     EXPECT_FALSE(QFile::exists(dir.filePath("missing/out.png")));
 }
 
 TEST(SaveImage, WritesTheIndexedImageWithItsPalette)
 {
+    // A cube of 5 by 3 first, leaf at pixels 20 - i for the cube's pixel i divisible by
+    // 4; then a line-scan run of 500 lines: a leaf at column 2 of line 0, finished and
+    // crossed out along row 0 by the pass of line 20, and, with segmentation off from
+    // line 21 on, a leaf at column f % 5 of line f.
+    const int width = 5;
+    QByteArray cubeRows(width * 3, '\0');
+    std::vector<float> cube(size_t(width) * 3 * Bands, 0.0f);
+    for (int i = 0; i < width * 3; i += 4) {
+        cube[size_t(i) * Bands + 1] = 10;
+        cubeRows[i] = 1;
+    }
+    Loaded run(snapshotProject(3, 0, 1, width, 3));
+    runCube(run, cube);
+    run.load(lineScanProject(width));
+    ASSERT_EQ(zelk_SetInputDataLayout(run, 2), 0);
+    ASSERT_EQ(zelk_SetSegmentation(run, 1), 0);
+    ASSERT_EQ(zelk_StartAcquisition(run), 0);
+    std::vector<QByteArray> ring(500, QByteArray(width, '\0'));
+    ring[0] = QByteArray(width, char(255));
+    for (int f = 0; f < 500; ++f) {
+        if (f == 21)
+            ASSERT_EQ(zelk_SetSegmentation(run, 0), 0);
+        const int leaf = f == 0 ? 2 : f > 20 ? f % width : -1;
+        const auto line = leaf < 0 ? frame({}, width) : frame({leaf}, width);
+        ASSERT_EQ(zelk_ProcessFrame(run, line.data()), 0);
+        if (f > 20)
+            ring[size_t(f)][leaf] = 1;
+    }
+    ASSERT_EQ(zelk_StopAcquisition(run), 0);
+
     for (bool lineScan : {true, false}) {
         SCOPED_TRACE(lineScan);
-        RunHandle h;
-        const int width = 5;
-        h.makeRing(width);
-        h.setRow(0, {1, 2, 3, 4, 5});
-        h.setRow(3, {255, 0, 9, 0, 255});
-        h.setRow(499, {7, 7, 7, 7, 7});
-        const QVector<QRgb> palette = h.h->ring.labels->colorTable();
-        std::vector<quint8> cube;
-        if (!lineScan) {
-            // The cube's decisions replace the image rows that it covers.
-            h.h->input.lineScan = false;
-            h.h->input.height = 3;
-            for (int i = 0; i < width * 3; ++i)
-                cube.push_back(quint8(20 + i));
-            h.h->cube.decisions = cube;
-        }
+        if (!lineScan) // the cube's decisions replace the image rows that it covers
+            run.load(snapshotProject(3, 0, 1, width, 3));
         QTemporaryDir dir;
         // The name is Latin-1: its byte 0xE9 is no UTF-8.
         const QString path = dir.filePath(QString::fromLatin1("decisions \xe9.png"));
-        ASSERT_EQ(zelk_SaveImage(h, path.toLatin1().constData()), 0);
+        ASSERT_EQ(zelk_SaveImage(run, path.toLatin1().constData()), 0);
 
         QImage saved(path);
         ASSERT_FALSE(saved.isNull());
         EXPECT_EQ(saved.format(), QImage::Format_Indexed8);
         EXPECT_EQ(saved.size(), QSize(width, 500));
-        EXPECT_EQ(saved.colorTable(), palette);
-        for (int y : {0, 1, 2, 3, 499})
-            for (int x = 0; x < width; ++x) {
-                const int expected = !lineScan && y < 3 ? cube[size_t(y) * width + x] : h.h->ring.labels->pixelIndex(x, y);
-                EXPECT_EQ(saved.pixelIndex(x, y), expected) << x << "," << y;
-                EXPECT_EQ(h.h->ring.labels->pixelIndex(x, y), expected);
-            }
-        EXPECT_EQ(saved.pixelIndex(4, 3), 255);
+        // The decisions' colours, and white for the marks of objects.
+        const QVector<QRgb> palette = saved.colorTable();
+        ASSERT_EQ(palette.size(), 256);
+        for (int d = 0; d < 2; ++d) {
+            unsigned char r, g, b;
+            ASSERT_EQ(zelk_GetDecColor(run, d, &r, &g, &b), 0);
+            EXPECT_EQ(palette[d] & 0xFFFFFFu, qRgb(r, g, b) & 0xFFFFFFu) << d;
+        }
+        EXPECT_EQ(palette[255], 0xFFFFFFFFu);
+        for (int y = 0; y < 500; ++y) {
+            const QByteArray expected = !lineScan && y < 3 ? cubeRows.mid(y * width, width) : ring[size_t(y)];
+            ASSERT_EQ(savedRow(saved, y), expected) << y;
+        }
     }
 }

@@ -14,7 +14,7 @@
 #include "compute/opencl/opencl_classifier.h"
 #include "compute/opencl/opencl_regression.h"
 #include "compute/opencl/opencl_resampler.h"
-#include "runtime/handle.h"
+#include "runtime/handle_probe.h"
 #include "test_handle.h"
 
 #include <QDir>
@@ -367,8 +367,9 @@ TEST_F(OpenCl, DeviceListPutsOpenClEntriesAfterTheCpuOnes)
         }
         // "OpenCL: <device>, <platform>", indices counted within the backend.
         EXPECT_TRUE(name.startsWith(QStringLiteral("OpenCL: ")) && name.contains(QStringLiteral(", "))) << name.toStdString();
-        EXPECT_EQ(h.h->computeDevices.list[i].backend, BackendOpenCl);
-        EXPECT_EQ(h.h->computeDevices.list[i].deviceIndex, i - cpuOnly);
+        // Choosing the entry chooses that OpenCL device.
+        ASSERT_EQ(zelk_SetDevice(h, i), 0);
+        EXPECT_EQ(handleprobe::selectedDevice(h), makeDevice(BackendOpenCl, i - cpuOnly));
     }
     ASSERT_EQ(zelk_RefreshDeviceList(h, 0, 0), 0);
     EXPECT_EQ(zelk_GetDeviceCount(h), cpuOnly);
@@ -379,12 +380,14 @@ TEST_F(OpenCl, SetDeviceSelectsAnOpenClEntryAndRestsOnTheCpu)
     TestHandle h;
     ASSERT_EQ(zelk_RefreshDeviceList(h, 0, 1), 0);
     const int index = zelk_GetDeviceCount(h) - 1; // the last entry is an OpenCL device
-    ASSERT_EQ(h.h->computeDevices.list[index].backend, BackendOpenCl);
+    const QString name = QString::fromLocal8Bit(zelk_GetDeviceName(h, index));
+    ASSERT_TRUE(name.startsWith(QStringLiteral("OpenCL: "))) << name.toStdString();
     zelk_SetDevice(h, -1);
     ASSERT_EQ(zelk_SetDevice(h, index), 0);
     EXPECT_EQ(zelk_GetErrorCode(h), 0);
-    EXPECT_EQ(h.h->computeDevices.selected, makeDevice(BackendOpenCl, h.h->computeDevices.list[index].deviceIndex));
-    EXPECT_EQ(QString::fromLocal8Bit(zelk_GetErrorMsg(h)), QStringLiteral("Selected device %1: ").arg(index) + h.h->computeDevices.list[index].name);
+    // Indices count within the backend, after the CPU entries of a fresh list.
+    EXPECT_EQ(handleprobe::selectedDevice(h), makeDevice(BackendOpenCl, index - zelk_GetDeviceCount(TestHandle())));
+    EXPECT_EQ(QString::fromLocal8Bit(zelk_GetErrorMsg(h)), QStringLiteral("Selected device %1: ").arg(index) + name);
     EXPECT_EQ(activeBackend().number(), BackendCpu);
 }
 
@@ -406,7 +409,7 @@ TEST(OpenClWithoutPlatform, ListsNoOpenClEntryAndTheCpuStillClassifies)
         EXPECT_TRUE(QString::fromLocal8Bit(zelk_GetDeviceName(h, i)).startsWith(QStringLiteral("CPU: ")));
     ASSERT_EQ(zelk_SetDevice(h, 0), 0);
 
-    DeviceScope scope(h.h->computeDevices.selected);
+    DeviceScope scope(handleprobe::selectedDevice(h));
     ASSERT_TRUE(scope.ok());
     const auto k = activeBackend().prepareClassifier(twoCentres());
     ASSERT_TRUE(k);

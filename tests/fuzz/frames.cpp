@@ -4,7 +4,8 @@
 
 #include "frame_program.h"
 #include "modelwriter/scan_writer.h"
-#include "runtime/handle.h"
+#include "runtime/handle_probe.h"
+#include "zelk.h"
 
 #include <QDir>
 #include <QTemporaryDir>
@@ -60,7 +61,7 @@ std::vector<char> samples(ZelkHandle* h, Reader& in, bool cube)
 {
     const qint64 height = cube ? qMax(0, zelk_GetInputHeight(h)) : 1;
     const qint64 count = qMax(0, zelk_GetInputWidth(h)) * height * qMax(0, zelk_GetInputBands(h));
-    const int bytesPerSample = h->input.sampleType == InputType::UInt16 ? 2 : 4;
+    const int bytesPerSample = handleprobe::inputDataType(h) == 1 ? 2 : 4;
     std::vector<char> buffer(size_t(count * bytesPerSample + 1), 0); // never empty: null is another case
     if (in.byte() & 1) {
         const QByteArray raw = in.take(size_t(count * bytesPerSample));
@@ -101,16 +102,20 @@ void readResults(ZelkHandle* h, Reader& in)
             touch(name, std::strlen(name));
     }
     const int objects = zelk_GetObjCount(h);
-    for (int i = -1; i <= qMin(objects, h->segmentation.maxObjects); ++i) {
+    // Up to the first index past the stored records, which may be fewer than the count.
+    for (int i = -1; i <= objects; ++i) {
         int* record = nullptr;
-        if (zelk_GetObjDataInt(h, i, &record) == 0)
-            touch(record, ObjectRecordInts * sizeof(int));
+        const int stored = zelk_GetObjDataInt(h, i, &record);
+        if (stored == 0)
+            touch(record, ZELK_OBJ_RECORD_INTS * sizeof(int));
         float* means = nullptr;
         if (zelk_GetObjDataRegOutput(h, i, &means) == 0)
             touch(means, size_t(qMax(0, variables)) * sizeof(float));
         const unsigned classIndex = in.byte() % 23;
         zelk_GetObjDataClassSize(h, i, classIndex);
         zelk_GetObjDataClassFrac(h, i, classIndex);
+        if (i >= 0 && stored != 0)
+            break;
     }
     touch(zelk_GetErrorMsg(h), std::strlen(zelk_GetErrorMsg(h)));
 }

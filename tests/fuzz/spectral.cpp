@@ -4,11 +4,11 @@
 // folder of references for the correction loaders (reference_folder.h).
 
 #include "reference_folder.h"
-#include "runtime/handle.h"
 #include "wire/stream_reads.h"
 #include "spectral/decompressor.h"
 #include "spectral/mask_stream.h"
 #include "spectral/spectral_cube.h"
+#include "zelk.h"
 
 #include <QDir>
 #include <QFile>
