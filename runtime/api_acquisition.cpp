@@ -157,7 +157,7 @@ int start(ZelkHandle* h)
         return fail(h, msg::classifierRefused(c.lastError));
     if (const int refused = prepareFrameVariant(h))
         return refused;
-    h->state = HandleState::Acquiring;
+    h->setAcquiring(true);
     return 0;
 }
 
@@ -165,7 +165,7 @@ int stop(ZelkHandle* h)
 {
     if (!h->isAcquiring())
         return fail(h, msg::NotAcquiring);
-    h->state = HandleState::Loaded;
+    h->setAcquiring(false);
     h->segmentation.segmenter = nullptr;
     compute::selectDevice(compute::defaultDevice);
 

@@ -147,6 +147,15 @@ struct ZelkHandle {
     HandleState state = HandleState::Empty;
     bool isAcquiring() const { return state == HandleState::Acquiring; }
 
+    // The transitions: a load puts a project in (or drops it when it fails), a start and
+    // a stop move between loaded and acquiring.
+    void setProject(std::unique_ptr<ZelkProject> p)
+    {
+        project = std::move(p);
+        state = project ? HandleState::Loaded : HandleState::Empty;
+    }
+    void setAcquiring(bool on) { state = on ? HandleState::Acquiring : HandleState::Loaded; }
+
     CameraInput input;
     DecisionRing ring;
     RegionOfInterest roi;
