@@ -127,7 +127,7 @@ int reportObjects(ZelkHandle* h, bool markInRing, const Text& overflow)
             std::copy_n(from + objectfield::ClassSizes, ObjectClassSlots, to + objectfield::ClassSizes);
         to[objectfield::Number] = h->segmentation.serial;
         std::copy_n(from + 1, 8, to + 1);
-        if (markInRing && h->segmentation.markInRing)
+        if (markInRing)
             markObject(h, to);
     }
     return 0;

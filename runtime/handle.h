@@ -33,8 +33,7 @@ struct ZelkHandle {
     // The code and text of the last failure, which the error getters hand out.
     struct ErrorReport {
         int code = 0;
-        int capacity = 4096;
-        std::vector<char> text = std::vector<char>(size_t(capacity), '\0');
+        std::vector<char> text = std::vector<char>(4096, '\0');
     };
 
     // The compute devices found and the one models are loaded onto.
@@ -80,7 +79,6 @@ struct ZelkHandle {
         int maxObjects = 300;
         int count = 0;
         std::vector<qint32> records = std::vector<qint32>(size_t(maxObjects) * ObjectRecordInts, 0);
-        bool markInRing = true;
         std::vector<qint32> objectMap;
         std::vector<qint32> classObjectMap;
     };

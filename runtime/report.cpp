@@ -35,7 +35,7 @@ void storeText(char* buffer, int capacity, const QString& text)
 int setHandleError(ZelkHandle* h, int code, const QString& text)
 {
     h->error.code = code;
-    storeText(h->error.text.data(), h->error.capacity, text);
+    storeText(h->error.text.data(), int(h->error.text.size()), text);
     return code;
 }
 
@@ -49,7 +49,7 @@ int setGlobalError(int code, const QString& text)
 
 void logToHandle(ZelkHandle* h, const QString& text)
 {
-    storeText(h->error.text.data(), h->error.capacity, text);
+    storeText(h->error.text.data(), int(h->error.text.size()), text);
 }
 
 int globalErrorCode()
