@@ -69,15 +69,16 @@ extern "C" ZELK_API int zelk_SetDeviceWavelengthsFromENVIHeaderFile(ZelkHandle* 
 {
     return exported("zelk_SetDeviceWavelengthsFromENVIHeaderFile", h, [&] {
         const EnviHeader header = EnviHeader::read(QString::fromLatin1(fileName)); // null: empty, unopenable
-        const int bands = header.headerInt(QStringLiteral("bands"));
+        const EnviFields& fields = header.fields();
+        const int bands = fields.bands;
         if (bands < 0)
             return failWithoutText(ZELK_E_FAILED);
-        auto wavelengths = header.headerDoubles(QStringLiteral("Wavelength"), bands);
+        auto wavelengths = fields.wavelengthsFor(bands);
         if (!wavelengths)
             return failWithoutText(ZELK_E_FAILED);
         h->resampling.deviceWavelengths = std::make_unique<QVector<double>>(*wavelengths);
         h->resampling.deviceBands = h->resampling.deviceWavelengths->size();
-        const int samples = header.headerInt(QStringLiteral("samples"));
+        const int samples = fields.samples;
         if (samples < 0)
             return failWithoutText(ZELK_E_FAILED);
         h->resampling.deviceWidth = samples;

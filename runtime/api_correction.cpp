@@ -41,33 +41,11 @@ int keep(ZelkHandle* h, const Text& t)
     return t.code;
 }
 
-// level / (white - dark), value by value.
-QVector<float> gainOf(const QVector<float>& white, const QVector<float>& dark, float level)
-{
-    QVector<float> gain(white.size());
-    for (int i = 0; i < gain.size(); ++i)
-        gain[i] = level / (white[i] - dark[i]);
-    return gain;
-}
-
 void install(ZelkHandle* h, QVector<float> dark, QVector<float> gain)
 {
     h->correction.darkRef = std::move(dark);
     h->correction.gainRef = std::move(gain);
     h->correction.enabled = true;
-}
-
-float sampleAt(const ZelkSpectralCube& cube, int column, int line, int band)
-{
-    const qint64 i = cube.indexOf(column, line, band);
-    return cube.dataType == DataUInt16 ? float(cube.samples<quint16>()[i]) : cube.samples<float>()[i];
-}
-
-bool holdsSamples(const ZelkSpectralCube& cube)
-{
-    const int size = sampleBytes(cube.dataType);
-    return size > 0 && cube.columns >= 0 && cube.lines >= 0 && cube.bands >= 0 && cube.indexOf(0, 0, 0) >= 0 &&
-           cube.dataBytes() >= cube.sampleCount() * size;
 }
 
 // ---------------------------------------------------------------------------------------
@@ -132,7 +110,7 @@ int loadReferencePair(ZelkHandle* h, const QString& directory, const char* name)
         return r;
     if (const int r = pairLevel(h, dark, Reduction::Min, &d))
         return r;
-    QVector<float> gain = gainOf(w, d, 1.0f);
+    QVector<float> gain = correction::gainOf(w, d, 1.0f);
     install(h, std::move(d), std::move(gain));
     return 0;
 }
@@ -142,26 +120,16 @@ int loadReferencePair(ZelkHandle* h, const QString& directory, const char* name)
 // each reduced over its lines to its darkest dark and brightest white. The gain carries
 // no white level.
 
-// A reference read at the size that its own header gives; null when it cannot be read.
-std::unique_ptr<ZelkSpectralCube> captureReference(const ZelkImageSpecim& image, const QString& directory, const QString& prefix)
-{
-    const QString header = QDir(image.captureDirectory(directory)).filePath(prefix + image.cubeName + QStringLiteral(".hdr"));
-    const EnviHeader fields = EnviHeader::read(header);
-    if (fields.isNull())
-        return nullptr;
-    return image.loadReference(directory, prefix, fields.headerInt(QStringLiteral("samples")), fields.headerInt(QStringLiteral("bands")));
-}
-
 int loadCaptureReferences(ZelkHandle* h, const QString& directory, const QString& name)
 {
     ZelkImageSpecim image(name);
     if (image.readMetaData(directory) != 0)
         return fail(h, msg::ScanMetadata);
 
-    const std::unique_ptr<ZelkSpectralCube> dark = captureReference(image, directory, QStringLiteral("DARKREF_"));
+    const std::unique_ptr<ZelkSpectralCube> dark = image.loadReference(directory, QStringLiteral("DARKREF_"));
     if (!dark)
         return keep(h, msg::DarkReferenceUnreadable);
-    const std::unique_ptr<ZelkSpectralCube> white = captureReference(image, directory, QStringLiteral("WHITEREF_"));
+    const std::unique_ptr<ZelkSpectralCube> white = image.loadReference(directory, QStringLiteral("WHITEREF_"));
     if (!white)
         return keep(h, msg::WhiteReferenceUnreadable);
     if (white->bands != dark->bands)
@@ -176,7 +144,7 @@ int loadCaptureReferences(ZelkHandle* h, const QString& directory, const QString
         return keep(h, msg::DarkReferenceUnreadable);
     if (!scancorrection::level(*white, Reduction::Max, &w))
         return keep(h, msg::WhiteReferenceUnreadable);
-    QVector<float> gain = gainOf(w, d, 1.0f);
+    QVector<float> gain = correction::gainOf(w, d, 1.0f);
 
     if (h->correction.meansOnly) {
         // One level per band: the mean over the pixels of the line.
@@ -202,15 +170,6 @@ int loadCaptureReferences(ZelkHandle* h, const QString& directory, const QString
 // Camera type 19: the references that a scan's image finds for it (spectra in the
 // scan's own header, files named after the scan, or files in its directory), with the
 // white level of the correction in the gain: (x - dark) * level / (white - dark).
-
-int scanReferenceType(ZelkHandle* h, const ZelkSpectralCube& white, const ZelkSpectralCube& dark)
-{
-    if (white.dataType != DataUInt16 && white.dataType != DataFloat)
-        return keep(h, msg::whiteNotFloat(white.dataType));
-    if (dark.dataType != DataUInt16 && dark.dataType != DataFloat)
-        return keep(h, msg::darkNotFloat(dark.dataType));
-    return 0;
-}
 
 int loadCorrectionScan(ZelkHandle* h, const QString& directory, const QString& name)
 {
@@ -238,61 +197,43 @@ int loadCorrectionScan(ZelkHandle* h, const QString& directory, const QString& n
         return keep(h, msg::correctionForFrames(c.state == ZelkCorrection::Point ? QStringLiteral("point") : QStringLiteral("cube")));
 
     const ZelkSpectralCube &white = *c.white, &dark = *c.dark;
-    if (c.state == ZelkCorrection::Cube)
-        for (const ZelkSpectralCube* ref : {&white, &dark})
-            if (ref->layout != LayoutBIP)
-                return keep(h, msg::referenceNotBip(ref->layout));
-    if (const int r = scanReferenceType(h, white, dark))
-        return r;
-    if (!holdsSamples(white) || !holdsSamples(dark))
+    QString refused;
+    if (const int r = c.checkReferences(&refused))
+        return keep(h, msg::referencesRefused(r, refused));
+    if (!white.holdsSamples() || !dark.holdsSamples())
         return keep(h, msg::CorrectionInfoUnnamed);
 
-    const float level = c.whiteLevel;
     const int bands = white.bands;
-    QVector<float> w, d;
+    QVector<float> d, gain;
     switch (c.state) {
-    case ZelkCorrection::Frame: {
+    case ZelkCorrection::Frame:
         // One value per pixel and band, the pixel index fastest, whatever the layout of
         // the references.
-        const int columns = white.columns;
-        if (qint64(columns) * bands > MaxReferenceValues)
+        if (qint64(white.columns) * bands > MaxReferenceValues)
             return keep(h, msg::CorrectionInfoUnnamed);
-        w.resize(columns * bands);
-        d.resize(columns * bands);
-        for (int b = 0; b < bands; ++b)
-            for (int col = 0; col < columns; ++col) {
-                w[b * columns + col] = sampleAt(white, col, 0, b);
-                d[b * columns + col] = sampleAt(dark, col, 0, b);
-            }
+        c.levels(white.columns, 1, true, &d, &gain);
         break;
-    }
     case ZelkCorrection::Point: {
         // The spectrum repeated over every pixel of the scan, band fastest.
         const qint64 n = qint64(scan.columns) * scan.lines * bands;
         if (n > MaxReferenceValues)
             return keep(h, msg::CorrectionInfoUnnamed);
-        w.resize(int(n));
+        QVector<float> spectrumDark, spectrumGain;
+        c.levels(1, 1, false, &spectrumDark, &spectrumGain);
         d.resize(int(n));
+        gain.resize(int(n));
         for (qint64 i = 0; i < n; ++i) {
-            w[int(i)] = sampleAt(white, 0, 0, int(i % bands));
-            d[int(i)] = sampleAt(dark, 0, 0, int(i % bands));
+            d[int(i)] = spectrumDark[int(i % bands)];
+            gain[int(i)] = spectrumGain[int(i % bands)];
         }
         break;
     }
-    default: {
+    default:
         // A whole cube, band fastest, then columns, then lines.
-        const qint64 n = white.sampleCount();
-        if (n > MaxReferenceValues)
+        if (white.sampleCount() > MaxReferenceValues)
             return keep(h, msg::CorrectionInfoUnnamed);
-        w.resize(int(n));
-        d.resize(int(n));
-        for (qint64 i = 0; i < n; ++i) {
-            w[int(i)] = white.dataType == DataUInt16 ? float(white.samples<quint16>()[i]) : white.samples<float>()[i];
-            d[int(i)] = dark.dataType == DataUInt16 ? float(dark.samples<quint16>()[i]) : dark.samples<float>()[i];
-        }
+        c.levels(white.columns, white.lines, false, &d, &gain);
     }
-    }
-    QVector<float> gain = gainOf(w, d, level);
     install(h, std::move(d), std::move(gain));
     return 0;
 }

@@ -369,23 +369,12 @@ inline Text correctionForFrames(const QString& kind)
     return {NotForFrames, QStringLiteral("A %1 correction cannot correct line-scan frames (references of one line expected)").arg(kind)};
 }
 
-// The code in front of the text, as callers know these.
-inline Text referenceNotBip(quint32 layout)
+// References the correction model refuses (a cube reference not BIP, a sample type it
+// cannot read), with its code in front of its text, as callers know these. The texts
+// live with the checks in spectral/correction.cpp.
+inline Text referencesRefused(int code, const QString& text)
 {
-    return {ZELK_E_REFERENCE_NOT_BIP, QStringLiteral("-4305: BIP cube reference expected, got %1").arg(layout), Naming::Unnamed};
-}
-
-// Deliberate: "white" in lower case, and "float" though 16-bit ones pass; callers match on it.
-inline Text whiteNotFloat(quint32 dataType)
-{
-    return {ZELK_E_REFERENCE_NOT_FLOAT, QStringLiteral("-4306: white cube reference should have float data type, got %1").arg(dataType),
-            Naming::Unnamed};
-}
-
-inline Text darkNotFloat(quint32 dataType)
-{
-    return {ZELK_E_REFERENCE_NOT_FLOAT, QStringLiteral("-4306: Dark cube reference should have float data type, got %1").arg(dataType),
-            Naming::Unnamed};
+    return {code, QStringLiteral("%1: %2").arg(code).arg(text), Naming::Unnamed};
 }
 
 } // namespace msg

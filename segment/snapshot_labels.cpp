@@ -2,29 +2,29 @@
 // with the rows of the caller's label image as their label rows, and one pass at the
 // end closes every object. Labels are issued in order and never reused within an image.
 
-#include "segment/segmenter.h"
+#include "segment/segment_tracker.h"
 
 #include <algorithm>
 #include <cstddef>
 #include <cstdint>
 
-int ZelkSegmenter::labelCube(const quint8* decisions, qint32* objectMap, int width, int height)
+int ZelkSegmentTracker::labelCube(const quint8* decisions, qint32* objectMap, int width, int height)
 {
     return labelImage<Kernel::Decisions>(decisions, objectMap, nullptr, width, height);
 }
 
-int ZelkSegmenter::labelCubeForeground(const quint8* decisions, qint32* objectMap, qint32* classObjectMap,
+int ZelkSegmentTracker::labelCubeForeground(const quint8* decisions, qint32* objectMap, qint32* classObjectMap,
                                        int width, int height)
 {
     return labelImage<Kernel::Foreground>(decisions, objectMap, classObjectMap, width, height);
 }
 
-template <ZelkSegmenter::Kernel K>
-int ZelkSegmenter::labelImage(const quint8* decisions, qint32* objectMap, qint32* classObjectMap, int width,
+template <ZelkSegmentTracker::Kernel K>
+int ZelkSegmentTracker::labelImage(const quint8* decisions, qint32* objectMap, qint32* classObjectMap, int width,
                               int height)
 {
     constexpr bool byFlag = K == Kernel::Foreground;
-    if (!prepared_ || streaming_ || !tableReady_ || width < 0)
+    if (!prepared_ || streaming_ || !definition_.foregroundTable() || width < 0)
         return labellingError;
     if (height > 0 && width > 0) {
         if (!decisions || !objectMap || (byFlag && !classObjectMap))
@@ -69,8 +69,8 @@ int ZelkSegmenter::labelImage(const quint8* decisions, qint32* objectMap, qint32
 // Closes every object of the image, in ascending label order, so that objects come in
 // the order of their first pixels. Nothing is tested on lines, and labelMap keeps its
 // entries. Every label notes the number of the object it ended in.
-template <ZelkSegmenter::Kernel K>
-int ZelkSegmenter::finishImage()
+template <ZelkSegmentTracker::Kernel K>
+int ZelkSegmentTracker::finishImage()
 {
     const int last = std::min(highestLabel_, labelCapacity) - 1;
     for (int k = 1; k <= last; ++k) {
@@ -87,7 +87,7 @@ int ZelkSegmenter::finishImage()
             objectNumberMap_[size_t(k)] = 0;
             continue;
         }
-        if (o.pixelCount < minObjSize) {
+        if (o.pixelCount < definition_.minObjSize) {
             o.state = -2;
             continue;
         }
@@ -108,10 +108,10 @@ int ZelkSegmenter::finishImage()
     return 0;
 }
 
-template int ZelkSegmenter::finishImage<ZelkSegmenter::Kernel::Decisions>();
-template int ZelkSegmenter::finishImage<ZelkSegmenter::Kernel::Foreground>();
+template int ZelkSegmentTracker::finishImage<ZelkSegmentTracker::Kernel::Decisions>();
+template int ZelkSegmentTracker::finishImage<ZelkSegmentTracker::Kernel::Foreground>();
 
-void ZelkSegmenter::resetAfterCube()
+void ZelkSegmentTracker::resetAfterCube()
 {
     if (!prepared_ || streaming_)
         return;

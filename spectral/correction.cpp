@@ -80,7 +80,51 @@ int ZelkCorrection::isValid(int mode)
     return setLast(-4203, QStringLiteral("Invalid correction"));
 }
 
+int ZelkCorrection::checkReferences(QString* message) const
+{
+    if (state == Cube)
+        for (const ZelkSpectralCube* ref : {white.get(), dark.get()})
+            if (ref->layout != LayoutBIP) {
+                *message = QStringLiteral("BIP cube reference expected, got %1").arg(ref->layout);
+                return -4305;
+            }
+    if (white->dataType != DataUInt16 && white->dataType != DataFloat) {
+        *message = QStringLiteral("white cube reference should have float data type, got %1").arg(white->dataType);
+        return -4306;
+    }
+    if (dark->dataType != DataUInt16 && dark->dataType != DataFloat) {
+        *message = QStringLiteral("Dark cube reference should have float data type, got %1").arg(dark->dataType);
+        return -4306;
+    }
+    return 0;
+}
+
+void ZelkCorrection::levels(int columns, int lines, bool pixelFastest, QVector<float>* darkOut, QVector<float>* gainOut) const
+{
+    const int bands = white->bands;
+    const int n = columns * lines * bands;
+    QVector<float> w(n), d(n);
+    for (int l = 0; l < lines; ++l)
+        for (int c = 0; c < columns; ++c)
+            for (int b = 0; b < bands; ++b) {
+                const int pixel = l * columns + c;
+                const int k = pixelFastest ? b * columns * lines + pixel : pixel * bands + b;
+                w[k] = white->valueAt(c, l, b);
+                d[k] = dark->valueAt(c, l, b);
+            }
+    *gainOut = correction::gainOf(w, d, whiteLevel);
+    *darkOut = std::move(d);
+}
+
 namespace correction {
+
+QVector<float> gainOf(const QVector<float>& white, const QVector<float>& dark, float level)
+{
+    QVector<float> gain(white.size());
+    for (int i = 0; i < gain.size(); ++i)
+        gain[i] = level / (white[i] - dark[i]);
+    return gain;
+}
 
 QString loadedFrom(const QString& path)
 {

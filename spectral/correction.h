@@ -9,6 +9,7 @@
 #include <QDateTime>
 #include <QObject>
 #include <QString>
+#include <QVector>
 #include <memory>
 
 class ZelkCorrection : public QObject {
@@ -46,6 +47,15 @@ public:
     // -4201 ... -4204. The outcome is kept in lastError and lastMessage.
     int isValid(int mode);
 
+    // Whether the references can be read the way the state applies them: 0, or -4305 when
+    // a reference of a cube correction is not BIP and -4306 when one is neither uint16 nor
+    // float, with the text in `message`.
+    int checkReferences(QString* message) const;
+    // The first `columns` by `lines` pixels of the references as the dark level and the
+    // gain whiteLevel / (white - dark): band fastest, or with `pixelFastest` the pixel
+    // index fastest. The references must be readable there (checkReferences, holdsSamples).
+    void levels(int columns, int lines, bool pixelFastest, QVector<float>* dark, QVector<float>* gain) const;
+
     static constexpr float DefaultWhiteLevel = 0.95f;
 
 private:
@@ -57,5 +67,8 @@ namespace correction {
 // Describes where a reference file came from: "Loaded from <path>", a path of 30
 // characters or more shortened to "..." and its last 30.
 QString loadedFrom(const QString& path);
+
+// level / (white - dark), value by value.
+QVector<float> gainOf(const QVector<float>& white, const QVector<float>& dark, float level);
 
 } // namespace correction

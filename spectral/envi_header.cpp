@@ -1,4 +1,5 @@
 #include "spectral/envi_header.h"
+#include "spectral/spectral_cube.h"
 
 #include <QDir>
 #include <QFile>
@@ -47,6 +48,58 @@ QRegularExpression fieldPattern(const QString& source)
 
 } // namespace
 
+namespace {
+
+std::optional<QVector<double>> firstOf(std::optional<QVector<double>> values, int count)
+{
+    if (!values || count < 0 || values->size() < count)
+        return std::nullopt;
+    values->resize(count);
+    return values;
+}
+
+} // namespace
+
+EnviHeader::EnviHeader(QString text)
+    : text_(std::move(text))
+{
+    fields_.samples = headerInt(QStringLiteral("samples"));
+    fields_.lines = headerInt(QStringLiteral("lines"));
+    fields_.bands = headerInt(QStringLiteral("bands"));
+    fields_.dataType = headerInt(QStringLiteral("data type"));
+    fields_.byteOrder = headerInt(QStringLiteral("byte order"));
+    fields_.headerOffset = headerInt(QStringLiteral("header offset"));
+    fields_.interleave = headerWord(QStringLiteral("interleave")).toLower();
+    fields_.wavelengths = headerDoubleList(QStringLiteral("Wavelength"));
+}
+
+quint32 EnviFields::layout() const
+{
+    if (interleave == QLatin1String("bil"))
+        return LayoutBIL;
+    if (interleave == QLatin1String("bip"))
+        return LayoutBIP;
+    if (interleave == QLatin1String("bsq"))
+        return LayoutBSQ;
+    return 0;
+}
+
+int EnviFields::sampleBytes() const
+{
+    switch (dataType) {
+    case 1: return 1;
+    case 2: case 12: return 2;
+    case 3: case 4: case 13: return 4;
+    case 5: return 8;
+    default: return 0;
+    }
+}
+
+std::optional<QVector<double>> EnviFields::wavelengthsFor(int count) const
+{
+    return firstOf(wavelengths, count);
+}
+
 QString EnviHeader::capture(const QString& field, const QString& suffix) const
 {
     const QRegularExpressionMatch m = fieldPattern(field + suffix).match(text_);
@@ -85,11 +138,21 @@ std::optional<QVector<double>> EnviHeader::headerDoubleList(const QString& field
 
 std::optional<QVector<double>> EnviHeader::headerDoubles(const QString& field, int count) const
 {
-    std::optional<QVector<double>> values = headerDoubleList(field);
-    if (!values || count < 0 || values->size() < count)
-        return std::nullopt;
-    values->resize(count);
-    return values;
+    return firstOf(headerDoubleList(field), count);
+}
+
+QString EnviHeader::exactField(const QString& key) const
+{
+    const QRegularExpression re(QStringLiteral("^[ \\t]*%1[ \\t]*=[ \\t]*(\\{[^}]*\\}|[^\\r\\n]*)")
+                                    .arg(QRegularExpression::escape(key).replace(QLatin1String("\\ "), QLatin1String("[ \\t]+"))),
+                                QRegularExpression::CaseInsensitiveOption | QRegularExpression::MultilineOption);
+    const QRegularExpressionMatch m = re.match(text_);
+    if (!m.hasMatch())
+        return QString();
+    QString value = m.captured(1).trimmed();
+    if (value.startsWith(QLatin1Char('{')))
+        value = value.mid(1, value.size() - 2).trimmed();
+    return value;
 }
 
 namespace rawfile {

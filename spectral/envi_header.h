@@ -5,18 +5,43 @@
 
 #include <QString>
 #include <QVector>
+#include <algorithm>
 #include <memory>
 #include <optional>
+
+// The fields that shape and locate a cube, parsed once when the header is made. A
+// number that is missing or not a non-negative integer is -1.
+struct EnviFields {
+    int samples = -1, lines = -1, bands = -1;
+    int dataType = -1;     // ENVI code
+    int byteOrder = -1;    // 1: big-endian samples
+    int headerOffset = -1; // bytes in front of the samples
+    QString interleave;    // the word as written, in lower case; empty when missing
+    std::optional<QVector<double>> wavelengths; // the whole list; none when missing, empty or not numeric
+
+    bool bigEndian() const { return byteOrder == 1; }
+    qint64 dataOffset() const { return std::max(0, headerOffset); }
+    // The layout that the interleave names (LayoutBIP, LayoutBIL, LayoutBSQ); 0 for any
+    // other word or none.
+    quint32 layout() const;
+    // Bytes of one stored sample: 1 for code 1, 2 for 2 and 12, 4 for 3, 4 and 13, 8 for
+    // 5; 0 for any other code.
+    int sampleBytes() const;
+    // The first `count` wavelengths; none when the list is missing or shorter.
+    std::optional<QVector<double>> wavelengthsFor(int count) const;
+};
 
 class EnviHeader {
 public:
     // Reads the whole file; isNull() tells that it could not be read.
     static EnviHeader read(const QString& path);
-    explicit EnviHeader(QString text = {}) : text_(std::move(text)) {}
+    explicit EnviHeader(QString text = {});
 
     bool isNull() const { return text_.isNull(); }
     const QString& text() const { return text_; }
+    const EnviFields& fields() const { return fields_; }
 
+    // The fields of one camera family, by the same lenient match as fields():
     // A non-negative decimal integer, or -1.
     int headerInt(const QString& field) const;
     // A word, or a null string.
@@ -27,9 +52,14 @@ public:
     // All numbers of a braced list; none when it is missing, empty or not numeric.
     std::optional<QVector<double>> headerDoubleList(const QString& field) const;
 
+    // The value of the field named exactly `key` (any case, at the start of a line): the
+    // text inside its braces, or the rest of its line. A null string when it is missing.
+    QString exactField(const QString& key) const;
+
 private:
     QString capture(const QString& field, const QString& suffix) const;
     QString text_;
+    EnviFields fields_;
 };
 
 // Files of a cube's raw samples.

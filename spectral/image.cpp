@@ -73,12 +73,13 @@ int ZelkImage::readEnviFields(const EnviHeader& header, const QString& path, Env
         return false;
     };
 
-    const int samples = header.headerInt(QStringLiteral("samples"));
+    const EnviFields& fields = header.fields();
+    const int samples = fields.samples;
     if (samples < 0)
         return missing("Cannot retrieve 'samples' from meta-data file: %1");
     if (!positive(samples, "samples"))
         return -1;
-    const int bands = header.headerInt(QStringLiteral("bands"));
+    const int bands = fields.bands;
     if (bands < 0)
         return missing("Cannot retrieve 'bands' from meta-data file: %1");
     if (!positive(bands, "bands"))
@@ -90,12 +91,12 @@ int ZelkImage::readEnviFields(const EnviHeader& header, const QString& path, Env
         report(-1, QStringLiteral("The 'bands' value %1 is larger than %2 (file: %3)").arg(bands).arg(MaxBands).arg(path));
         return -1;
     }
-    const int lines = header.headerInt(QStringLiteral("lines"));
+    const int lines = fields.lines;
     if (lines < 0)
         return missing("Cannot retrieve 'lines' from meta-data file: %1");
     if (!positive(lines, "lines"))
         return -1;
-    if (strict && header.headerInt(QStringLiteral("data type")) < 0) {
+    if (strict && fields.dataType < 0) {
         report(-1, QStringLiteral("Cannot find 'data type' field in .hdr file"));
         return -1;
     }
@@ -103,7 +104,7 @@ int ZelkImage::readEnviFields(const EnviHeader& header, const QString& path, Env
     bandCount = bands;
     imageInt2 = height = lines;
 
-    if (std::optional<QVector<double>> list = header.headerDoubles(QStringLiteral("Wavelength"), bandCount)) {
+    if (std::optional<QVector<double>> list = fields.wavelengthsFor(bandCount)) {
         wavelengths = *list;
         if (wavelengthsRead)
             *wavelengthsRead = true;

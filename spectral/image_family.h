@@ -187,6 +187,8 @@ public:
     // directory: a BIL cube of `columns` and `bands` with the lines of its header, uint16
     // or float by its "data type" (12 or 4); null when it cannot be read or is too short.
     std::unique_ptr<ZelkSpectralCube> loadReference(const QString& directory, const QString& prefix, int columns, int bands) const;
+    // The same at the columns and bands of the reference's own header.
+    std::unique_ptr<ZelkSpectralCube> loadReference(const QString& directory, const QString& prefix) const;
 
 protected:
     void loadTail(QDataStream& in) override;

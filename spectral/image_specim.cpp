@@ -63,14 +63,14 @@ QImage ZelkImageSpecim::loadPreview(const QString& directory)
     return picture;
 }
 
-std::unique_ptr<ZelkSpectralCube> ZelkImageSpecim::loadReference(const QString& directory, const QString& prefix, int columns, int bands) const
+namespace {
+
+std::unique_ptr<ZelkSpectralCube> readReference(const QString& base, const EnviHeader& header, int columns, int bands)
 {
-    const QString base = QDir(captureDirectory(directory)).filePath(prefix + cubeName);
-    const EnviHeader header = EnviHeader::read(base + QStringLiteral(".hdr"));
     if (header.isNull())
         return nullptr;
-    const int lines = header.headerInt(QStringLiteral("lines"));
-    const int type = header.headerInt(QStringLiteral("data type"));
+    const int lines = header.fields().lines;
+    const int type = header.fields().dataType;
     const int readerType = type == 12 ? 1 : type == 4 ? 2 : 0;
     if (readerType == 0 || lines <= 0 || columns <= 0 || bands <= 0)
         return nullptr;
@@ -86,6 +86,21 @@ std::unique_ptr<ZelkSpectralCube> ZelkImageSpecim::loadReference(const QString& 
         return nullptr;
     cube->setData(std::move(buffer), bytes);
     return cube;
+}
+
+} // namespace
+
+std::unique_ptr<ZelkSpectralCube> ZelkImageSpecim::loadReference(const QString& directory, const QString& prefix, int columns, int bands) const
+{
+    const QString base = QDir(captureDirectory(directory)).filePath(prefix + cubeName);
+    return readReference(base, EnviHeader::read(base + QStringLiteral(".hdr")), columns, bands);
+}
+
+std::unique_ptr<ZelkSpectralCube> ZelkImageSpecim::loadReference(const QString& directory, const QString& prefix) const
+{
+    const QString base = QDir(captureDirectory(directory)).filePath(prefix + cubeName);
+    const EnviHeader header = EnviHeader::read(base + QStringLiteral(".hdr"));
+    return readReference(base, header, header.fields().samples, header.fields().bands);
 }
 
 std::unique_ptr<ZelkSpectralCube> ZelkImageSpecim::loadCube(const QString& directory)

@@ -32,14 +32,10 @@ int ZelkImageTessaron::readMoreFields(const EnviHeader& header, const QString&, 
         storedCubeBytes = header.headerInt(QStringLiteral(";ZelkCompressedImageSizeBytes"));
         return 0;
     }
-    int sample = 0;
-    switch (header.headerInt(QStringLiteral("data type"))) {
-    case 1: sample = 1; break;
-    case 4: sample = 4; break;
-    case 5: sample = 8; break;
-    case 12: sample = 2; break;
-    default: break;
-    }
+    // The camera writes data types 1, 4, 5 and 12; a scan of another has no size to show.
+    const int type = header.fields().dataType;
+    const bool written = type == 1 || type == 4 || type == 5 || type == 12;
+    const int sample = written ? header.fields().sampleBytes() : 0;
     const qint64 bytes = qint64(width) * height * bandCount * sample;
     // The fields are 32-bit: a larger cube has no size to show.
     fullCubeBytes = storedCubeBytes = bytes <= std::numeric_limits<int>::max() ? int(bytes) : -1;
@@ -160,18 +156,6 @@ int ZelkImageTessaron::setCorrection(std::unique_ptr<ZelkCorrection> correction)
 
 namespace {
 
-bool holdsSamples(const ZelkSpectralCube& cube)
-{
-    const int size = sampleBytes(cube.dataType);
-    return size > 0 && cube.indexOf(0, 0, 0) >= 0 && cube.dataBytes() >= cube.sampleCount() * size;
-}
-
-float sampleAt(const ZelkSpectralCube& cube, int column, int line, int band)
-{
-    const qint64 i = cube.indexOf(column, line, band);
-    return cube.dataType == DataUInt16 ? float(cube.samples<quint16>()[i]) : cube.samples<float>()[i];
-}
-
 // R = (X - D) * G over a cube whose band b of pixel (c, l) stands at base(c, l) + b * stride.
 template <class T>
 void correctSamples(const ZelkSpectralCube& cube, const float* d, const float* g, int refColumns, int refLines, float* out)
@@ -208,21 +192,15 @@ int ZelkImageTessaron::correctCube(ZelkSpectralCube& cube, int mode)
     const compute::DeviceScope scope(device);
     const ZelkSpectralCube& white = *c->white;
     const ZelkSpectralCube& dark = *c->dark;
-    if (c->state == ZelkCorrection::Cube) {
-        for (const ZelkSpectralCube* ref : {&white, &dark})
-            if (ref->layout != LayoutBIP)
-                return setError(-4305, QStringLiteral("BIP cube reference expected, got %1").arg(ref->layout));
-    }
-    if (white.dataType != DataUInt16 && white.dataType != DataFloat)
-        return setError(-4306, QStringLiteral("white cube reference should have float data type, got %1").arg(white.dataType));
-    if (dark.dataType != DataUInt16 && dark.dataType != DataFloat)
-        return setError(-4306, QStringLiteral("Dark cube reference should have float data type, got %1").arg(dark.dataType));
+    QString refused;
+    if (const int r = c->checkReferences(&refused))
+        return setError(r, refused);
 
     // The references must have the shape that the state applies to this cube.
     const int refColumns = c->state == ZelkCorrection::Point ? 1 : cube.columns;
     const int refLines = c->state == ZelkCorrection::Cube ? cube.lines : 1;
     for (const ZelkSpectralCube* ref : {&white, &dark})
-        if (ref->columns != refColumns || ref->lines != refLines || ref->bands != cube.bands || !holdsSamples(*ref))
+        if (ref->columns != refColumns || ref->lines != refLines || ref->bands != cube.bands || !ref->holdsSamples())
             return setError(-4308, QStringLiteral("Correction references do not fit the cube (%1 columns, %2 lines, %3 bands)")
                                        .arg(cube.columns).arg(cube.lines).arg(cube.bands));
 
@@ -235,23 +213,13 @@ int ZelkImageTessaron::correctCube(ZelkSpectralCube& cube, int mode)
     if (cube.layout == LayoutBIL && cube.dataType == DataFloat && cube.columns != cube.bands)
         return setError(-4307, QStringLiteral("Float BIL cube must have as many columns as bands (got %1 columns, %2 bands)")
                                    .arg(cube.columns).arg(cube.bands));
-    if (!holdsSamples(cube))
+    if (!cube.holdsSamples())
         return setError(-4308, QStringLiteral("Correction references do not fit the cube (%1 columns, %2 lines, %3 bands)")
                                    .arg(cube.columns).arg(cube.lines).arg(cube.bands));
 
-    // D and G in BIP order over the references' own columns and lines: G = v / (W - D).
-    const int bands = cube.bands;
-    const qint64 n = qint64(bands) * refColumns * refLines;
-    QVector<float> d(static_cast<int>(n)), g(static_cast<int>(n));
-    const float v = c->whiteLevel;
-    for (int l = 0; l < refLines; ++l)
-        for (int col = 0; col < refColumns; ++col)
-            for (int b = 0; b < bands; ++b) {
-                const qint64 k = (qint64(l) * refColumns + col) * bands + b;
-                const float w = sampleAt(white, col, l, b);
-                d[int(k)] = sampleAt(dark, col, l, b);
-                g[int(k)] = v / (w - d[int(k)]);
-            }
+    // D and G in BIP order over the references' own columns and lines.
+    QVector<float> d, g;
+    c->levels(refColumns, refLines, false, &d, &g);
 
     const qint64 count = cube.sampleCount();
     std::unique_ptr<char[]> buffer(new (std::nothrow) char[size_t(std::max<qint64>(count * 4, 1))]);
@@ -293,7 +261,7 @@ int ZelkImageTessaron::maskCube(ZelkSpectralCube& cube)
         setError(-1, QStringLiteral("Cube is required to be BIP float, got %1,%2.").arg(cube.layout).arg(cube.dataType));
         return -1;
     }
-    if (maskImage.size() != QSize(cube.columns, cube.lines) || !holdsSamples(cube)) {
+    if (maskImage.size() != QSize(cube.columns, cube.lines) || !cube.holdsSamples()) {
         setError(-1, QStringLiteral("Mask of %1 x %2 does not match the cube of %3 x %4.")
                          .arg(maskImage.width()).arg(maskImage.height()).arg(cube.columns).arg(cube.lines));
         return -1;

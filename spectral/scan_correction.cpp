@@ -47,18 +47,11 @@ void correctLines(const ZelkSpectralCube& scan, int first, int count, const floa
     }
 }
 
-bool holdsSamples(const ZelkSpectralCube& cube)
-{
-    const int size = sampleBytes(cube.dataType);
-    return size > 0 && cube.columns >= 0 && cube.lines >= 0 && cube.bands >= 0 && cube.dataBytes() >= cube.sampleCount() * size &&
-           cube.indexOf(0, 0, 0) >= 0;
-}
-
 } // namespace
 
 bool level(const ZelkSpectralCube& reference, Reduction how, QVector<float>* out)
 {
-    if (!holdsSamples(reference) || reference.lines < 1)
+    if (!reference.holdsSamples() || reference.lines < 1)
         return false;
     out->resize(int(qint64(reference.columns) * reference.bands));
     if (reference.dataType == DataUInt16) {
@@ -77,7 +70,7 @@ bool level(const ZelkSpectralCube& reference, Reduction how, QVector<float>* out
 bool apply(ZelkSpectralCube& scan, const QVector<float>& dark, const QVector<float>& gain, bool absolute, const Progress& progress)
 {
     const qint64 perLine = qint64(scan.columns) * scan.bands;
-    if (!holdsSamples(scan) || (scan.dataType != DataUInt16 && scan.dataType != DataFloat) || dark.size() != perLine ||
+    if (!scan.holdsSamples() || (scan.dataType != DataUInt16 && scan.dataType != DataFloat) || dark.size() != perLine ||
         gain.size() != perLine)
         return false;
     const qint64 count = scan.sampleCount();

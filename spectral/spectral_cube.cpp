@@ -20,9 +20,8 @@ int sampleBytes(quint32 dataType)
 
 namespace {
 
-// ENVI data type codes: file sample size, cube data type and reader type.
+// What an ENVI data type code is read as: the cube's data type and the reader type.
 struct EnviType {
-    int fileBytes;
     quint32 cubeType;
     int readerType;
 };
@@ -30,11 +29,11 @@ struct EnviType {
 bool enviType(int code, EnviType* t)
 {
     switch (code) {
-    case 1: *t = {1, DataUInt8, 3}; return true;
-    case 2: case 12: *t = {2, DataUInt16, 1}; return true;
-    case 3: case 13: *t = {4, DataInt32, 5}; return true;
-    case 4: *t = {4, DataFloat, 2}; return true;
-    case 5: *t = {8, DataFloat, 4}; return true;
+    case 1: *t = {DataUInt8, 3}; return true;
+    case 2: case 12: *t = {DataUInt16, 1}; return true;
+    case 3: case 13: *t = {DataInt32, 5}; return true;
+    case 4: *t = {DataFloat, 2}; return true;
+    case 5: *t = {DataFloat, 4}; return true;
     default: return false;
     }
 }
@@ -55,6 +54,18 @@ qint64 ZelkSpectralCube::indexOf(int column, int line, int band) const
     case LayoutBSQ: return (qint64(band) * lines + line) * columns + column;
     default: return -1;
     }
+}
+
+bool ZelkSpectralCube::holdsSamples() const
+{
+    const int size = sampleBytes(dataType);
+    return size > 0 && columns >= 0 && lines >= 0 && bands >= 0 && indexOf(0, 0, 0) >= 0 && dataBytes_ >= sampleCount() * size;
+}
+
+float ZelkSpectralCube::valueAt(int column, int line, int band) const
+{
+    const qint64 i = indexOf(column, line, band);
+    return dataType == DataUInt16 ? float(samples<quint16>()[i]) : samples<float>()[i];
 }
 
 int ZelkSpectralCube::fail(int code, const QString& message)
@@ -173,34 +184,28 @@ int ZelkSpectralCube::load(const QString& base, const QString& headerExtension, 
         return failLoad(QStringLiteral("Cannot load meta-data file '%1'").arg(headerPath));
     clearData();
 
-    const int offset = std::max(0, header.headerInt(QStringLiteral("header offset")));
-    const bool swap = header.headerInt(QStringLiteral("byte order")) == 1;
-    const QString interleave = header.headerWord(QStringLiteral("interleave")).toLower();
-    if (interleave == QLatin1String("bil"))
-        layout = LayoutBIL;
-    else if (interleave == QLatin1String("bip"))
-        layout = LayoutBIP;
-    else if (interleave == QLatin1String("bsq"))
-        layout = LayoutBSQ;
-    else
-        return failLoad(QStringLiteral("Unknown ENVI file format '%1'").arg(interleave));
+    const EnviFields& fields = header.fields();
+    const qint64 offset = fields.dataOffset();
+    layout = fields.layout();
+    if (layout == 0)
+        return failLoad(QStringLiteral("Unknown ENVI file format '%1'").arg(fields.interleave));
 
-    columns = header.headerInt(QStringLiteral("samples"));
+    columns = fields.samples;
     if (columns < 0)
         return failLoad(QStringLiteral("Cannot find 'samples' field in .hdr file"));
-    lines = header.headerInt(QStringLiteral("lines"));
+    lines = fields.lines;
     if (lines < 0)
         return failLoad(QStringLiteral("Cannot find 'lines' field in .hdr file"));
-    bands = header.headerInt(QStringLiteral("bands"));
+    bands = fields.bands;
     if (bands < 0)
         return failLoad(QStringLiteral("Cannot find 'lines' field in .hdr file"));
-    const int enviCode = header.headerInt(QStringLiteral("data type"));
+    const int enviCode = fields.dataType;
     if (enviCode < 0)
         return failLoad(QStringLiteral("Cannot find 'data type' field in .hdr file"));
 
     EnviType type{};
     const bool knownType = enviType(enviCode, &type);
-    const qint64 rawBytes = sampleCount() * type.fileBytes;
+    const qint64 rawBytes = sampleCount() * fields.sampleBytes();
     QString cubePath = base + cubeExtension;
     if (!QFileInfo::exists(cubePath)) {
         if (!search)
@@ -231,7 +236,7 @@ int ZelkSpectralCube::load(const QString& base, const QString& headerExtension, 
 
     int status = 0;
     qint64 bytes = 0;
-    std::unique_ptr<char[]> buffer = rawfile::readRaw(cubePath, type.readerType, offset, enviCode != 1 && swap, &status, &bytes);
+    std::unique_ptr<char[]> buffer = rawfile::readRaw(cubePath, type.readerType, offset, enviCode != 1 && fields.bigEndian(), &status, &bytes);
     if (!buffer)
         return failLoad(QStringLiteral("Error loading spectral cube: ") + rawfile::statusText(status));
     setData(std::move(buffer), bytes);
@@ -246,7 +251,7 @@ int ZelkSpectralCube::loadBinaryHeader(const QString& base, const QString& heade
         loadMessage = QStringLiteral("Cannot load meta-data file '%1'").arg(headerPath);
         return fail(-32025, loadMessage);
     }
-    const int size = header.headerInt(QStringLiteral("header offset"));
+    const int size = header.fields().headerOffset;
     if (size <= 0) {
         loadMessage += QStringLiteral("no binary header.");
         return fail(-32026, QStringLiteral("No binary header"));

@@ -42,6 +42,10 @@ public:
     qint64 sampleCount() const { return qint64(columns) * lines * bands; }
     // Index of a sample in the buffer by the layout.
     qint64 indexOf(int column, int line, int band) const;
+    // Whether the buffer holds every sample that the sizes, layout and data type give.
+    bool holdsSamples() const;
+    // A sample of a uint16 or float cube as a float.
+    float valueAt(int column, int line, int band) const;
 
     // Room for `units` samples of data type 1 or 2, not cleared.
     int allocate(qint64 units);

@@ -242,6 +242,39 @@ TEST(SegmenterDefinition, PreparationNeedsACompiledDefinition)
     EXPECT_EQ(s->trackDecisions(rowOfOnes), -1);
 }
 
+TEST(SegmenterDefinition, ATrackerFollowsItsDefinition)
+{
+    // A tracker reads its definition as it stands at each call: a definition recompiled
+    // with other flags changes what the next preparation and rows see.
+    ZelkSegmentDefinition definition;
+    definition.setClasses({QStringLiteral("belt"), QStringLiteral("a"), QStringLiteral("b")}, false);
+    definition.backgroundDecName = QStringLiteral("belt");
+    definition.minObjSize = 1;
+    ZelkSegmentTracker tracker(definition);
+    EXPECT_EQ(tracker.prepare(true, 4, 0), -3600);
+    EXPECT_EQ(definition.lastErrorCode(), 0); // the tracker does not write the definition
+
+    ASSERT_TRUE(definition.setForegroundFlag(1, 1));
+    ASSERT_EQ(definition.compile(), 0);
+    ASSERT_EQ(tracker.prepare(true, 4, 0), 0);
+    const quint8 row[4] = {1, 1, 2, 2};
+    const quint8 empty[4] = {0, 0, 0, 0};
+    auto objectsOf = [&](const quint8* first) {
+        EXPECT_EQ(tracker.prepare(true, 4, 0), 0);
+        int objects = 0;
+        const quint8* rows[] = {first, empty, empty, empty};
+        for (int line = 0; line < 21; ++line) {
+            EXPECT_EQ(tracker.trackDecisions(rows[std::min(line, 3)]), 0);
+            objects += tracker.objectCount();
+        }
+        return objects;
+    };
+    EXPECT_EQ(objectsOf(row), 1); // only "a" is foreground
+    ASSERT_TRUE(definition.setForegroundFlag(2, 1));
+    ASSERT_EQ(definition.compile(), 0);
+    EXPECT_EQ(objectsOf(row), 2);
+}
+
 TEST(SegmenterDefinition, MinimumSizeTakesOnlyPositiveValues)
 {
     ZelkSegmenter s;

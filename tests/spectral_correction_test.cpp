@@ -122,6 +122,46 @@ TEST(CorrectionValidity, EveryOutcomeHasItsCodeAndText)
     check(*bands, 1, -4204, "White and dark references have different band count");
 }
 
+TEST(CorrectionLevels, FlattenTheReferencesInEitherOrder)
+{
+    // A frame pair of 2 columns and 3 bands, BIL: white = 900 + c + b, dark = 10 + c + b.
+    auto c = pair(reference(LayoutBIL, 2, 1, 3, 900), reference(LayoutBIL, 2, 1, 3, 10));
+    c->whiteLevel = 0.5f;
+    QVector<float> dark, gain;
+    c->levels(2, 1, false, &dark, &gain);
+    ASSERT_EQ(dark.size(), 6);
+    ASSERT_EQ(gain.size(), 6);
+    // Band fastest: pixel 1, band 2 stands at 1 * 3 + 2.
+    EXPECT_FLOAT_EQ(dark[5], 13.0f);
+    EXPECT_FLOAT_EQ(dark[1], 11.0f);
+    EXPECT_FLOAT_EQ(gain[5], 0.5f / (903.0f - 13.0f));
+    // Pixel fastest: band 2, pixel 1 stands at 2 * 2 + 1.
+    c->levels(2, 1, true, &dark, &gain);
+    EXPECT_FLOAT_EQ(dark[5], 13.0f);
+    EXPECT_FLOAT_EQ(dark[1], 11.0f);
+    EXPECT_FLOAT_EQ(dark[2], 11.0f); // band 1 of pixel 0
+    EXPECT_FLOAT_EQ(gain[2], 0.5f / (901.0f - 11.0f));
+}
+
+TEST(CorrectionLevels, RefuseReferencesTheyCannotRead)
+{
+    QString message;
+    auto usable = pair(reference(LayoutBIL, 2, 1, 3, 900), reference(LayoutBIL, 2, 1, 3, 10));
+    usable->state = ZelkCorrection::Frame;
+    EXPECT_EQ(usable->checkReferences(&message), 0);
+
+    // A cube correction reads its references in BIP order.
+    auto cubeInBil = pair(reference(LayoutBIP, 2, 2, 3, 900), reference(LayoutBIL, 2, 2, 3, 10));
+    cubeInBil->state = ZelkCorrection::Cube;
+    EXPECT_EQ(cubeInBil->checkReferences(&message), -4305);
+    EXPECT_EQ(message.toStdString(), "BIP cube reference expected, got 2");
+
+    auto bytes = pair(reference(LayoutBIL, 2, 1, 3, 900), cube(DataUInt8, LayoutBIL, 2, 1, 3, [](int, int, int) { return 1; }));
+    bytes->state = ZelkCorrection::Frame;
+    EXPECT_EQ(bytes->checkReferences(&message), -4306);
+    EXPECT_EQ(message.toStdString(), "Dark cube reference should have float data type, got 3");
+}
+
 TEST(CorrectionInfo, LongPathsKeepTheirEnd)
 {
     EXPECT_EQ(correction::loadedFrom("/a/b.trf"), "Loaded from /a/b.trf");

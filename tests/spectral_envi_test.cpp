@@ -60,6 +60,52 @@ TEST(EnviHeader, FindsFieldsInAnyCaseAndDialect)
     EXPECT_EQ(EnviHeader(QStringLiteral("headlines = 7")).headerInt(QStringLiteral("lines")), 7);
 }
 
+TEST(EnviHeader, ParsesTheCubeFieldsOnce)
+{
+    const EnviFields f = EnviHeader(QStringLiteral("ENVI\nsamples = 4\nlines = 2\nbands = 3\ndata type = 12\nInterleave = BSQ\n"
+                                                   "byte order = 1\nheader offset = 16\nwavelength = {400, 500, 600, 700}\n"))
+                             .fields();
+    EXPECT_EQ(f.samples, 4);
+    EXPECT_EQ(f.lines, 2);
+    EXPECT_EQ(f.bands, 3);
+    EXPECT_EQ(f.interleave, QStringLiteral("bsq"));
+    EXPECT_EQ(f.layout(), quint32(LayoutBSQ));
+    EXPECT_EQ(f.sampleBytes(), 2);
+    EXPECT_TRUE(f.bigEndian());
+    EXPECT_EQ(f.dataOffset(), 16);
+    EXPECT_EQ(*f.wavelengthsFor(3), (QVector<double>{400, 500, 600}));
+    EXPECT_FALSE(f.wavelengthsFor(5)); // shorter than asked
+
+    // Missing fields are -1 or empty, and a missing offset is no offset.
+    const EnviFields none = EnviHeader(QStringLiteral("ENVI\n")).fields();
+    EXPECT_EQ(none.samples, -1);
+    EXPECT_EQ(none.dataType, -1);
+    EXPECT_TRUE(none.interleave.isEmpty());
+    EXPECT_EQ(none.layout(), 0u);
+    EXPECT_EQ(none.sampleBytes(), 0);
+    EXPECT_FALSE(none.bigEndian());
+    EXPECT_EQ(none.dataOffset(), 0);
+    EXPECT_FALSE(none.wavelengths);
+
+    // Every data type the readers take has its size; an interleave they don't know has no layout.
+    const int sizes[][2] = {{1, 1}, {2, 2}, {3, 4}, {4, 4}, {5, 8}, {12, 2}, {13, 4}, {6, 0}, {9, 0}};
+    for (const auto& size : sizes)
+        EXPECT_EQ(EnviHeader(QStringLiteral("data type = %1\ninterleave = bip\n").arg(size[0])).fields().sampleBytes(), size[1]) << size[0];
+    EXPECT_EQ(EnviHeader(QStringLiteral("interleave = bil\n")).fields().layout(), quint32(LayoutBIL));
+    EXPECT_EQ(EnviHeader(QStringLiteral("interleave = bip\n")).fields().layout(), quint32(LayoutBIP));
+    EXPECT_EQ(EnviHeader(QStringLiteral("interleave = tiled\n")).fields().layout(), 0u);
+}
+
+TEST(EnviHeader, ExactFieldsAreWholeNamesAtTheStartOfALine)
+{
+    const EnviHeader h(QStringLiteral("ENVI\nwavelength units = Nanometers\nwavelength = { 1e3, -2 }\n"
+                                      "description = {a\n b}\nmy data ignore value = 5\n"));
+    EXPECT_EQ(h.exactField(QStringLiteral("Wavelength")), QStringLiteral("1e3, -2"));
+    EXPECT_EQ(h.exactField(QStringLiteral("wavelength units")), QStringLiteral("Nanometers"));
+    EXPECT_EQ(h.exactField(QStringLiteral("description")), QStringLiteral("a\n b"));
+    EXPECT_TRUE(h.exactField(QStringLiteral("data ignore value")).isNull());
+}
+
 TEST(RawCube, ReadsUint16BilAndSwapsWhenByteOrderIsOne)
 {
     Files f;

@@ -1,10 +1,8 @@
 #include "envi_cube.h"
 
 #include "envi_files.h"
-#include "spectral/envi_header.h"
 
 #include <QFileInfo>
-#include <QRegularExpression>
 #include <cmath>
 #include <QtEndian>
 #include <cstring>
@@ -42,24 +40,10 @@ float EnviCube::sample(const char* p) const
     }
 }
 
-QString enviField(const QString& text, const QString& key)
-{
-    const QRegularExpression re(QStringLiteral("^[ \\t]*%1[ \\t]*=[ \\t]*(\\{[^}]*\\}|[^\\r\\n]*)")
-                                    .arg(QRegularExpression::escape(key).replace(QLatin1String("\\ "), QLatin1String("[ \\t]+"))),
-                                QRegularExpression::CaseInsensitiveOption | QRegularExpression::MultilineOption);
-    const QRegularExpressionMatch m = re.match(text);
-    if (!m.hasMatch())
-        return QString();
-    QString value = m.captured(1).trimmed();
-    if (value.startsWith(QLatin1Char('{')))
-        value = value.mid(1, value.size() - 2).trimmed();
-    return value;
-}
-
-bool EnviCube::readFields(const QString& text, QString* error)
+bool EnviCube::readFields(const EnviHeader& header, QString* error)
 {
     auto number = [&](const QString& key, double* out) {
-        const QString value = enviField(text, key);
+        const QString value = header.exactField(key);
         if (value.isNull())
             return true;
         bool ok = false;
@@ -68,7 +52,7 @@ bool EnviCube::readFields(const QString& text, QString* error)
             *error = QStringLiteral("%1: '%2 = %3' is not a number").arg(headerPath, key, value);
         return ok;
     };
-    const QString list = enviField(text, QStringLiteral("wavelength"));
+    const QString list = header.exactField(QStringLiteral("wavelength"));
     if (!list.isEmpty()) {
         for (const QString& part : list.split(QLatin1Char(','), Qt::SkipEmptyParts)) {
             bool ok = false;
@@ -83,11 +67,11 @@ bool EnviCube::readFields(const QString& text, QString* error)
             return false;
         }
     }
-    wavelengthUnits = enviField(text, QStringLiteral("wavelength units"));
+    wavelengthUnits = header.exactField(QStringLiteral("wavelength units"));
     double ignore = 0;
     if (!number(QStringLiteral("reflectance scale factor"), &reflectanceScale) || !number(QStringLiteral("data ignore value"), &ignore))
         return false;
-    if (!enviField(text, QStringLiteral("data ignore value")).isNull())
+    if (!header.exactField(QStringLiteral("data ignore value")).isNull())
         ignoreValue = ignore;
     if (reflectanceScale < 0 || !std::isfinite(reflectanceScale)) {
         *error = QStringLiteral("%1: the reflectance scale factor %2 is not a positive number").arg(headerPath).arg(reflectanceScale);
@@ -108,10 +92,16 @@ bool EnviCube::open(const QString& path, QString* error)
         *error = QStringLiteral("cannot read the header %1").arg(headerPath);
         return false;
     }
-    samples = header.headerInt(QStringLiteral("samples"));
-    lines = header.headerInt(QStringLiteral("lines"));
-    bands = header.headerInt(QStringLiteral("bands"));
-    dataType = header.headerInt(QStringLiteral("data type"));
+    // This reader takes cubes that other programs wrote, where the library reads its
+    // cameras' own files, and so departs from the library's reading in three places: data
+    // type 2 is signed 16 bits (the library reads it as unsigned), a missing interleave is
+    // BSQ, the format's default (the library refuses it), and the wavelengths are read by
+    // their exact name, every entry a number and one per band (readFields).
+    const EnviFields& fields = header.fields();
+    samples = fields.samples;
+    lines = fields.lines;
+    bands = fields.bands;
+    dataType = fields.dataType;
     if (samples < 1 || lines < 1 || bands < 1) {
         *error = QStringLiteral("%1 does not give samples, lines and bands above 0").arg(headerPath);
         return false;
@@ -120,16 +110,14 @@ bool EnviCube::open(const QString& path, QString* error)
         *error = QStringLiteral("%1: data type %2 is not read here (1, 2, 4, 5 and 12 are)").arg(headerPath).arg(dataType);
         return false;
     }
-    const QString word = header.headerWord(QStringLiteral("interleave")).toLower();
-    interleave = word == QLatin1String("bip") ? 1 : word == QLatin1String("bil") ? 2 : word.isEmpty() || word == QLatin1String("bsq") ? 3 : 0;
+    interleave = fields.interleave.isEmpty() ? LayoutBSQ : int(fields.layout());
     if (interleave == 0) {
-        *error = QStringLiteral("%1: interleave '%2' is none of bip, bil and bsq").arg(headerPath, word);
+        *error = QStringLiteral("%1: interleave '%2' is none of bip, bil and bsq").arg(headerPath, fields.interleave);
         return false;
     }
-    const int order = header.headerInt(QStringLiteral("byte order"));
-    bigEndian = order == 1;
-    offset = qMax(0, header.headerInt(QStringLiteral("header offset")));
-    if (!readFields(header.text(), error))
+    bigEndian = fields.bigEndian();
+    offset = fields.dataOffset();
+    if (!readFields(header, error))
         return false;
 
     // Sizes from a header are checked before they are multiplied in 64 bits.
@@ -138,7 +126,7 @@ bool EnviCube::open(const QString& path, QString* error)
         return false;
     }
     const qint64 size = offset + qint64(samples) * lines * bands * sampleBytes();
-    const QString interleaveName = interleave == 1 ? QStringLiteral("bip") : interleave == 2 ? QStringLiteral("bil") : QStringLiteral("bsq");
+    const QString interleaveName = interleave == LayoutBIP ? QStringLiteral("bip") : interleave == LayoutBIL ? QStringLiteral("bil") : QStringLiteral("bsq");
     // A data file named on the command line is the one used.
     if (headerPath != path) {
         dataPath = path;
@@ -176,7 +164,7 @@ bool EnviCube::readLine(int line, float* out, QString* error)
         *error = QStringLiteral("line %1 lies outside the cube").arg(line);
         return false;
     }
-    if (interleave == 3) {
+    if (interleave == LayoutBSQ) {
         // Band after band: one row out of each band's plane.
         const qint64 rowBytes = qint64(samples) * bytes;
         for (int b = 0; b < bands; ++b)
@@ -186,7 +174,7 @@ bool EnviCube::readLine(int line, float* out, QString* error)
         return false;
     }
     const char* p = buffer_.data();
-    if (interleave == 1) {
+    if (interleave == LayoutBIP) {
         for (int x = 0; x < samples; ++x)
             for (int b = 0; b < bands; ++b, p += bytes)
                 out[qint64(b) * samples + x] = sample(p);

@@ -1,9 +1,12 @@
 #pragma once
 // An ENVI cube on disk, read one line at a time so that a long recording never has to
-// fit in memory: the header is read with the library's lenient header reader, the
-// fields it does not know (wavelengths with their units, the reflectance scale factor,
-// the data ignore value) by their exact names, and the data file is found by the
-// naming conventions (envi_files.h).
+// fit in memory: the header is the library's header model, the fields the library does
+// not use (wavelengths with their units, the reflectance scale factor, the data ignore
+// value) are read by their exact names, and the data file is found by the naming
+// conventions (envi_files.h).
+
+#include "spectral/envi_header.h"
+#include "spectral/spectral_cube.h"
 
 #include <QFile>
 #include <QString>
@@ -23,7 +26,7 @@ public:
     bool dataBySize = false; // the data file was found by its size, not its name
     int samples = 0, lines = 0, bands = 0;
     int dataType = 0;   // ENVI code: 1 uint8, 2 int16, 4 float, 5 double, 12 uint16
-    int interleave = 0; // 1 BIP, 2 BIL, 3 BSQ
+    int interleave = 0; // LayoutBIP, LayoutBIL or LayoutBSQ
     bool bigEndian = false;
     qint64 offset = 0;
     QVector<double> wavelengths; // as written, in `wavelengthUnits`; empty when not stated
@@ -41,14 +44,10 @@ public:
 private:
     int sampleBytes() const;
     float sample(const char* p) const;
-    bool readFields(const QString& text, QString* error);
+    bool readFields(const EnviHeader& header, QString* error);
 
     QFile file_;
     std::vector<char> buffer_;
 };
-
-// The value of header field `key` (exact name, any case): the text inside its braces,
-// or the rest of its line. A null string when the header does not have it.
-QString enviField(const QString& text, const QString& key);
 
 } // namespace cli

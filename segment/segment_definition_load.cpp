@@ -3,7 +3,7 @@
 // default; a required one ends the read with -1. Version 2 adds a trailing "objSep".
 
 #include "wire/stream_reads.h"
-#include "segment/segmenter.h"
+#include "segment/segment_definition.h"
 
 using streamreads::value;
 
@@ -26,7 +26,7 @@ void readRule(QDataStream& in, ZelkSegmentRule& rule)
 
 } // namespace
 
-int ZelkSegmenter::load(QDataStream& in)
+int ZelkSegmentDefinition::load(QDataStream& in)
 {
     clearCompiled();
     // Any other version text reads as the items that both versions share.
