@@ -43,7 +43,7 @@ compute::SampleBlock cubeBlock(const ZelkHandle* h, const void* cube, compute::S
 }
 
 // The float form. With a region of interest its pixels are gathered row by row into one
-// block, classified in one call, and put back into a cube of `roiFill`.
+// block, classified in one call, and put back into a cube of the ROI's fill.
 int classifyFloat(ZelkHandle* h, const void* cube)
 {
     compute::SampleBlock block = cubeBlock(h, cube, compute::SampleType::F32);
