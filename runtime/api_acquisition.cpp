@@ -67,7 +67,7 @@ int prepareLineScanKernel(ZelkHandle* h, ZelkClassifier& c)
             c.lastError = msg::CorrectionInfo.text;
             return -1;
         }
-        return prepareKernel(c, *h->backend, h->operatingPoint, stage);
+        return prepareKernel(c, *h->computeDevices.opened, h->operatingPoint, stage);
     }
     if (h->input.fullBandFrames)
         stage.bands = c.bandIndex;
@@ -75,7 +75,7 @@ int prepareLineScanKernel(ZelkHandle* h, ZelkClassifier& c)
         stage.dark = h->correction.darkSelected;
         stage.gain = h->correction.gainSelected;
     }
-    return prepareKernel(c, *h->backend, h->operatingPoint, stage);
+    return prepareKernel(c, *h->computeDevices.opened, h->operatingPoint, stage);
 }
 
 int start(ZelkHandle* h)
@@ -108,14 +108,14 @@ int start(ZelkHandle* h)
     if (h->input.sampleType == InputType::Undefined) {
         const int type = zelk_GetInputDataType(h);
         if (type >= 0)
-            h->input.sampleType = type;
+            h->input.sampleType = InputType(type);
         if (type < 1)
             return fail(h, msg::TypeNotSet);
     }
     if (h->input.layout == InputLayout::Undefined) {
         const int layout = zelk_GetInputDataLayout(h);
         if (layout >= 0)
-            h->input.layout = layout;
+            h->input.layout = InputLayout(layout);
         if (layout < 1)
             return fail(h, msg::LayoutNotSet);
     }

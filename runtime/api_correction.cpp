@@ -6,7 +6,7 @@
 // that the call has three loaders.
 //
 // A loader reports a failure in one of two ways: in the handle's correction pair
-// (correctionError, correctionErrorMsg), or straight in the handle. The call then
+// (correction.loaderError, correction.loaderErrorText), or straight in the handle. The call then
 // publishes the pair in any case, so that a report made straight in the handle is
 // replaced by the pair's older content: the caller reads the last reference failure
 // that was kept, while the returned code tells what went wrong now.

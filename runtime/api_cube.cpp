@@ -17,7 +17,7 @@ namespace {
 
 int unsupportedFormat(ZelkHandle* h)
 {
-    return fail(h, msg::unsupportedCubeFormat(h->input.sampleType, h->input.layout));
+    return fail(h, msg::unsupportedCubeFormat(int(h->input.sampleType), int(h->input.layout)));
 }
 
 bool classify(ZelkHandle* h, const compute::SampleBlock& block, quint8* decisions)
@@ -43,7 +43,7 @@ compute::SampleBlock cubeBlock(const ZelkHandle* h, const void* cube, compute::S
 }
 
 // The float form. With a region of interest its pixels are gathered row by row into one
-// block, classified in one call, and put back into a cube of `roiFill`.
+// block, classified in one call, and put back into a cube of the ROI's fill.
 int classifyFloat(ZelkHandle* h, const void* cube)
 {
     compute::SampleBlock block = cubeBlock(h, cube, compute::SampleType::F32);
@@ -224,7 +224,7 @@ int prepareCubeKernel(ZelkHandle* h, ZelkClassifier& c)
     // count carries the camera's bands, of which the stage picks the classifier's.
     if (h->input.fullBandFrames && h->input.bands != c.selectedBandCount)
         stage.bands = c.bandIndex;
-    if (prepareKernel(c, *h->backend, h->operatingPoint, std::move(stage)) != 0)
+    if (prepareKernel(c, *h->computeDevices.opened, h->operatingPoint, std::move(stage)) != 0)
         return -1;
     const qint64 pixels = qint64(h->input.width) * h->input.height;
     if (!c.kernel->reserve(int(pixels))) {

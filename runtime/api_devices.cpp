@@ -34,7 +34,7 @@ extern "C" ZELK_API int zelk_SetDevice(ZelkHandle* h, int index)
         std::shared_ptr<compute::Backend> opened = compute::openDevice(device);
         if (!opened)
             return fail(h, msg::DeviceSwitch);
-        h->backend = std::move(opened);
+        h->computeDevices.opened = std::move(opened);
         h->computeDevices.selected = device;
         logToHandle(h, msg::selectedDevice(index, d.name));
         h->error.code = 0;

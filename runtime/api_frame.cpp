@@ -43,13 +43,13 @@ int classifyFrame(ZelkHandle* h, const void* frame)
     block.pixels = h->input.width;
     block.bands = h->input.fullBandFrames ? h->input.bands : c.bandIndex.size();
     switch (h->input.layout) {
-    case LayoutBIL:
+    case InputLayout::BIL:
         if (h->input.sampleType != InputType::UInt16 && h->input.sampleType != InputType::Float)
             return fail(h, msg::UnsupportedDataType);
         block.type = h->input.sampleType == InputType::UInt16 ? compute::SampleType::U16 : compute::SampleType::F32;
         block.layout = compute::SpectraLayout::PixelsByBands;
         break;
-    case LayoutBIP:
+    case InputLayout::BIP:
         if (h->input.sampleType != InputType::Float)
             return fail(h, msg::UnsupportedDataType);
         if (h->correction.enabled)
@@ -127,7 +127,7 @@ int reportObjects(ZelkHandle* h, bool markInRing, const Text& overflow)
             std::copy_n(from + objectfield::ClassSizes, ObjectClassSlots, to + objectfield::ClassSizes);
         to[objectfield::Number] = h->segmentation.serial;
         std::copy_n(from + 1, 8, to + 1);
-        if (markInRing && h->markObjects)
+        if (markInRing)
             markObject(h, to);
     }
     return 0;

@@ -8,11 +8,11 @@
 namespace {
 
 // The dimension getters share their checks.
-int projectValue(ZelkHandle* h, int ZelkHandle::*field)
+int projectValue(ZelkHandle* h, int ZelkHandle::CameraInput::*field)
 {
     if (!h->project)
         return fail(h, msg::NoProject);
-    return h->*field;
+    return h->input.*field;
 }
 
 } // namespace
@@ -111,7 +111,7 @@ extern "C" ZELK_API int zelk_SetInputDataLayout(ZelkHandle* h, unsigned int layo
     return exported(msg::SetInputDataLayout, h, [&] {
         if (layout < 1 || layout > 3)
             return failGlobal(msg::layoutRequested(layout));
-        h->input.layout = int(layout);
+        h->input.layout = InputLayout(layout);
         return 0;
     });
 }

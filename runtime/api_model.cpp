@@ -93,7 +93,7 @@ int loadModel(ZelkHandle* h, const QString& fileName)
         return fail(h, msg::LoadWhileAcquiring);
 
     h->segmentation.segmenter = nullptr; // it belongs to the project that goes now
-    h->project = std::make_unique<ZelkProject>(0);
+    h->setProject(std::make_unique<ZelkProject>(0));
     h->project->device = h->computeDevices.selected;
 
     QFile file(fileName);
@@ -106,7 +106,7 @@ int loadModel(ZelkHandle* h, const QString& fileName)
     QByteArray plain;
     const int deciphered = decipher(h, bytes, suffix, &plain);
     if (deciphered < 0) {
-        h->project.reset();
+        h->setProject(nullptr);
         return deciphered;
     }
     if (deciphered == 0) {
@@ -114,13 +114,13 @@ int loadModel(ZelkHandle* h, const QString& fileName)
         buffer.open(QIODevice::ReadOnly);
         QDataStream in(&buffer);
         if (h->project->load(in) != 0) {
-            h->project.reset();
+            h->setProject(nullptr);
             return fail(h, msg::ModelRead);
         }
     }
 
     if (applyApiKind(h) != 0) {
-        h->project.reset();
+        h->setProject(nullptr);
         return fail(h, msg::UnknownAcquisitionType);
     }
     logToHandle(h, msg::modelLoaded(fileName, h->input.lineScan));

@@ -16,7 +16,7 @@ namespace {
 // The largest class index that a record has a counter for.
 constexpr unsigned MaxClassIndex = ObjectClassSlots - 1;
 
-// Records that can be read: objCount, but no more than the handle holds. A frame that
+// Records that can be read: the segmentation's count, but no more than the handle holds. A frame that
 // finished more objects than that reports the full count and keeps only the first ones.
 int readableObjects(const ZelkHandle* h)
 {
@@ -64,7 +64,7 @@ int checkClassifier(ZelkHandle* h)
 }
 
 // The row of the decision image that the last frame wrote, or null when no image of
-// the input width exists. The row after the wrap is ringLast as well.
+// the input width exists. The row after the wrap is the ring's last row as well.
 const quint8* lastDecisionRow(const ZelkHandle* h)
 {
     const QImage* image = h->ring.labels.get();
@@ -182,7 +182,7 @@ extern "C" ZELK_API int zelk_GetObjDataRegOutput(ZelkHandle* h, int index, float
         if (!segmenter && h->project)
             segmenter = h->project->segmenter.get();
         const float* means = segmenter ? segmenter->objectMeans() : nullptr;
-        // Rows of the table are valuesPerPixel long; the caller reads regVarCount of them.
+        // Rows of the table are valuesPerPixel long; the caller reads the regression's variable count of them.
         if (!means || h->regression.variableCount < 1 || segmenter->valuesPerPixel() != h->regression.variableCount)
             return fail(h, msg::NoObjectRegOutputs);
         if (!out)

@@ -28,7 +28,7 @@ int refuseBip(ZelkHandle* h)
 
 int refuseLayout(ZelkHandle* h)
 {
-    return fail(h, msg::unsupportedFrameLayout(h->input.layout));
+    return fail(h, msg::unsupportedFrameLayout(int(h->input.layout)));
 }
 
 bool perPixelCorrection(const ZelkHandle* h)
@@ -127,12 +127,12 @@ int prepareFrameVariant(ZelkHandle* h)
         ZelkResampler* r = h->resampling.resampler.get();
         if (!r || !r->resamplerReady || r->width != width || r->sourceBands != h->input.bands)
             return fail(h, msg::resamplingMisfit(width, h->input.bands));
-        if (!r->prepareFrames(*h->backend, &why))
+        if (!r->prepareFrames(*h->computeDevices.opened, &why))
             return fail(h, msg::resamplingCannotStart(why));
     }
     const int bands = chainBands(h);
     why = msg::NoRegressionModel;
-    if (!p.regressor || !p.regressor->prepareFrames(h->backend, width, bands, &why))
+    if (!p.regressor || !p.regressor->prepareFrames(h->computeDevices.opened, width, bands, &why))
         return fail(h, msg::regressionCannotRun(why));
     const qint64 samples = qint64(width) * bands;
     if (perPixelCorrection(h) && (h->correction.darkRef.size() != samples || h->correction.gainRef.size() != samples))
@@ -177,7 +177,7 @@ int resampleFrame(ZelkHandle* h, const void* frame)
     // A resampler set during the run gets its kernel with its first frame, on the run's
     // device.
     QString why;
-    if (!r->framesPrepared() && !r->prepareFrames(*h->backend, &why))
+    if (!r->framesPrepared() && !r->prepareFrames(*h->computeDevices.opened, &why))
         return fail(h, msg::resamplingCannotRun(why));
     if (!r->resampleFrame(static_cast<const quint16*>(frame), h->resampling.frame.data()))
         return fail(h, msg::ResamplingFailed);

@@ -4,6 +4,7 @@
 
 #include "classify/resampler.h"
 #include "model/project.h"
+#include "spectral/camera_kinds.h"
 #include "spectral/spectral_cube.h"
 #include "compute/backend.h"
 #include "compute/device.h"
@@ -25,92 +26,147 @@ struct ZelkDevice {
 
 class ZelkSegmenter;
 
+// Where the handle is in its life. Loading a model is refused while acquiring, so an
+// acquiring handle always has a model.
+enum class HandleState { Empty, Loaded, Acquiring };
+
 struct ZelkHandle {
-    int errorCode = 0;
-    int messageSize = 4096;
-    std::vector<char> message = std::vector<char>(size_t(messageSize), '\0');
-    QList<ZelkDevice> devices;
+    // The code and text of the last failure, which the error getters hand out.
+    struct ErrorReport {
+        int code = 0;
+        std::vector<char> text = std::vector<char>(4096, '\0');
+    };
+
+    // The compute devices found, the one models are loaded onto, and that device opened:
+    // all device work of the handle is prepared on `opened`.
+    struct ComputeDevices {
+        QList<ZelkDevice> list;
+        int selected = compute::defaultDevice;
+        std::shared_ptr<compute::Backend> opened = compute::openDevice(compute::defaultDevice);
+    };
+
+    // What the camera hands in: line-scan frames or snapshot cubes, and their geometry.
+    struct CameraInput {
+        bool lineScan = false;
+        int width = 0;
+        int height = 0;
+        int bands = 0;
+        InputType sampleType = InputType::Undefined;
+        InputLayout layout = InputLayout::Undefined;
+        bool fullBandFrames = true;
+    };
+
+    // The ring of decision rows of a line-scan acquisition (or the whole cube's labels).
+    struct DecisionRing {
+        std::unique_ptr<QImage> labels;
+        int frameCount = -1;
+        int nextRow = 0;
+        int lastRow = 0;
+        int rows = 500;
+    };
+
+    // The part of a cube that is classified; the rest is filled with one decision.
+    struct RegionOfInterest {
+        bool enabled = false;
+        int col = -1, row = -1, width = -1, height = -1;
+        quint8 fill = 0;
+        std::vector<float> spectra;    // the ROI's pixels of the last float cube, gathered
+        std::vector<quint8> decisions; // the ROI's decisions before they are placed in the cube
+    };
+
+    // Object segmentation and the records of the objects found.
+    struct Segmentation {
+        bool enabled = false;
+        ZelkSegmenter* segmenter = nullptr; // the project's, borrowed while segmentation runs
+        int serial = 0;
+        int maxObjects = 300;
+        int count = 0;
+        std::vector<qint32> records = std::vector<qint32>(size_t(maxObjects) * ObjectRecordInts, 0);
+        std::vector<qint32> objectMap;
+        std::vector<qint32> classObjectMap;
+    };
+
+    // Reflectance references: per band and pixel (width by bands, pixel fastest), or one
+    // mean spectrum each. The selected forms hold the classifier's bands only.
+    struct Correction {
+        bool enabled = false;
+        QVector<float> darkRef, gainRef;
+        QVector<float> whiteMean, darkMean;
+        QVector<float> darkSelected, gainSelected;
+        bool meansOnly = false;
+
+        // The reference scans of the last load of a "whiteReference"/"darkReference" pair;
+        // they stay until the next such load or the release of the handle.
+        std::unique_ptr<ZelkSpectralCube> whiteScan, darkScan;
+
+        // The report of the last correction loader that failed, which zelk_LoadCorrection
+        // publishes on every failure.
+        int loaderError = 0;
+        QString loaderErrorText;
+    };
+
+    // The regressor's outputs of the last frame.
+    struct RegressionOutputs {
+        int variableCount = 0;
+        std::vector<float> outputs;        // input width x variableCount, pixel-major
+        std::vector<float> variableLine;   // one variable of the last frame
+    };
+
+    // Resampling the camera's bands onto the project's wavelengths.
+    struct Resampling {
+        bool enabled = false;
+        int deviceBands = -1;
+        int deviceWidth = -1;
+        std::unique_ptr<QVector<double>> deviceWavelengths;
+        std::unique_ptr<QVector<double>> targetWavelengths;
+        std::unique_ptr<ZelkResampler> resampler;
+        std::vector<quint16> frame; // the frame on the project's bands
+    };
+
+    // Time spent per stage, counted after the warm-up frames.
+    struct Timing {
+        double classifyMs = 0;
+        double segmentMs = 0;
+        int warmupFrames = 500;
+    };
+
+    // Buffers of cube processing, kept between cubes.
+    struct CubeBuffers {
+        std::vector<quint8> decisions;
+        std::unique_ptr<ZelkSpectralCube> swapped;
+        std::vector<quint16> reorderScratch;
+        std::vector<float> gained;
+    };
+
+    ErrorReport error;
+    ComputeDevices computeDevices;
 
     // The loaded model; null before the first load and after a load that failed on the
     // file's envelope or stream.
     std::unique_ptr<ZelkProject> project;
+    HandleState state = HandleState::Empty;
+    bool isAcquiring() const { return state == HandleState::Acquiring; }
 
-    // API kind and the geometry of what the caller hands in.
-    bool lineScan = false;
-    int inputWidth = 0;
-    int inputBands = 0;
-    int inputHeight = 0;
-    int inputDataType = 0;   // 0 unset, 1 uint16, 2 float
-    int inputDataLayout = 0; // 0 unset, 1 BIP, 2 BIL, 3 BSQ
-    bool fullBandFrames = true;
+    // The transitions: a load puts a project in (or drops it when it fails), a start and
+    // a stop move between loaded and acquiring.
+    void setProject(std::unique_ptr<ZelkProject> p)
+    {
+        project = std::move(p);
+        state = project ? HandleState::Loaded : HandleState::Empty;
+    }
+    void setAcquiring(bool on) { state = on ? HandleState::Acquiring : HandleState::Loaded; }
 
-    int frameCount = -1;
-    int ringNext = 0;
-    int ringLast = 0;
-
-    bool roiEnabled = false;
-    int roiCol = -1, roiRow = -1, roiWidth = -1, roiHeight = -1;
-    quint8 roiFill = 0;
-    std::vector<float> roiSpectra; // the ROI's pixels of the last float cube, gathered
-
-    bool segmentationEnabled = false;
-    ZelkSegmenter* segmenter = nullptr; // the project's, borrowed while segmentation runs
-    int objectSerial = 0;
-    int maxObjects = 300;
-    int objCount = 0;
-    std::vector<qint32> objects = std::vector<qint32>(size_t(maxObjects) * ObjectRecordInts, 0);
-    bool markObjects = true;
-    int ringRows = 500;
-
-    std::unique_ptr<QImage> labelImage;   // ring of decision rows, or the whole cube
-    std::vector<quint8> cubeDecisions;
-    std::vector<quint8> roiDecisions;
-    std::vector<qint32> objectMap;
-    std::vector<qint32> classObjectMap;
+    CameraInput input;
+    DecisionRing ring;
+    RegionOfInterest roi;
+    Segmentation segmentation;
 
     // The operating point of the running acquisition: one weight per class.
-    QVector<float> classRow;
+    QVector<float> operatingPoint;
 
-    // Reflectance references: per band and pixel (width by bands, pixel fastest), or one
-    // mean spectrum each. The selected forms hold the classifier's bands only.
-    bool correctionEnabled = false;
-    QVector<float> darkRef, gainRef;
-    QVector<float> whiteMean, darkMean;
-    QVector<float> darkSel, gainSel;
-    int device = compute::defaultDevice;
-    // The device of `device`, opened when the caller chose it; all device work of the
-    // handle is prepared on it.
-    std::shared_ptr<compute::Backend> backend = compute::openDevice(compute::defaultDevice);
-    bool meanCorrection = false;
-
-    int regVarCount = 0;
-    std::vector<float> regOutput;  // inputWidth x regVarCount, pixel-major
-    std::vector<float> regVarLine; // one variable of the last frame
-    std::vector<quint16> resampledFrame; // the frame on the project's bands, when resampling
-
-    bool acquiring = false;
-
-    double algTimeMs = 0;
-    double segTimeMs = 0;
-    int warmupFrames = 500;
-
-    bool resamplingEnabled = false;
-    int deviceBandCount = -1;
-    int deviceFrameWidth = -1;
-    std::unique_ptr<QVector<double>> deviceWavelengths;
-    std::unique_ptr<QVector<double>> resamplingWavelengths;
-    std::unique_ptr<ZelkResampler> resampler;
-
-    std::unique_ptr<ZelkSpectralCube> swapCube;
-    std::vector<quint16> swapMask;
-    std::vector<float> swapFloat;
-
-    // The reference scans of the last load of a "whiteReference"/"darkReference" pair;
-    // they stay until the next such load or the release of the handle.
-    std::unique_ptr<ZelkSpectralCube> whiteScan, darkScan;
-
-    // The report of the last correction loader that failed, which zelk_LoadCorrection
-    // publishes on every failure.
-    int correctionError = 0;
-    QString correctionErrorMsg;
+    Correction correction;
+    RegressionOutputs regression;
+    Resampling resampling;
+    Timing timing;
+    CubeBuffers cube;
 };

@@ -38,7 +38,7 @@ int selectedDevice(const ZelkHandle* h)
 
 compute::Backend& backend(const ZelkHandle* h)
 {
-    return *h->backend;
+    return *h->computeDevices.opened;
 }
 
 Camera camera(const ZelkHandle* h)
@@ -57,12 +57,12 @@ Camera camera(const ZelkHandle* h)
 
 int inputDataType(const ZelkHandle* h)
 {
-    return h->input.sampleType;
+    return int(h->input.sampleType);
 }
 
 void forceInputDataType(ZelkHandle* h, int type)
 {
-    h->input.sampleType = type;
+    h->input.sampleType = InputType(type);
 }
 
 } // namespace handleprobe
