@@ -8,6 +8,7 @@
 // kernel also runs with merges relabelled by a scan of the whole label table.
 
 #include "segment/segmenter.h"
+#include "speckled_belt.h"
 
 #include <chrono>
 #include <cstdio>
@@ -23,30 +24,7 @@ double seconds()
 
 std::vector<quint8> belt(int size, double* coverage)
 {
-    std::mt19937 rng(3);
-    std::uniform_real_distribution<float> u(0.0f, 1.0f);
-    std::vector<quint8> picture(size_t(size) * size, 0);
-    const int objects = int(double(size) * size * 1150 / (640.0 * 10000)); // as dense as the line-scan belt
-    for (int n = 0; n < objects; ++n) {
-        const float cx = u(rng) * size, cy = u(rng) * size;
-        const float rx = 8.0f + u(rng) * 22.0f, ry = 8.0f + u(rng) * 22.0f;
-        const quint8 code = quint8(1 + rng() % 3);
-        for (int y = int(cy - ry); y <= int(cy + ry); ++y)
-            for (int x = int(cx - rx); x <= int(cx + rx); ++x) {
-                const float dx = (x - cx) / rx, dy = (y - cy) / ry;
-                if (x < 0 || x >= size || y < 0 || y >= size || dx * dx + dy * dy > 1.0f)
-                    continue;
-                picture[size_t(y) * size + x] = u(rng) < 0.04f ? quint8(1 + rng() % 3) : code;
-            }
-    }
-    size_t covered = 0;
-    for (quint8& p : picture) {
-        if (p == 0 && u(rng) < 0.003f)
-            p = quint8(1 + rng() % 3);
-        covered += p != 0;
-    }
-    *coverage = double(covered) / double(picture.size());
-    return picture;
+    return speckledBelt(size, size, int(double(size) * size * 1150 / (640.0 * 10000)), coverage); // as dense as the line-scan belt
 }
 
 void run(const char* name, bool allForeground, bool plainRelabel, int size, int repeats,

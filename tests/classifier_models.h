@@ -5,9 +5,12 @@
 #include "compute/classifier_model.h"
 
 #include <QVector>
+#include <gtest/gtest.h>
 #include <algorithm>
 #include <cmath>
 #include <random>
+#include <set>
+#include <string>
 #include <vector>
 
 namespace testmodels {
@@ -118,6 +121,30 @@ inline FormulaDecision formulaDecision(const compute::ClassifierModel& m, const 
     d.decision = m.rejects() && s[size_t(best)] < m.thresholds[best] ? C : best;
     d.clear = margin >= 1e-4 * (1 + std::abs(s[size_t(best)]));
     return d;
+}
+
+// Checks `decisions` against the formula for every pixel that float can decide;
+// `spectra` holds the same pixels one spectrum a column. Returns the distinct
+// decisions seen.
+inline std::set<quint8> expectFormula(const compute::ClassifierModel& m, const QVector<float>& row,
+                                      const std::vector<float>& spectra, const std::vector<quint8>& decisions,
+                                      const std::string& what)
+{
+    const int n = int(decisions.size());
+    int compared = 0;
+    for (int p = 0; p < n; ++p) {
+        const FormulaDecision expected = formulaDecision(m, row, spectra.data() + size_t(p) * size_t(m.bands));
+        if (!expected.clear)
+            continue; // too close to call in float
+        ++compared;
+        if (decisions[size_t(p)] != expected.decision) {
+            ADD_FAILURE() << what << ": pixel " << p << " got " << int(decisions[size_t(p)]) << ", formula "
+                          << expected.decision;
+            break;
+        }
+    }
+    EXPECT_GT(compared, n * 9 / 10) << what;
+    return std::set<quint8>(decisions.begin(), decisions.end());
 }
 
 } // namespace testmodels

@@ -69,29 +69,6 @@ protected:
         EXPECT_TRUE(k.classify(pixels.data(), SpectraLayout::BandsByPixels, int(out.size()), out.data()));
         return out;
     }
-
-    // Checks `decisions` against the formula for every pixel that float can decide;
-    // `spectra` holds the same pixels one spectrum a column. Returns the distinct
-    // decisions seen.
-    static std::set<quint8> expectFormula(const ClassifierModel& m, const QVector<float>& row, const std::vector<float>& spectra,
-                                          const std::vector<quint8>& decisions, const std::string& what)
-    {
-        const int n = int(decisions.size());
-        int compared = 0;
-        for (int p = 0; p < n; ++p) {
-            const auto expected = testmodels::formulaDecision(m, row, spectra.data() + size_t(p) * size_t(m.bands));
-            if (!expected.clear)
-                continue; // too close to call in float
-            ++compared;
-            if (decisions[size_t(p)] != expected.decision) {
-                ADD_FAILURE() << what << ": pixel " << p << " got " << int(decisions[size_t(p)]) << ", formula "
-                              << expected.decision;
-                break;
-            }
-        }
-        EXPECT_GT(compared, n * 9 / 10) << what;
-        return std::set<quint8>(decisions.begin(), decisions.end());
-    }
 };
 
 // A model whose centres sit at the features of some of the given pixels, with gammas
@@ -206,8 +183,8 @@ TEST_P(Kernels, RandomModelsDecideAsTheFormulaInBothLayouts)
             std::vector<quint8> a(size_t(s.n), 99), b(size_t(s.n), 98);
             ASSERT_TRUE(k->classify(spectra.data(), SpectraLayout::BandsByPixels, s.n, a.data())) << what;
             ASSERT_TRUE(k->classify(bandColumns.data(), SpectraLayout::PixelsByBands, s.n, b.data())) << what;
-            const size_t seen = expectFormula(m, row, spectra, a, what + ", spectra as columns").size();
-            expectFormula(m, row, spectra, b, what + ", bands as columns");
+            const size_t seen = testmodels::expectFormula(m, row, spectra, a, what + ", spectra as columns").size();
+            testmodels::expectFormula(m, row, spectra, b, what + ", bands as columns");
             if (!workloads)
                 continue;
             EXPECT_GT(seen, 1u) << what;
@@ -234,8 +211,8 @@ TEST_P(Kernels, BlocksOfEverySizeIncludingChunksLargerThanADeviceHolds)
         ASSERT_TRUE(k->classify(spectra.data(), SpectraLayout::BandsByPixels, n, a.data()));
         ASSERT_TRUE(k->classify(bandColumns.data(), SpectraLayout::PixelsByBands, n, b.data()));
         const std::string what = std::to_string(n) + " pixels";
-        expectFormula(m, row, spectra, a, what + ", spectra as columns");
-        expectFormula(m, row, spectra, b, what + ", bands as columns");
+        testmodels::expectFormula(m, row, spectra, a, what + ", spectra as columns");
+        testmodels::expectFormula(m, row, spectra, b, what + ", bands as columns");
     }
 }
 
@@ -289,7 +266,7 @@ TEST_P(Kernels, SamplesAreSelectedConvertedAndCorrectedAsTheHostStagesThem)
                 ASSERT_TRUE(k->classifySamples(block, out.data())) << what;
                 // The CPU stages tile by tile, OpenCL on the device: both as the host
                 // stages the whole block.
-                EXPECT_GT(expectFormula(m, row, spectra, out, what).size(), 1u) << what;
+                EXPECT_GT(testmodels::expectFormula(m, row, spectra, out, what).size(), 1u) << what;
             }
         }
     }

@@ -56,29 +56,6 @@ protected:
     {
         return onDevice<OpenClClassifier>(m, &Backend::prepareClassifier);
     }
-
-    // Checks `decisions` against the formula for every pixel that float can decide;
-    // `spectra` holds the same pixels one spectrum a column. Returns the distinct
-    // decisions seen.
-    static std::set<quint8> expectFormula(const ClassifierModel& m, const QVector<float>& row, const std::vector<float>& spectra,
-                                          const std::vector<quint8>& decisions, const char* what)
-    {
-        const int n = int(decisions.size());
-        int compared = 0;
-        for (int p = 0; p < n; ++p) {
-            const auto expected = testmodels::formulaDecision(m, row, spectra.data() + size_t(p) * size_t(m.bands));
-            if (!expected.clear)
-                continue;
-            ++compared;
-            if (decisions[size_t(p)] != expected.decision) {
-                ADD_FAILURE() << what << ": pixel " << p << " got " << int(decisions[size_t(p)]) << ", formula "
-                              << expected.decision;
-                break;
-            }
-        }
-        EXPECT_GT(compared, n * 9 / 10) << what;
-        return std::set<quint8>(decisions.begin(), decisions.end());
-    }
 };
 
 } // namespace
@@ -96,7 +73,7 @@ TEST_F(OpenCl, OnlyTheBlockGoesUpAndOnlyTheDecisionsComeBack)
     ASSERT_TRUE(cl->classify(spectra.data(), SpectraLayout::BandsByPixels, n, a.data())) << cl->lastError().toStdString();
     EXPECT_EQ(cl->lastTraffic().toDevice, qint64(n) * B * 4);
     EXPECT_EQ(cl->lastTraffic().toHost, n);
-    expectFormula(m, {1, 1, 1}, spectra, a, "after the traffic");
+    testmodels::expectFormula(m, {1, 1, 1}, spectra, a, "after the traffic");
 }
 
 TEST_F(OpenCl, TheRawSamplesGoUpNotFloatSpectraOfTheChosenBands)
@@ -153,7 +130,7 @@ TEST_F(OpenCl, FailuresComeBackAsFalseOrNullAndTheKernelKeepsWorking)
 
     const std::vector<float> spectra = testmodels::randomSpectra(16, B, rng);
     ASSERT_TRUE(cl->classify(spectra.data(), SpectraLayout::BandsByPixels, 16, out.data())) << cl->lastError().toStdString();
-    expectFormula(wide, {1, 1, 1}, spectra, out, "after the failures");
+    testmodels::expectFormula(wide, {1, 1, 1}, spectra, out, "after the failures");
 }
 
 TEST_F(OpenCl, RegressionAndResamplingMoveOnlyTheirFramesAndOutputs)

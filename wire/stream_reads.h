@@ -62,8 +62,9 @@ bool countFits(QDataStream& in, qint64 minimumPerEntry = wireSize<Element>())
     return false;
 }
 
-template <typename T>
-QDataStream& read(QDataStream& in, QVector<T>& v)
+// A vector or list of T whose count is checked first.
+template <typename T, template <typename> class Sequence>
+QDataStream& readSequence(QDataStream& in, Sequence<T>& v)
 {
     if (countFits<T>(in))
         in >> v;
@@ -73,13 +74,15 @@ QDataStream& read(QDataStream& in, QVector<T>& v)
 }
 
 template <typename T>
+QDataStream& read(QDataStream& in, QVector<T>& v)
+{
+    return readSequence(in, v);
+}
+
+template <typename T>
 QDataStream& read(QDataStream& in, QList<T>& v)
 {
-    if (countFits<T>(in))
-        in >> v;
-    else
-        v.clear();
-    return in;
+    return readSequence(in, v);
 }
 
 // Qt reads a string or byte array in blocks of a megabyte, each allocated before it is
