@@ -3,6 +3,7 @@
 // precision that kernels are checked against.
 
 #include "compute/classifier_model.h"
+#include "compute/regression_kernel.h"
 
 #include <QVector>
 #include <gtest/gtest.h>
@@ -121,6 +122,17 @@ inline FormulaDecision formulaDecision(const compute::ClassifierModel& m, const 
     d.decision = m.rejects() && s[size_t(best)] < m.thresholds[best] ? C : best;
     d.clear = margin >= 1e-4 * (1 + std::abs(s[size_t(best)]));
     return d;
+}
+
+// A regression map of 30 bands to 3 variables with normal weights and offsets around 50.
+inline compute::LinearMap randomLinearMap(std::mt19937& rng)
+{
+    compute::LinearMap map;
+    map.bands = 30;
+    map.variables = 3;
+    fillNormal(map.weights, map.bands * map.variables, 1.0f, 0.0f, rng);
+    fillNormal(map.offset, map.variables, 10.0f, 50.0f, rng);
+    return map;
 }
 
 // Checks `decisions` against the formula for every pixel that float can decide;

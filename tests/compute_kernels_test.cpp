@@ -295,11 +295,7 @@ TEST_P(Kernels, RefuseSampleBlocksThatDoNotFitAndWriteNothing)
 TEST_P(BackendKernels, RegressionGivesTheLinearMapOfEveryPixel)
 {
     std::mt19937 rng(11);
-    LinearMap map;
-    map.bands = 30;
-    map.variables = 3;
-    testmodels::fillNormal(map.weights, map.bands * map.variables, 1.0f, 0.0f, rng);
-    testmodels::fillNormal(map.offset, map.variables, 10.0f, 50.0f, rng);
+    const LinearMap map = testmodels::randomLinearMap(rng);
     QString error;
     const auto regression = GetParam().backend()->prepareRegression(map, &error);
     ASSERT_TRUE(regression) << error.toStdString();

@@ -136,11 +136,7 @@ TEST_F(OpenCl, FailuresComeBackAsFalseOrNullAndTheKernelKeepsWorking)
 TEST_F(OpenCl, RegressionAndResamplingMoveOnlyTheirFramesAndOutputs)
 {
     std::mt19937 rng(11);
-    LinearMap map;
-    map.bands = 30;
-    map.variables = 3;
-    testmodels::fillNormal(map.weights, map.bands * map.variables, 1.0f, 0.0f, rng);
-    testmodels::fillNormal(map.offset, map.variables, 10.0f, 50.0f, rng);
+    const LinearMap map = testmodels::randomLinearMap(rng);
     const auto regression = onDevice<opencl::OpenClRegression>(map, &Backend::prepareRegression);
     ASSERT_TRUE(regression);
     cpu::CpuRegression host(map);
