@@ -4,6 +4,8 @@
 //   bench_realtime w1 FRAMES     frames/s and latencies of W1 frames
 //   bench_realtime w1-same FRAMES   the same with one frame handed in again and again:
 //                                identical work every time, so its spread is the machine's
+//   bench_realtime sgemm-steady N   N sgemm calls of about a W1 frame's cost, each timed:
+//                                the machine's spread without the library
 //   bench_realtime cube CUBES    the same for cubes
 //   bench_realtime sgemm         the BLAS's single-thread sgemm rate, GFLOP/s
 //   bench_realtime cameras N FRAMES   W1 on N handles, each on a thread of its own,
@@ -151,6 +153,30 @@ int cameras(int n, int count)
     return 0;
 }
 
+// N sgemm calls of 200 x 200 (16 MFLOP, about one W1 frame), each timed alone.
+int sgemmSteady(int count)
+{
+    const int n = 200;
+    std::vector<float> a(size_t(n) * n, 0.5f), b(size_t(n) * n, 0.25f), c(size_t(n) * n);
+    std::vector<double> latencies(static_cast<size_t>(count), 0.0);
+    const Clock::time_point begin = Clock::now();
+    for (int i = -200; i < count; ++i) { // the first 200 warm the caches
+        const Clock::time_point t = Clock::now();
+        cblas_sgemm(CblasColMajor, CblasNoTrans, CblasNoTrans, n, n, n, 1.0f, a.data(), n, b.data(), n, 0.0f, c.data(), n);
+        if (i >= 0)
+            latencies[size_t(i)] = std::chrono::duration<double>(Clock::now() - t).count();
+    }
+    const double seconds = std::chrono::duration<double>(Clock::now() - begin).count();
+    const double p50 = percentile(latencies, 0.5);
+    const double slowest = *std::max_element(latencies.begin(), latencies.end());
+    const long long beyondFive = std::count_if(latencies.begin(), latencies.end(), [&](double t) { return t > 5 * p50; });
+    std::printf("{\"workload\": \"sgemm-steady\", \"units\": %d, \"per_second\": %.3f, \"p50_us\": %.2f, \"p99_us\": %.2f, "
+                "\"p999_us\": %.2f, \"max_us\": %.2f, \"beyond_5x_p50\": %lld}\n",
+                count, (count + 200) / seconds, 1e6 * p50, 1e6 * percentile(latencies, 0.99), 1e6 * percentile(latencies, 0.999),
+                1e6 * slowest, beyondFive);
+    return 0;
+}
+
 int sgemm()
 {
     const int n = 512;
@@ -206,6 +232,8 @@ int main(int argc, char** argv)
         return run("w1-same", workloads::w1(), count, false, true);
     if (what == QLatin1String("cube") && count > 0)
         return run("cube", workloads::cube(), count, true);
+    if (what == QLatin1String("sgemm-steady") && count > 0)
+        return sgemmSteady(count);
     if (what == QLatin1String("sgemm"))
         return sgemm();
     if (what == QLatin1String("cameras") && count > 0 && argc > 3)
@@ -219,6 +247,6 @@ int main(int argc, char** argv)
         }
         return 0;
     }
-    std::fprintf(stderr, "usage: bench_realtime w1 FRAMES | w1-same FRAMES | cube CUBES | sgemm | cameras N FRAMES | export DIR\n");
+    std::fprintf(stderr, "usage: bench_realtime w1 FRAMES | w1-same FRAMES | sgemm-steady N | cube CUBES | sgemm | cameras N FRAMES | export DIR\n");
     return 2;
 }

@@ -102,11 +102,17 @@ __attribute__((always_inline)) inline float sumOfSquaresOf(const float* values, 
 
 // Both products are rounded before the difference, on every instruction set, so that a
 // sample rounds the same way whichever version runs: a fused multiply-subtract could
-// tip a value that lies next to one half.
-__attribute__((always_inline, optimize("fp-contract=off"))) inline void interpolateSamplesOf(
+// tip a value that lies next to one half. GCC takes that as a function attribute,
+// clang as a pragma in the body.
+#ifdef __clang__
+#define ZELK_NO_FP_CONTRACT
+#else
+#define ZELK_NO_FP_CONTRACT __attribute__((optimize("fp-contract=off")))
+#endif
+ZELK_NO_FP_CONTRACT __attribute__((always_inline)) inline void interpolateSamplesOf(
     const std::uint16_t* lo, const std::uint16_t* hi, float t, std::uint16_t* out, int n)
 {
-#ifdef __clang__ // which ignores the attribute
+#ifdef __clang__
 #pragma clang fp contract(off)
 #endif
     const float tMinusOne = t - 1.0f;
@@ -130,7 +136,7 @@ ZELK_LEVEL_VERSIONS(, void, stageRowU16, stageRowOf,
 ZELK_LEVEL_VERSIONS(, void, stageRowF32, stageRowOf, (const float* in, const float* dark, const float* gain, float* out, int n),
                     (in, dark, gain, out, n))
 ZELK_LEVEL_VERSIONS(, float, sumOfSquares, sumOfSquaresOf, (const float* values, int n), (values, n))
-ZELK_LEVEL_VERSIONS(__attribute__((optimize("fp-contract=off"))), void, interpolateSamples, interpolateSamplesOf,
+ZELK_LEVEL_VERSIONS(ZELK_NO_FP_CONTRACT, void, interpolateSamples, interpolateSamplesOf,
                     (const std::uint16_t* lo, const std::uint16_t* hi, float t, std::uint16_t* out, int n),
                     (lo, hi, t, out, n))
 
