@@ -87,7 +87,8 @@ bool ZelkResampler::prepareFrames(compute::Backend& backend, QString* why)
     return frameKernel_ != nullptr;
 }
 
-bool ZelkResampler::resampleFrame(const quint16* frame, quint16* out)
+bool ZelkResampler::stageFrame(compute::StagedFrame& staged, const quint16* frame, quint16* scratch,
+                               const QVector<float>& dark, const QVector<float>& gain)
 {
-    return frameKernel_ && frameKernel_->resample(frame, out);
+    return frameKernel_ && staged.stageResampled(frame, *frameKernel_, scratch, dark, gain);
 }

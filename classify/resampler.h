@@ -4,6 +4,7 @@
 // in init(); a frame then costs two look-ups, two products and a rounding per sample.
 
 #include "compute/backend.h"
+#include "compute/staged_frame.h"
 
 #include <QString>
 #include <QVector>
@@ -49,8 +50,11 @@ public:
     // `why`, when the resampler is not ready or the device cannot take it.
     bool prepareFrames(compute::Backend& backend, QString* why);
     bool framesPrepared() const { return frameKernel_ != nullptr; }
-    // One frame through that kernel; false when there is none or the device failed.
-    bool resampleFrame(const quint16* frame, quint16* out);
+    // One frame through that kernel into `staged`, corrected there with `dark` and `gain`
+    // (none when empty); `scratch` holds the resampled frame where the device is the
+    // host. False when there is no kernel or the device failed.
+    bool stageFrame(compute::StagedFrame& staged, const quint16* frame, quint16* scratch, const QVector<float>& dark,
+                    const QVector<float>& gain);
 
 private:
     int fail(int code, const QString& message);

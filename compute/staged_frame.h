@@ -5,6 +5,7 @@
 // takes its bands from it and a regressor reads it whole, so the frame reaches the
 // device once.
 
+#include "compute/resample_kernel.h"
 #include "compute/sample_block.h"
 
 #include <QVector>
@@ -24,6 +25,16 @@ public:
     // False, with the frame undefined, when the references do not fit or the device
     // failed.
     virtual bool stage(const void* samples, SampleType type, const QVector<float>& dark, const QVector<float>& gain) = 0;
+
+    // Stages a frame of 16-bit `samples` that `resampler` first takes onto this frame's
+    // bands. A device frame keeps the resampled frame on the device when the resampler
+    // works there too; on the host it passes through `scratch` (pixels by bands).
+    // False when a step failed.
+    virtual bool stageResampled(const quint16* samples, ResampleKernel& resampler, quint16* scratch,
+                                const QVector<float>& dark, const QVector<float>& gain)
+    {
+        return resampler.resample(samples, scratch) && stage(scratch, SampleType::U16, dark, gain);
+    }
 
     // The staged frame in host memory; null where it stays on the device.
     virtual const float* host() const { return nullptr; }

@@ -179,9 +179,11 @@ int resampleFrame(ZelkHandle* h, const void* frame)
     QString why;
     if (!r->framesPrepared() && !r->prepareFrames(*h->computeDevices.opened, &why))
         return fail(h, msg::resamplingCannotRun(why));
-    if (!r->resampleFrame(static_cast<const quint16*>(frame), h->resampling.frame.data()))
+    // Resampled and staged on the run's device: a device frame goes up once.
+    const bool correct = perPixelCorrection(h);
+    const QVector<float> none;
+    if (!r->stageFrame(*h->project->regressor->stagedFrame(), static_cast<const quint16*>(frame), h->resampling.frame.data(),
+                       correct ? h->correction.darkRef : none, correct ? h->correction.gainRef : none))
         return fail(h, msg::ResamplingFailed);
-    if (const int failed = stageFrame(h, h->resampling.frame.data(), compute::SampleType::U16))
-        return failed;
     return runChain(h, bands);
 }

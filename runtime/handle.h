@@ -120,7 +120,7 @@ struct ZelkHandle {
         std::unique_ptr<QVector<double>> deviceWavelengths;
         std::unique_ptr<QVector<double>> targetWavelengths;
         std::unique_ptr<ZelkResampler> resampler;
-        std::vector<quint16> frame; // the frame on the project's bands
+        std::vector<quint16> frame; // room for the frame on the project's bands, where the device is the host
     };
 
     // Time spent per stage, counted after the warm-up frames.

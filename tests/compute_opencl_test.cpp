@@ -224,6 +224,67 @@ TEST_F(OpenCl, AStagedFrameGoesUpOnceAndItsReferencesOnlyWhenOthersCome)
     EXPECT_EQ(decisions, std::vector<quint8>(size_t(W), 99));
 }
 
+TEST_F(OpenCl, AResampledFrameIsStagedWhereItWasResampled)
+{
+    std::mt19937 rng(23);
+    const int W = 64, sourceBands = 5;
+    ResampleMap resampling;
+    resampling.width = W;
+    resampling.sourceBands = sourceBands;
+    resampling.low = {0, 1, 1, 3};
+    resampling.high = {1, 2, 2, 4};
+    resampling.fraction = {0.5f, 0.25f, 1.0f, 0.75f};
+    const int bands = resampling.destBands();
+    LinearMap map;
+    map.bands = bands;
+    map.variables = 2;
+    testmodels::fillNormal(map.weights, bands * 2, 1.0f, 0.0f, rng);
+    testmodels::fillNormal(map.offset, 2, 1.0f, 0.0f, rng);
+
+    QString error;
+    const std::shared_ptr<Backend> gpu = openDevice(makeDevice(BackendOpenCl, 0), &error);
+    const std::shared_ptr<Backend> cpu = openDevice(defaultDevice, &error);
+    ASSERT_TRUE(gpu && cpu) << error.toStdString();
+    const auto onGpu = gpu->prepareFrame(W, bands, &error);
+    const auto onCpu = cpu->prepareFrame(W, bands, &error);
+    const auto gpuResampler = gpu->prepareResampler(resampling, &error);
+    const auto cpuResampler = cpu->prepareResampler(resampling, &error);
+    const auto gpuRegression = gpu->prepareRegression(map, &error);
+    const auto cpuRegression = cpu->prepareRegression(map, &error);
+    ASSERT_TRUE(onGpu && onCpu && gpuResampler && cpuResampler && gpuRegression && cpuRegression) << error.toStdString();
+
+    std::vector<quint16> samples(size_t(W) * sourceBands);
+    for (quint16& x : samples)
+        x = quint16(200 + rng() % 4000);
+    const QVector<float> dark(W * bands, 100.0f), gain(W * bands, 0.01f);
+    std::vector<quint16> scratch(size_t(W) * bands, 7);
+    std::vector<float> want(size_t(W) * 2), got(want.size());
+    ASSERT_TRUE(onCpu->stageResampled(samples.data(), *cpuResampler, scratch.data(), dark, gain));
+    ASSERT_TRUE(cpuRegression->predictFrame(*onCpu, want.data()));
+
+    // The camera's frame goes up once, is resampled and staged there, and nothing comes back.
+    std::fill(scratch.begin(), scratch.end(), quint16(7));
+    ASSERT_TRUE(onGpu->stageResampled(samples.data(), *gpuResampler, scratch.data(), dark, gain));
+    const auto& resampler = dynamic_cast<const opencl::OpenClResampler&>(*gpuResampler);
+    const auto& frame = dynamic_cast<const opencl::OpenClFrame&>(*onGpu);
+    EXPECT_EQ(resampler.lastTraffic().toDevice, qint64(samples.size()) * 2);
+    EXPECT_EQ(resampler.lastTraffic().toHost, 0);
+    EXPECT_EQ(frame.lastTraffic().toDevice, 2 * qint64(W) * bands * 4); // the references, once
+    EXPECT_EQ(frame.lastTraffic().toHost, 0);
+    EXPECT_EQ(scratch, std::vector<quint16>(scratch.size(), 7));
+    ASSERT_TRUE(gpuRegression->predictFrame(*onGpu, got.data()));
+    for (size_t i = 0; i < want.size(); ++i)
+        EXPECT_NEAR(got[i], want[i], 1e-4f * (1 + std::abs(want[i]))) << i;
+
+    // A resampler of another device hands its frame over through the host.
+    std::fill(got.begin(), got.end(), 0.0f);
+    ASSERT_TRUE(onGpu->stageResampled(samples.data(), *cpuResampler, scratch.data(), dark, gain));
+    EXPECT_NE(scratch, std::vector<quint16>(scratch.size(), 7));
+    ASSERT_TRUE(gpuRegression->predictFrame(*onGpu, got.data()));
+    for (size_t i = 0; i < want.size(); ++i)
+        EXPECT_NEAR(got[i], want[i], 1e-4f * (1 + std::abs(want[i]))) << i;
+}
+
 TEST_F(OpenCl, DeviceListPutsOpenClEntriesAfterTheCpuOnes)
 {
     TestHandle h;

@@ -24,6 +24,8 @@ public:
     Traffic lastTraffic() const { return traffic_; }
     // What the last failed step ran into.
     QString lastError() const { return error_; }
+    // Whether `other` works in the same context, so that each may read the other's buffers.
+    bool sharesContextWith(const DeviceWork& other) const { return context_.get() == other.context_.get(); }
 
 protected:
     // A device buffer with the bytes it holds room for.

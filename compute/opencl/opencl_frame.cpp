@@ -1,4 +1,5 @@
 #include "compute/opencl/opencl_frame.h"
+#include "compute/opencl/opencl_resampler.h"
 
 #include <numeric>
 #include <vector>
@@ -30,6 +31,30 @@ bool OpenClFrame::stage(const void* samples, SampleType type, const QVector<floa
         error_ = QStringLiteral("no samples, or references that do not fit the frame");
         return false;
     }
+    const size_t rawBytes = size_t(pixels()) * size_t(bands()) * (type == SampleType::U16 ? 2 : 4);
+    return upload(raw_, samples, rawBytes) && stageOnDevice(raw_.get(), type, dark, gain);
+}
+
+bool OpenClFrame::stageResampled(const quint16* samples, ResampleKernel& resampler, quint16* scratch,
+                                 const QVector<float>& dark, const QVector<float>& gain)
+{
+    auto* onDevice = dynamic_cast<OpenClResampler*>(&resampler);
+    if (!onDevice || !onDevice->sharesContextWith(*this))
+        return StagedFrame::stageResampled(samples, resampler, scratch, dark, gain);
+    traffic_ = {};
+    if (!fits(dark, gain)) {
+        error_ = QStringLiteral("no samples, or references that do not fit the frame");
+        return false;
+    }
+    if (!onDevice->resampleOnDevice(samples)) {
+        error_ = onDevice->lastError();
+        return false;
+    }
+    return stageOnDevice(onDevice->resampled(), SampleType::U16, dark, gain);
+}
+
+bool OpenClFrame::stageOnDevice(cl_mem raw, SampleType type, const QVector<float>& dark, const QVector<float>& gain)
+{
     const cl_int correction = dark.isEmpty() ? 0 : gain.isEmpty() ? 1 : 2;
     if (correction > 0 && (!dark.isSharedWith(darkOnDevice_) || !gain.isSharedWith(gainOnDevice_))) {
         const size_t darkBytes = size_t(dark.size()) * sizeof(float), gainBytes = size_t(gain.size()) * sizeof(float);
@@ -42,10 +67,9 @@ bool OpenClFrame::stage(const void* samples, SampleType type, const QVector<floa
         gainOnDevice_ = gain;
     }
     const cl_int n = pixels(), B = bands(), bandsByPixels = 0;
-    const size_t count = size_t(n) * size_t(B), rawBytes = count * (type == SampleType::U16 ? 2 : 4);
+    const size_t count = size_t(n) * size_t(B);
     // Finished before it returns: the kernels that read the frame use queues of their own.
-    return upload(raw_, samples, rawBytes) &&
-           launch(type == SampleType::U16 ? stageU16_ : stageF32_, "running the staging kernel", count, 1, raw_.get(),
+    return launch(type == SampleType::U16 ? stageU16_ : stageF32_, "running the staging kernel", count, 1, raw,
                   values_.get(), bands_.get(), dark_.get(), gain_.get(), correction, n, n, B, B, bandsByPixels) &&
            check(clFinish(queue_.get()), "staging the frame");
 }

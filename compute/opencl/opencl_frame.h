@@ -19,6 +19,8 @@ public:
                                                int bands, QString* error);
 
     bool stage(const void* samples, SampleType type, const QVector<float>& dark, const QVector<float>& gain) override;
+    bool stageResampled(const quint16* samples, ResampleKernel& resampler, quint16* scratch, const QVector<float>& dark,
+                        const QVector<float>& gain) override;
 
     // The staged frame, pixels by bands, complete once stage has returned.
     cl_mem values() const { return values_.get(); }
@@ -26,6 +28,8 @@ public:
 private:
     OpenClFrame(int pixels, int bands) : StagedFrame(pixels, bands) {}
     bool init(cl_context context, cl_device_id device, cl_program program);
+    // The staging kernel over `raw`, samples of `type` already on the device.
+    bool stageOnDevice(cl_mem raw, SampleType type, const QVector<float>& dark, const QVector<float>& gain);
 
     Kernel stageU16_, stageF32_;
     DeviceArray raw_, values_, bands_, dark_, gain_;

@@ -55,8 +55,18 @@ bool OpenClResampler::init(cl_context context, cl_device_id device, cl_program p
 
 bool OpenClResampler::resample(const quint16* frame, quint16* out)
 {
+    if (!out) {
+        traffic_ = {};
+        error_ = QStringLiteral("no frame or no room for the resampled one");
+        return false;
+    }
+    return resampleOnDevice(frame) && download(out_, out, size_t(map_.width) * size_t(map_.destBands()) * sizeof(quint16));
+}
+
+bool OpenClResampler::resampleOnDevice(const quint16* frame)
+{
     traffic_ = {};
-    if (!frame || !out) {
+    if (!frame) {
         error_ = QStringLiteral("no frame or no room for the resampled one");
         return false;
     }
@@ -65,7 +75,7 @@ bool OpenClResampler::resample(const quint16* frame, quint16* out)
     return upload(frame_, frame, width * size_t(map_.sourceBands) * sizeof(quint16)) &&
            launch(resample_, "running the resampling kernel", width, dest, frame_.get(), out_.get(), low_.get(), high_.get(),
                   fraction_.get(), w) &&
-           download(out_, out, width * dest * sizeof(quint16));
+           check(clFinish(queue_.get()), "resampling the frame");
 }
 
 } // namespace compute::opencl

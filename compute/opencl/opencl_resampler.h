@@ -22,6 +22,10 @@ public:
                                                    const ResampleMap& map, QString* error);
 
     bool resample(const quint16* frame, quint16* out) override;
+    // Resamples `frame` into `resampled()` and leaves it on the device, finished when it
+    // returns, for the staging kernel of the same context to read.
+    bool resampleOnDevice(const quint16* frame);
+    cl_mem resampled() const { return out_.get(); }
 
 private:
     explicit OpenClResampler(const ResampleMap& map) : map_(map) {}
