@@ -8,7 +8,7 @@
 // kernel also runs with merges relabelled by a scan of the whole label table.
 
 #include "segment/segmenter.h"
-#include "speckled_belt.h"
+#include "noisy_belt.h"
 
 #include <chrono>
 #include <cstdio>
@@ -24,7 +24,7 @@ double seconds()
 
 std::vector<quint8> belt(int size, double* coverage)
 {
-    return speckledBelt(size, size, int(double(size) * size * 1150 / (640.0 * 10000)), coverage); // as dense as the line-scan belt
+    return noisyBelt(size, size, int(double(size) * size * 1150 / (640.0 * 10000)), coverage); // as dense as the line-scan belt
 }
 
 void run(const char* name, bool allForeground, bool plainRelabel, int size, int repeats,

@@ -7,7 +7,7 @@
 // objects below 50 pixels (mostly noise) are rejected by size.
 
 #include "segment/segmenter.h"
-#include "speckled_belt.h"
+#include "noisy_belt.h"
 
 #include <chrono>
 #include <cstdio>
@@ -27,7 +27,7 @@ double seconds()
 
 std::vector<quint8> belt(double* coverage)
 {
-    return speckledBelt(width, pictureRows, 1150, coverage);
+    return noisyBelt(width, pictureRows, 1150, coverage);
 }
 
 enum class Kernel { Decisions, Foreground, Value, Values };

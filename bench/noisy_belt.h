@@ -1,6 +1,6 @@
 #pragma once
 // The decision picture of the segmentation benches: `objects` ellipses of three
-// foreground decisions on the belt (0), 4% of their pixels speckled with another
+// foreground decisions on the belt (0), 4% of their pixels sprinkled with another
 // decision and 0.3% of the belt with stray foreground, as a classifier leaves them.
 // `coverage` receives the share of foreground pixels.
 
@@ -8,7 +8,7 @@
 #include <random>
 #include <vector>
 
-inline std::vector<quint8> speckledBelt(int width, int rows, int objects, double* coverage)
+inline std::vector<quint8> noisyBelt(int width, int rows, int objects, double* coverage)
 {
     std::mt19937 rng(3);
     std::uniform_real_distribution<float> u(0.0f, 1.0f);
