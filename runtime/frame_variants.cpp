@@ -36,6 +36,21 @@ bool perPixelCorrection(const ZelkHandle* h)
     return h->correction.enabled && !h->correction.meansOnly;
 }
 
+// The references that frames are staged with: the per-pixel ones, or none (empty)
+// without a correction or with one mean spectrum each.
+struct FrameReferences {
+    const QVector<float>& dark;
+    const QVector<float>& gain;
+};
+
+FrameReferences frameReferences(const ZelkHandle* h)
+{
+    static const QVector<float> none;
+    if (perPixelCorrection(h))
+        return {h->correction.darkRef, h->correction.gainRef};
+    return {none, none};
+}
+
 // The bands of the frames that reach the classifier and the regressor: the project's
 // after resampling, else the camera's.
 int chainBands(const ZelkHandle* h)
@@ -75,9 +90,8 @@ int checkRun(ZelkHandle* h, int bands)
 // references. The frame and both references hold the pixels of one band after another.
 int stageFrame(ZelkHandle* h, const void* in, compute::SampleType type)
 {
-    const bool correct = perPixelCorrection(h);
-    const QVector<float> none;
-    if (!h->project->regressor->stagedFrame()->stage(in, type, correct ? h->correction.darkRef : none, correct ? h->correction.gainRef : none))
+    const FrameReferences references = frameReferences(h);
+    if (!h->project->regressor->stagedFrame()->stage(in, type, references.dark, references.gain))
         return fail(h, msg::StagingFailed);
     return 0;
 }
@@ -180,10 +194,9 @@ int resampleFrame(ZelkHandle* h, const void* frame)
     if (!r->framesPrepared() && !r->prepareFrames(*h->computeDevices.opened, &why))
         return fail(h, msg::resamplingCannotRun(why));
     // Resampled and staged on the run's device: a device frame goes up once.
-    const bool correct = perPixelCorrection(h);
-    const QVector<float> none;
+    const FrameReferences references = frameReferences(h);
     if (!r->stageFrame(*h->project->regressor->stagedFrame(), static_cast<const quint16*>(frame), h->resampling.frame.data(),
-                       correct ? h->correction.darkRef : none, correct ? h->correction.gainRef : none))
+                       references.dark, references.gain))
         return fail(h, msg::ResamplingFailed);
     return runChain(h, bands);
 }

@@ -4,6 +4,7 @@
 
 #include "compute/classifier_model.h"
 #include "compute/regression_kernel.h"
+#include "compute/resample_kernel.h"
 
 #include <QVector>
 #include <gtest/gtest.h>
@@ -132,6 +133,19 @@ inline compute::LinearMap randomLinearMap(std::mt19937& rng)
     map.variables = 3;
     fillNormal(map.weights, map.bands * map.variables, 1.0f, 0.0f, rng);
     fillNormal(map.offset, map.variables, 10.0f, 50.0f, rng);
+    return map;
+}
+
+// Six destination bands over six source bands, 64 pixels wide, whose interpolation lands
+// on or next to one half and beyond the 16-bit range.
+inline compute::ResampleMap halfwayResampling()
+{
+    compute::ResampleMap map;
+    map.width = 64;
+    map.sourceBands = 6;
+    map.low = {0, 0, 1, 2, 4, 4};
+    map.high = {1, 1, 2, 3, 5, 5};
+    map.fraction = {0.0f, 0.5f, 0.25f, 0.49999997f, 1.0f, 1.5f};
     return map;
 }
 

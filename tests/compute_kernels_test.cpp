@@ -320,13 +320,7 @@ TEST_P(BackendKernels, RegressionGivesTheLinearMapOfEveryPixel)
 TEST_P(BackendKernels, ResamplingRoundsHalvesAwayFromZeroAndClampsTheRange)
 {
     std::mt19937 rng(11);
-    // Samples whose interpolation lands on or next to one half, and beyond the 16-bit range.
-    ResampleMap resampling;
-    resampling.width = 64;
-    resampling.sourceBands = 6;
-    resampling.low = {0, 0, 1, 2, 4, 4};
-    resampling.high = {1, 1, 2, 3, 5, 5};
-    resampling.fraction = {0.0f, 0.5f, 0.25f, 0.49999997f, 1.0f, 1.5f};
+    const ResampleMap resampling = testmodels::halfwayResampling();
     QString error;
     const auto resampler = GetParam().backend()->prepareResampler(resampling, &error);
     ASSERT_TRUE(resampler) << error.toStdString();

@@ -155,13 +155,7 @@ TEST_F(OpenCl, RegressionAndResamplingMoveOnlyTheirFramesAndOutputs)
         EXPECT_EQ(regression->lastTraffic().toHost, qint64(n) * map.variables * 4);
     }
 
-    // Samples whose interpolation lands on or next to one half, and beyond the 16-bit range.
-    ResampleMap resampling;
-    resampling.width = 64;
-    resampling.sourceBands = 6;
-    resampling.low = {0, 0, 1, 2, 4, 4};
-    resampling.high = {1, 1, 2, 3, 5, 5};
-    resampling.fraction = {0.0f, 0.5f, 0.25f, 0.49999997f, 1.0f, 1.5f};
+    const ResampleMap resampling = testmodels::halfwayResampling();
     const auto resampler = onDevice<opencl::OpenClResampler>(resampling, &Backend::prepareResampler);
     ASSERT_TRUE(resampler);
     std::vector<quint16> frame(size_t(resampling.width) * resampling.sourceBands);
