@@ -214,6 +214,44 @@ TEST_P(VectorLevels, UnitsVanishExactlyWhereSinglePrecisionExpDoes)
     EXPECT_EQ(out, expected);
 }
 
+// Two centres ten apart, each the only unit of its class, and no bias: a pixel goes to
+// the nearer centre as long as the two units differ in single precision. Every other
+// pixel lies so far from both that each unit is a subnormal of its own, the rest near
+// the two, so that blocks mix subnormal and normal units; a pass that flushed the
+// subnormals would call every far pixel a tie, class 0.
+TEST_P(VectorLevels, SubnormalUnitsDecideWhereNothingElseScores)
+{
+    const ClassifierModel m = testmodels::twoCentres();
+    const int n = 1000;
+    std::vector<float> pixelMajor(2 * n), bandMajor(2 * n);
+    std::vector<quint8> expected(n);
+    int farClassOne = 0;
+    for (int p = 0; p < n; ++p) {
+        const bool far = p % 2 == 0;
+        const float x = 4.6f + 0.8f * float(p) / n, y = far ? std::sqrt(70.0f) : 0.0f;
+        pixelMajor[2 * p] = bandMajor[p] = x;
+        pixelMajor[2 * p + 1] = bandMajor[n + p] = y;
+        float a0 = -(x * x + y * y), a1 = -((10.0f - x) * (10.0f - x) + y * y);
+        cpu::expInPlace<float, std::int32_t>(a0);
+        cpu::expInPlace<float, std::int32_t>(a1);
+        if (far) {
+            ASSERT_LT(a0, std::numeric_limits<float>::min());
+            ASSERT_LT(a1, std::numeric_limits<float>::min());
+        }
+        expected[p] = a1 > a0 ? 1 : 0;
+        farClassOne += far && a1 > a0;
+    }
+    ASSERT_GT(farClassOne, n / 5);
+    cpu::CpuClassifier k(m);
+    ASSERT_TRUE(cpu::CpuClassifier::fuses(m));
+    std::vector<quint8> out(n, 99);
+    k.classify(pixelMajor.data(), SpectraLayout::BandsByPixels, n, out.data());
+    EXPECT_EQ(out, expected);
+    std::fill(out.begin(), out.end(), 99);
+    k.classify(bandMajor.data(), SpectraLayout::PixelsByBands, n, out.data());
+    EXPECT_EQ(out, expected);
+}
+
 TEST_P(VectorLevels, FusedPassAndMatrixProductsDecideAsTheFormula)
 {
     // Shapes on both sides of the fused pass's limits in features and in classes, with

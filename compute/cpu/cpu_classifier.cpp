@@ -25,10 +25,15 @@ CpuClassifier::CpuClassifier(const ClassifierModel& model)
                 bandRows_[size_t(b) * FusedMaxFeatures + f] = model.matrix[f * model.bands + b];
         paddedOffset_.assign(FusedMaxFeatures, 0.0f);
         std::copy(shiftedOffset_.begin(), shiftedOffset_.end(), paddedOffset_.begin());
-        outputs_.resize(size_t(K + 1) * C);
+        // Unit K is the neutral unit: centre 0, gamma −1 and weights 0.
+        outputs_.assign(size_t(K + 2) * C, 0.0f);
         for (int k = 0; k <= K; ++k)
             for (int c = 0; c < C; ++c)
                 outputs_[size_t(k) * C + c] = model.weights[c * (K + 1) + k];
+        fusedCentres_ = shiftedCentres_;
+        fusedCentres_.resize(size_t(F) * (K + 1), 0.0f);
+        fusedGammas_.assign(model.gammas.constBegin(), model.gammas.constEnd());
+        fusedGammas_.push_back(-1.0f);
         centresByFeature_.resize(size_t(F) * K);
         for (int k = 0; k < K; ++k)
             for (int f = 0; f < F; ++f)
@@ -93,8 +98,8 @@ void CpuClassifier::classifyTile(const float* x, SpectraLayout layout, qint64 ld
     net.matrix = model_.matrix.constData();
     net.bandRows = bandRows_.data();
     net.offset = paddedOffset_.data();
-    net.centres = shiftedCentres_.data();
-    net.gammas = model_.gammas.constData();
+    net.centres = fusedCentres_.data();
+    net.gammas = fusedGammas_.data();
     net.outputs = outputs_.data();
     net.classRow = classRow_.data();
     net.thresholds = model_.rejects() ? model_.thresholds.constData() : nullptr;

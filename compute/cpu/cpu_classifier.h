@@ -58,8 +58,9 @@ private:
     std::vector<float> shiftedCentres_; // c_k − μ, F by K
     std::vector<float> centreNorms_;    // ‖c_k − μ‖²
     std::vector<float> classRow_;
-    // For the fused pass: M by band, o padded, W with the weights of a unit together.
-    std::vector<float> bandRows_, paddedOffset_, outputs_;
+    // For the fused pass: M by band, o padded, W with the weights of a unit together, and
+    // the centres and gammas, each with the neutral unit after the network's own.
+    std::vector<float> bandRows_, paddedOffset_, outputs_, fusedCentres_, fusedGammas_;
     std::vector<float> centresByFeature_, reach_;
     std::unique_ptr<FusedScratch> fusedScratch_;
 

@@ -5,41 +5,53 @@
 // few units in the last place. Branch-free, so that loops around it vectorise.
 
 #include <cstdint>
-#include <type_traits>
 
 namespace compute::cpu {
 
-// `Int` is the 32-bit integer type of the same shape as `Float`. In place, so that no
-// vector crosses a call by value (which would tie it to one instruction set's ABI).
+// The two factors of exp(x) = p · 2^n, with n as an integer. `Int` is the 32-bit
+// integer type of the same shape as `Float`. Below -104 single-precision exp is 0 and
+// above 89 infinite, as it is at the clamps, which keep n within -150..128. A NaN (from
+// a spectrum holding one) fails the comparison and takes the lowest value. Vectors go
+// by reference, so that none crosses a call by value (which would tie it to one
+// instruction set's ABI).
 template <typename Float, typename Int>
-inline void expInPlace(Float& x)
+inline void expFactors(const Float& exponent, Float& p, Int& n)
 {
-    // Below -104 single-precision exp is 0 and above 89 infinite, as it is at the
-    // clamps. A NaN (from a spectrum holding one) fails the comparison and takes the
-    // lowest value, since converting a NaN to an integer would be undefined.
-    x = x > -104.0f ? x : -104.0f;
+    Float x = exponent > -104.0f ? exponent : -104.0f;
     x = x > 89.0f ? 89.0f : x;
-    // Adding and taking away 1.5 · 2^23 rounds to the nearest integer.
-    const Float n = (x * 1.44269504088896341f + 12582912.0f) - 12582912.0f;
-    Float r = x - n * 0.693359375f;
-    r = r - n * -2.12194440e-4f;
-    Float p = r * 1.9875691500e-4f + 1.3981999507e-3f;
+    // Adding 1.5 · 2^23 rounds to the nearest integer, which then stands in the low bits
+    // of the sum (whose unit in the last place is 1): taking the sum's bits apart gives
+    // it as an integer without a conversion.
+    const Float shifted = x * 1.44269504088896341f + 12582912.0f;
+    const Float k = shifted - 12582912.0f;
+    Float r = x - k * 0.693359375f;
+    r = r - k * -2.12194440e-4f;
+    p = r * 1.9875691500e-4f + 1.3981999507e-3f;
     p = p * r + 8.3334519073e-3f;
     p = p * r + 4.1665795894e-2f;
     p = p * r + 1.6666665459e-1f;
     p = p * r + 5.0000001201e-1f;
     p = p * r * r + r + 1.0f;
-    Int bits;
-    if constexpr (std::is_same_v<Float, float>)
-        bits = Int(n);
-    else
-        bits = __builtin_convertvector(n, Int);
-    // 2^n as 2^h · 2^(n-h) with h = n/2 rounded down: both halves are normal floats for
-    // n in -150..128, and only the second product rounds, so that results below the
-    // normal range come out as the subnormal (or 0) that exp gives, not flushed.
-    const Int half = bits >> 1;
-    const Int upper = (half + 127) << 23, lower = (bits - half + 127) << 23;
-    x = p * __builtin_bit_cast(Float, upper) * __builtin_bit_cast(Float, lower);
+    n = __builtin_bit_cast(Int, shifted) - 0x4B400000;
+}
+
+// p · 2^n for n in -150..128, as 2^h · 2^(n-h) with h = n/2 rounded down: both halves
+// are normal floats, and only the second product rounds, so that results below the
+// normal range come out as the subnormal (or 0) that exp gives, not flushed.
+template <typename Float, typename Int>
+inline void timesPowerOfTwo(Float& p, const Int& n)
+{
+    const Int half = n >> 1;
+    const Int upper = (half + 127) << 23, lower = (n - half + 127) << 23;
+    p = p * __builtin_bit_cast(Float, upper) * __builtin_bit_cast(Float, lower);
+}
+
+template <typename Float, typename Int>
+inline void expInPlace(Float& x)
+{
+    Int n;
+    expFactors<Float, Int>(x, x, n);
+    timesPowerOfTwo<Float, Int>(x, n);
 }
 
 } // namespace compute::cpu

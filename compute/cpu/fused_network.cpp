@@ -15,6 +15,13 @@ namespace {
 // Vectors of the compiler's own: one clone keeps a vector in one 512-bit register, the
 // others split it.
 constexpr int LaneCount = 16;
+// Registers that one vector takes: 1 for AVX-512 (of 32 registers), 2 for AVX2 and 4
+// for the baseline (of 16). The sums that a loop keeps side by side are as many as fit
+// the registers: more would go to memory and back on every step.
+template <int Split>
+constexpr int FeaturesTogether = Split == 1 ? 8 : Split == 2 ? 2 : 1;
+template <int Split>
+constexpr int CentresTogether = 8 / Split;
 constexpr int Parts = FusedBlockPixels / LaneCount;
 typedef float Lanes __attribute__((vector_size(LaneCount * sizeof(float)), may_alias));
 typedef float UnalignedLanes __attribute__((vector_size(LaneCount * sizeof(float)), aligned(4), may_alias));
@@ -121,7 +128,9 @@ __attribute__((always_inline)) inline void projectFeatures(const FusedNetwork& n
 
 // The same from one band a column, whose bands are rows of pixels already. A last block
 // that is not whole is copied into scratch first, padded with zeros.
-inline void projectBands(const FusedNetwork& net, const float* x, qint64 ld, int count, FusedScratch& scratch, Lanes* rows)
+template <int Split>
+__attribute__((always_inline)) inline void projectBands(const FusedNetwork& net, const float* x, qint64 ld, int count,
+                                                        FusedScratch& scratch, Lanes* rows)
 {
     const int B = net.bands;
     if (count < FusedBlockPixels) {
@@ -132,11 +141,13 @@ inline void projectBands(const FusedNetwork& net, const float* x, qint64 ld, int
         x = block;
         ld = FusedBlockPixels;
     }
+    constexpr int J = FeaturesTogether<Split>;
     int f = 0;
-    for (; f + 8 <= net.features; f += 8)
-        projectFeatures<8>(net, x, ld, f, rows);
-    for (; f + 4 <= net.features; f += 4)
-        projectFeatures<4>(net, x, ld, f, rows);
+    for (; f + J <= net.features; f += J)
+        projectFeatures<J>(net, x, ld, f, rows);
+    if (J > 4)
+        for (; f + 4 <= net.features; f += 4)
+            projectFeatures<4>(net, x, ld, f, rows);
     for (; f < net.features; ++f)
         projectFeatures<1>(net, x, ld, f, rows);
 }
@@ -144,15 +155,26 @@ inline void projectBands(const FusedNetwork& net, const float* x, qint64 ld, int
 // exp of anything below this is 0 in single precision, and so in expInPlace.
 constexpr float VanishingExponent = -104.0f;
 
-// Centres whose distances are summed side by side: independent sums hide the latency
-// of each addition, and the features are loaded once for all of them.
-constexpr int CentresTogether = 8;
+// The class scores of 16 pixels in two parts. A unit below the normal range of single
+// precision is a subnormal, and arithmetic on subnormals takes the processor a hundred
+// times longer than on normal numbers; far pixels make many. So such units are kept
+// 2^64 times larger, rounded as the subnormal would be, and their shares of a score
+// are summed apart in that scale: s = normal + tiny · 2^-64.
+struct Scores {
+    Lanes normal, tiny;
+};
+
+// Scale of the tiny sums, and the power of two that rounds a unit to the subnormal grid
+// (2^-149) in that scale.
+constexpr float TinyToScores = 0x1p-64f, SubnormalStep = 0x1p-85f;
 
 // Adds the units of the J centres numbered in `units` to the class scores s of the 16
-// pixels whose features are rows[f], f < F.
+// pixels whose features are rows[f], f < F. The J distances are summed side by side:
+// independent sums hide the latency of each addition, and the features are loaded once
+// for all of them.
 template <int C, int J>
 __attribute__((always_inline)) inline void addUnits(const FusedNetwork& net, const Lanes* rows, const int* units,
-                                                    Lanes (&s)[C])
+                                                    Scores (&s)[C])
 {
     const int F = net.features;
     const float* centre[J];
@@ -168,11 +190,37 @@ __attribute__((always_inline)) inline void addUnits(const FusedNetwork& net, con
     }
     for (int j = 0; j < J; ++j) {
         const float* w = net.outputs + qint64(units[j] + 1) * C;
-        Lanes a = net.gammas[units[j]] * d[j];
-        expInPlace<Lanes, IntLanes>(a);
-        for (int c = 0; c < C; ++c)
-            s[c] += a * w[c];
+        Lanes p = net.gammas[units[j]] * d[j];
+        IntLanes n;
+        expFactors<Lanes, IntLanes>(p, p, n);
+        // From n = -126 down, p · 2^n may lie below the normal range. There the unit is
+        // p · 2^(n+149) rounded to an integer (as the subnormal is rounded), times 2^-85;
+        // from 2^23 up that integer is the product itself. Neither side computes a
+        // subnormal: the other's lanes take n = 0.
+        const IntLanes tiny = n < -125;
+        Lanes normal = p;
+        timesPowerOfTwo<Lanes, IntLanes>(normal, tiny ? 0 : n);
+        const Lanes grid = p * __builtin_bit_cast(Lanes, ((tiny ? n + 149 : 0) + 127) << 23);
+        const Lanes steps = grid < 0x1p23f ? (grid + 0x1p23f) - 0x1p23f : grid;
+        const Lanes a = tiny ? 0.0f : normal, small = tiny ? steps * SubnormalStep : 0.0f;
+        for (int c = 0; c < C; ++c) {
+            s[c].normal += a * w[c];
+            s[c].tiny += small * w[c];
+        }
     }
+}
+
+// normal + tiny · 2^-64. Where tiny · 2^-64 is below a quarter of the last place of
+// normal the sum is normal itself, and the product, most likely a subnormal, is not
+// formed; a NaN in tiny fails the test and reaches the score.
+__attribute__((always_inline)) inline void scoreOf(const Scores& s, Lanes& score)
+{
+    const Lanes magnitude = s.normal < 0.0f ? -s.normal : s.normal, tiny = s.tiny < 0.0f ? -s.tiny : s.tiny;
+    const IntLanes matters = !(tiny < magnitude * 0x1p38f);
+    bool any = false;
+    for (int l = 0; l < LaneCount; ++l)
+        any |= matters[l] != 0;
+    score = any ? (matters ? s.normal + s.tiny * TinyToScores : s.normal) : s.normal;
 }
 
 // The centres that one of the 16 pixels whose features are rows[f] may reach, in
@@ -181,7 +229,7 @@ __attribute__((always_inline)) inline void addUnits(const FusedNetwork& net, con
 // pixel in it, which add nothing to any score. Neighbouring pixels mostly lie near a few
 // centres of one class, so most centres are passed over. The margins keep the test on
 // the safe side of the rounding of all its sums.
-int nearCentres(const FusedNetwork& net, const Lanes* rows, FusedScratch& scratch)
+__attribute__((always_inline)) inline int nearCentres(const FusedNetwork& net, const Lanes* rows, FusedScratch& scratch)
 {
     const int F = net.features, K = net.units;
     float middle[FusedMaxFeatures];
@@ -209,20 +257,25 @@ int nearCentres(const FusedNetwork& net, const Lanes* rows, FusedScratch& scratc
         for (int k = 0; k < K; ++k)
             distance[k] += (m - c[k]) * (m - c[k]);
     }
+    // The test over all centres first, which vectorises, then the list of those kept.
+    std::int32_t* __restrict keep = scratch.keep.data();
+    const float* __restrict reach = net.reach;
+    for (int k = 0; k < K; ++k) {
+        const float d = std::sqrt(distance[k]);
+        keep[k] = d - radius > 1.01f * reach[k] + 1e-4f * (d + radius) ? 0 : 1;
+    }
     int* near = scratch.near.data();
     int n = 0;
     for (int k = 0; k < K; ++k) {
-        const float d = std::sqrt(distance[k]);
-        const bool passed = d - radius > 1.01f * net.reach[k] + 1e-4f * (d + radius);
         near[n] = k;
-        n += passed ? 0 : 1;
+        n += keep[k];
     }
     return n;
 }
 
 // The decisions of a block from its features as the projections leave them. C is a
 // constant so that the class scores stay in registers.
-template <int C>
+template <int C, int Split>
 __attribute__((always_inline)) inline void classifyBlock(const FusedNetwork& net, const Lanes* rows, int count,
                                                          FusedScratch& scratch, quint8* decisions)
 {
@@ -231,18 +284,18 @@ __attribute__((always_inline)) inline void classifyBlock(const FusedNetwork& net
     Lanes s[C][Parts];
     for (int h = 0; h < Parts; ++h) {
         const Lanes* features = rows + h * FusedMaxFeatures;
-        Lanes scores[C];
+        Scores scores[C];
         for (int c = 0; c < C; ++c)
-            scores[c] = Lanes{} + net.outputs[c];
-        const int n = nearCentres(net, features, scratch);
-        const int* near = scratch.near.data();
-        int i = 0;
-        for (; i + CentresTogether <= n; i += CentresTogether)
-            addUnits<C, CentresTogether>(net, features, near + i, scores);
-        for (; i < n; ++i)
-            addUnits<C, 1>(net, features, near + i, scores);
+            scores[c] = {Lanes{} + net.outputs[c], Lanes{}};
+        constexpr int J = CentresTogether<Split>;
+        int n = nearCentres(net, features, scratch);
+        int* near = scratch.near.data();
+        for (; n % J; ++n)
+            near[n] = net.units; // the neutral unit
+        for (int i = 0; i < n; i += J)
+            addUnits<C, J>(net, features, near + i, scores);
         for (int c = 0; c < C; ++c)
-            s[c][h] = scores[c];
+            scoreOf(scores[c], s[c][h]);
     }
 
     // The weighted maximum, the first class on ties, then the winner's own threshold.
@@ -282,12 +335,14 @@ std::vector<float> unitReach(const float* gammas, const float* outputs, int unit
 FusedScratch::FusedScratch(int bands, int units)
     : block(size_t(bands) * FusedBlockPixels)
     , distances(size_t(units))
-    , near(size_t(units))
+    , near(size_t(units) + 8)
+    , keep(size_t(units))
 {
 }
 
 namespace {
 
+template <int Split>
 __attribute__((always_inline)) inline void classifyFusedOf(const FusedNetwork& net, const float* x, bool pixelMajor, qint64 ld,
                                                            int count, FusedScratch& scratch, quint8* decisions)
 {
@@ -299,26 +354,43 @@ __attribute__((always_inline)) inline void classifyFusedOf(const FusedNetwork& n
         else if (pixelMajor)
             projectPixels<2>(net, x + first * ld, ld, n, features);
         else
-            projectBands(net, x + first, ld, n, scratch, features);
+            projectBands<Split>(net, x + first, ld, n, scratch, features);
         quint8* out = decisions + first;
         static_assert(FusedMaxClasses == 8, "one case a class count");
         switch (net.classes) {
-        case 1: classifyBlock<1>(net, features, n, scratch, out); break;
-        case 2: classifyBlock<2>(net, features, n, scratch, out); break;
-        case 3: classifyBlock<3>(net, features, n, scratch, out); break;
-        case 4: classifyBlock<4>(net, features, n, scratch, out); break;
-        case 5: classifyBlock<5>(net, features, n, scratch, out); break;
-        case 6: classifyBlock<6>(net, features, n, scratch, out); break;
-        case 7: classifyBlock<7>(net, features, n, scratch, out); break;
-        default: classifyBlock<8>(net, features, n, scratch, out); break;
+        case 1: classifyBlock<1, Split>(net, features, n, scratch, out); break;
+        case 2: classifyBlock<2, Split>(net, features, n, scratch, out); break;
+        case 3: classifyBlock<3, Split>(net, features, n, scratch, out); break;
+        case 4: classifyBlock<4, Split>(net, features, n, scratch, out); break;
+        case 5: classifyBlock<5, Split>(net, features, n, scratch, out); break;
+        case 6: classifyBlock<6, Split>(net, features, n, scratch, out); break;
+        case 7: classifyBlock<7, Split>(net, features, n, scratch, out); break;
+        default: classifyBlock<8, Split>(net, features, n, scratch, out); break;
         }
     }
 }
 
-ZELK_LEVEL_VERSIONS(, void, classifyFused, classifyFusedOf,
-                    (const FusedNetwork& net, const float* x, bool pixelMajor, qint64 ld, int count, FusedScratch& scratch,
-                     quint8* decisions),
-                    (net, x, pixelMajor, ld, count, scratch, decisions))
+// Each level's version of the pass, blocked for its own registers.
+void classifyFusedBaseline(const FusedNetwork& net, const float* x, bool pixelMajor, qint64 ld, int count,
+                           FusedScratch& scratch, quint8* decisions)
+{
+    classifyFusedOf<4>(net, x, pixelMajor, ld, count, scratch, decisions);
+}
+#ifdef ZELK_VECTOR_LEVELS
+ZELK_TARGET_V3 void classifyFusedV3(const FusedNetwork& net, const float* x, bool pixelMajor, qint64 ld, int count,
+                                    FusedScratch& scratch, quint8* decisions)
+{
+    classifyFusedOf<2>(net, x, pixelMajor, ld, count, scratch, decisions);
+}
+ZELK_TARGET_V4 void classifyFusedV4(const FusedNetwork& net, const float* x, bool pixelMajor, qint64 ld, int count,
+                                    FusedScratch& scratch, quint8* decisions)
+{
+    classifyFusedOf<1>(net, x, pixelMajor, ld, count, scratch, decisions);
+}
+#else
+constexpr auto classifyFusedV3 = classifyFusedBaseline;
+constexpr auto classifyFusedV4 = classifyFusedBaseline;
+#endif
 
 } // namespace
 

@@ -7,6 +7,7 @@
 // 4 to 32 rows leave much of a vector unit idle.
 
 #include <QtGlobal>
+#include <cstdint>
 #include <vector>
 
 namespace compute::cpu {
@@ -17,9 +18,12 @@ struct FusedNetwork {
     const float* matrix = nullptr;     // B by F, one feature a column
     const float* bandRows = nullptr;   // FusedMaxFeatures by B: M's row b, then zeros
     const float* offset = nullptr;     // FusedMaxFeatures: o, then zeros
-    const float* centres = nullptr;    // F by K, one centre a column
-    const float* gammas = nullptr;     // K
-    const float* outputs = nullptr;    // C by K + 1: the biases, then the weights of each unit
+    // Unit K is the neutral unit (centre 0, gamma −1, weights 0): its unit lies in [0, 1]
+    // whatever the pixel, so it adds exactly 0 to every score. It pads a run of centres
+    // to whole groups, so that no centre is summed alone.
+    const float* centres = nullptr;    // F by K + 1, one centre a column
+    const float* gammas = nullptr;     // K + 1
+    const float* outputs = nullptr;    // C by K + 2: the biases, then the weights of each unit
     const float* classRow = nullptr;   // C
     const float* thresholds = nullptr; // C, or null when the classifier does not reject
     // For passing over centres that no pixel of a block can reach: the centres again,
@@ -38,7 +42,8 @@ std::vector<float> unitReach(const float* gammas, const float* outputs, int unit
 struct FusedScratch {
     std::vector<float> block;     // a last block that is not whole, band by band
     std::vector<float> distances; // from the block's middle to each centre
-    std::vector<int> near;        // the centres a block's pixels may reach
+    std::vector<int> near;        // the centres a block's pixels may reach, padded with the neutral unit
+    std::vector<std::int32_t> keep; // per centre, whether a block's pixels may reach it
     FusedScratch(int bands, int units);
 };
 
