@@ -184,13 +184,6 @@ int stop(ZelkHandle* h)
 
 } // namespace
 
-void accountTime(ZelkHandle* h, double milliseconds)
-{
-    if (h->timing.warmupFrames <= h->ring.frameCount)
-        h->timing.classifyMs += milliseconds;
-    ++h->ring.frameCount;
-}
-
 extern "C" ZELK_API int zelk_StartAcquisition(ZelkHandle* h)
 {
     return exported("zelk_StartAcquisition", h, [&] { return start(h); });

@@ -106,7 +106,7 @@ int processFrame(ZelkHandle* h, const void* frame)
     h->ring.lastRow = h->ring.nextRow;
     if (++h->ring.nextRow == h->ring.rows)
         h->ring.nextRow = 0;
-    accountTime(h, double(timer.nsecsElapsed()) / 1e6);
+    h->accountTime(double(timer.nsecsElapsed()) / 1e6);
     return result;
 }
 

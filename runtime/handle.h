@@ -169,4 +169,13 @@ struct ZelkHandle {
     Resampling resampling;
     Timing timing;
     CubeBuffers cube;
+
+    // Adds the time of one frame or cube to the statistics, unless it falls in the
+    // warm-up, and counts it.
+    void accountTime(double milliseconds)
+    {
+        if (timing.warmupFrames <= ring.frameCount)
+            timing.classifyMs += milliseconds;
+        ++ring.frameCount;
+    }
 };
