@@ -91,6 +91,7 @@ int start(ZelkHandle* h)
     if (h->isAcquiring())
         return fail(h, msg::AlreadyAcquiring);
 
+    h->framePath = framePathOf(p.processingSetup);
     h->operatingPoint = c.roc ? c.roc->classRow(c.classCount()) : QVector<float>();
     h->ring.frameCount = h->ring.nextRow = h->ring.lastRow = h->segmentation.serial = 0;
     h->timing.classifyMs = h->timing.segmentMs = 0;

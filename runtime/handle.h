@@ -4,6 +4,7 @@
 
 #include "classify/resampler.h"
 #include "model/project.h"
+#include "runtime/processing_setup.h"
 #include "spectral/camera_kinds.h"
 #include "spectral/spectral_cube.h"
 #include "compute/backend.h"
@@ -155,6 +156,11 @@ struct ZelkHandle {
         state = project ? HandleState::Loaded : HandleState::Empty;
     }
     void setAcquiring(bool on) { state = on ? HandleState::Acquiring : HandleState::Loaded; }
+
+    // The variant of zelk_ProcessFrame that the project's set-up selects, taken when an
+    // acquisition starts. No load changes it during a run: a model load is refused then,
+    // and a correction load sets the corrected twin of the same path.
+    FramePath framePath = FramePath::Refused;
 
     CameraInput input;
     DecisionRing ring;
