@@ -1,6 +1,22 @@
 #include "compute/classifier_kernel.h"
 
+#include <algorithm>
+
 namespace compute {
+
+bool InputStage::fits(const SampleBlock& block, int modelBands) const
+{
+    if (!block.data || block.pixels < 0 || modelBands <= 0)
+        return false;
+    if (bands.isEmpty() ? block.bands != modelBands : bands.size() != modelBands)
+        return false;
+    if (std::any_of(bands.begin(), bands.end(), [&](int b) { return b < 0 || b >= block.bands; }))
+        return false;
+    const qint64 corrected = qint64(width) * modelBands;
+    if (!dark.isEmpty() && (block.pixels != width || dark.size() != corrected))
+        return false;
+    return gain.isEmpty() || (!dark.isEmpty() && gain.size() == corrected);
+}
 
 bool ClassifierKernel::classifySamples(const SampleBlock& block, quint8* decisions)
 {
@@ -20,13 +36,6 @@ bool ClassifierKernel::classifyFrame(const StagedFrame& frame, quint8* decisions
     if (!frame.host())
         return false;
     return classifySamples({frame.host(), SampleType::F32, SpectraLayout::PixelsByBands, frame.pixels(), frame.bands()}, decisions);
-}
-
-bool ClassifierKernel::classifyStaged(const SampleBlock& block, quint8* decisions)
-{
-    staged_.resize(size_t(block.pixels) * size_t(modelBands()));
-    stageSpectra(block, stage_, modelBands(), 0, block.pixels, staged_.data());
-    return classify(staged_.data(), block.layout, block.pixels, decisions);
 }
 
 } // namespace compute

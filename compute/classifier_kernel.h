@@ -7,10 +7,28 @@
 #include "compute/sample_block.h"
 #include "compute/staged_frame.h"
 
+#include <QVector>
 #include <QtGlobal>
-#include <vector>
 
 namespace compute {
+
+// How blocks of camera samples become the spectra a classifier takes: band selection,
+// conversion to float and the reflectance correction (x - dark) * gain, per pixel and
+// band.
+struct InputStage {
+    // Band numbers taken from each pixel, in the order of the model's bands. Empty: the
+    // block holds exactly the model's bands.
+    QVector<int> bands;
+    // Correction of a frame `width` pixels wide, both width by model bands with the pixel
+    // index running fastest. An empty dark means no correction; an empty gain with a
+    // dark only subtracts (the gain then sits in the model).
+    int width = 0;
+    QVector<float> dark;
+    QVector<float> gain;
+
+    // True when the stage can take `block` for a model of `modelBands` bands.
+    bool fits(const SampleBlock& block, int modelBands) const;
+};
 
 class ClassifierKernel {
 public:
@@ -46,17 +64,14 @@ public:
     virtual bool classifyFrame(const StagedFrame& frame, quint8* decisions);
 
 protected:
-    // Backends that stage inside their own tiles override this; by default the whole
-    // block is staged into host memory first.
-    virtual bool classifyStaged(const SampleBlock& block, quint8* decisions);
+    // Stages a block that fits and classifies it, each backend in its own way: the CPU
+    // tile by tile into its workspace, a device inside its kernels.
+    virtual bool classifyStaged(const SampleBlock& block, quint8* decisions) = 0;
     // Called after every setInputStage; device backends copy the stage over here.
     virtual void inputStageChanged() {}
     virtual int modelBands() const = 0;
 
     InputStage stage_;
-
-private:
-    std::vector<float> staged_;
 };
 
 } // namespace compute

@@ -107,7 +107,7 @@ public:
     std::vector<std::unique_ptr<ZelkObjRepItem>> objRepList;
     QMap<QString, QVariant> acqSettings;
     int loadStatus = 0;
-    int processingSetup = 0; // a ProcessingSetup (processing_setup.h), fixed by the runtime
+    int processingSetup = 0; // a ProcessingSetup (runtime/processing_setup.h), fixed by the runtime
 
 Q_SIGNALS:
     void classColorChanged(QString className, QColor color);

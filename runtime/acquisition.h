@@ -5,10 +5,6 @@ struct ZelkHandle;
 struct Text;
 class ZelkClassifier;
 
-// Adds the time of one frame or cube to the statistics, unless it falls in the
-// warm-up, and counts it.
-void accountTime(ZelkHandle* h, double milliseconds);
-
 // The kernel of a snapshot run, with room for a whole cube: a cube of all the camera's
 // bands has the classifier's bands picked in the stage, one of the selected band count
 // is taken as it is. -1 with the classifier's lastError set.

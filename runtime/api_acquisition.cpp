@@ -91,6 +91,7 @@ int start(ZelkHandle* h)
     if (h->isAcquiring())
         return fail(h, msg::AlreadyAcquiring);
 
+    h->framePath = framePathOf(p.processingSetup);
     h->operatingPoint = c.roc ? c.roc->classRow(c.classCount()) : QVector<float>();
     h->ring.frameCount = h->ring.nextRow = h->ring.lastRow = h->segmentation.serial = 0;
     h->timing.classifyMs = h->timing.segmentMs = 0;
@@ -183,13 +184,6 @@ int stop(ZelkHandle* h)
 }
 
 } // namespace
-
-void accountTime(ZelkHandle* h, double milliseconds)
-{
-    if (h->timing.warmupFrames <= h->ring.frameCount)
-        h->timing.classifyMs += milliseconds;
-    ++h->ring.frameCount;
-}
 
 extern "C" ZELK_API int zelk_StartAcquisition(ZelkHandle* h)
 {

@@ -16,7 +16,7 @@
 
 #include "runtime/export.h"
 #include "runtime/handle.h"
-#include "model/processing_setup.h"
+#include "runtime/processing_setup.h"
 #include "spectral/camera_kinds.h"
 #include "spectral/envi_header.h"
 #include "spectral/image_family.h"

@@ -210,7 +210,7 @@ int processCube(ZelkHandle* h, const void* cube)
     if (h->segmentation.enabled && h->segmentation.segmenter)
         if (const int labelled = labelObjects(h))
             return labelled;
-    accountTime(h, double(timer.nsecsElapsed()) / 1e6);
+    h->accountTime(double(timer.nsecsElapsed()) / 1e6);
     return 0;
 }
 

@@ -1,7 +1,6 @@
 // One camera line per call: classification into the ring of decision rows, then the
 // object tracker, then the records of the objects it finished.
 
-#include "model/processing_setup.h"
 #include "runtime/acquisition.h"
 #include "runtime/export.h"
 #include "runtime/handle.h"
@@ -95,7 +94,7 @@ int processFrame(ZelkHandle* h, const void* frame)
     QElapsedTimer timer;
     timer.start();
     int (*variant)(ZelkHandle*, const void*) = nullptr;
-    switch (framePathOf(h->project->processingSetup)) {
+    switch (h->framePath) {
     case FramePath::Classifier: variant = classifyFrame; break;
     case FramePath::Regression: variant = regressFrame; break;
     case FramePath::Resampling: variant = resampleFrame; break;
@@ -106,7 +105,7 @@ int processFrame(ZelkHandle* h, const void* frame)
     h->ring.lastRow = h->ring.nextRow;
     if (++h->ring.nextRow == h->ring.rows)
         h->ring.nextRow = 0;
-    accountTime(h, double(timer.nsecsElapsed()) / 1e6);
+    h->accountTime(double(timer.nsecsElapsed()) / 1e6);
     return result;
 }
 

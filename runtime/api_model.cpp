@@ -3,7 +3,7 @@
 
 #include "wire/container.h"
 #include "wire/model_keys.h"
-#include "model/processing_setup.h"
+#include "runtime/processing_setup.h"
 #include "spectral/camera_kinds.h"
 #include "runtime/export.h"
 #include "runtime/handle.h"

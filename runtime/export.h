@@ -2,7 +2,8 @@
 // Every exported call runs its body through `exported`, which
 // - refuses a null handle with -101 "<name>: Passing NULL pointer." in the process-wide
 //   pair, for the calls that need a handle,
-// - names the call, so that the texts of its body are reported as "<name>: ..." (report.h),
+// - names the call (RunningCall), so that the texts of its body are reported as
+//   "<name>: ..." (report.h),
 // - turns an exception that escapes into -199 "<name>: Internal error (<reason>)",
 //   stored like any other failure: no exception crosses the C boundary.
 // A failed call returns its code, as a float for the float call, or null for the calls
@@ -18,6 +19,22 @@
 struct ZelkHandle;
 
 constexpr int InternalErrorCode = ZELK_E_INTERNAL;
+
+// The exported call that runs on this thread, set by `exported` for the length of the
+// call. Its name goes in front of the texts its body reports (report.h). Calls nest (the
+// acquisition start asks zelk_GetInputDataType), so the outer name comes back.
+class RunningCall {
+public:
+    explicit RunningCall(const char* textName) : outer(running) { running = textName; }
+    ~RunningCall() { running = outer; }
+    RunningCall(const RunningCall&) = delete;
+    RunningCall& operator=(const RunningCall&) = delete;
+    static const char* name() { return running; }
+
+private:
+    static inline thread_local const char* running = nullptr;
+    const char* outer;
+};
 
 // -199 with the function's name and the reason, in the handle's pair or, without a
 // handle, in the process-wide one.

@@ -7,7 +7,6 @@
 #include "classify/classifier.h"
 #include "classify/regressor.h"
 #include "compute/backend.h"
-#include "model/processing_setup.h"
 #include "runtime/acquisition.h"
 #include "runtime/export.h"
 #include "runtime/handle.h"
@@ -55,7 +54,7 @@ FrameReferences frameReferences(const ZelkHandle* h)
 // after resampling, else the camera's.
 int chainBands(const ZelkHandle* h)
 {
-    if (framePathOf(h->project->processingSetup) == FramePath::Resampling)
+    if (h->framePath == FramePath::Resampling)
         return h->resampling.resampler ? h->resampling.resampler->destBands : -1;
     return h->input.bands;
 }
@@ -123,8 +122,7 @@ bool regressionFrames(const ZelkHandle* h)
 {
     if (!h->input.lineScan || !h->project)
         return false;
-    const FramePath path = framePathOf(h->project->processingSetup);
-    return path == FramePath::Regression || path == FramePath::Resampling;
+    return h->framePath == FramePath::Regression || h->framePath == FramePath::Resampling;
 }
 
 int prepareFrameVariant(ZelkHandle* h)
@@ -135,7 +133,7 @@ int prepareFrameVariant(ZelkHandle* h)
     }
     ZelkProject& p = *h->project;
     const int width = h->input.width;
-    const bool resampling = framePathOf(p.processingSetup) == FramePath::Resampling;
+    const bool resampling = h->framePath == FramePath::Resampling;
     QString why;
     if (resampling) {
         ZelkResampler* r = h->resampling.resampler.get();

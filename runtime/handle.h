@@ -4,6 +4,7 @@
 
 #include "classify/resampler.h"
 #include "model/project.h"
+#include "runtime/processing_setup.h"
 #include "spectral/camera_kinds.h"
 #include "spectral/spectral_cube.h"
 #include "compute/backend.h"
@@ -156,6 +157,11 @@ struct ZelkHandle {
     }
     void setAcquiring(bool on) { state = on ? HandleState::Acquiring : HandleState::Loaded; }
 
+    // The variant of zelk_ProcessFrame that the project's set-up selects, taken when an
+    // acquisition starts. No load changes it during a run: a model load is refused then,
+    // and a correction load sets the corrected twin of the same path.
+    FramePath framePath = FramePath::Refused;
+
     CameraInput input;
     DecisionRing ring;
     RegionOfInterest roi;
@@ -169,4 +175,13 @@ struct ZelkHandle {
     Resampling resampling;
     Timing timing;
     CubeBuffers cube;
+
+    // Adds the time of one frame or cube to the statistics, unless it falls in the
+    // warm-up, and counts it.
+    void accountTime(double milliseconds)
+    {
+        if (timing.warmupFrames <= ring.frameCount)
+            timing.classifyMs += milliseconds;
+        ++ring.frameCount;
+    }
 };

@@ -1,4 +1,5 @@
 #include "runtime/report.h"
+#include "runtime/export.h"
 #include "runtime/handle.h"
 
 #include <algorithm>
@@ -68,30 +69,16 @@ void clearGlobalErrorMessage()
     globalMessage[0] = '\0';
 }
 
-namespace {
-thread_local const char* runningName = nullptr;
-}
-
-RunningCall::RunningCall(const char* textName) : outer(runningName)
-{
-    runningName = textName;
-}
-
-RunningCall::~RunningCall()
-{
-    runningName = outer;
-}
-
-const char* RunningCall::name()
-{
-    return runningName;
-}
-
 QString spelled(const Text& t, const char* name)
 {
     if (t.naming == Naming::Unnamed || !name)
         return t.text;
     return QString::fromLatin1(name) + QStringLiteral(": ") + t.text;
+}
+
+QString spelled(const Text& t)
+{
+    return spelled(t, RunningCall::name());
 }
 
 int fail(ZelkHandle* h, const Text& t)

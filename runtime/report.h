@@ -12,23 +12,10 @@ int setHandleError(ZelkHandle* h, int code, const QString& text);
 int setGlobalError(int code, const QString& text);
 void logToHandle(ZelkHandle* h, const QString& text);
 
-// The exported call that runs on this thread, set by `exported` (export.h) for the
-// length of the call. Its name goes in front of the texts its body reports. Calls nest
-// (the acquisition start asks zelk_GetInputDataType), so the outer name comes back.
-class RunningCall {
-public:
-    explicit RunningCall(const char* textName);
-    ~RunningCall();
-    RunningCall(const RunningCall&) = delete;
-    RunningCall& operator=(const RunningCall&) = delete;
-    static const char* name();
-
-private:
-    const char* outer;
-};
-
-// The text as it is reported: after "<name>: " unless it is Unnamed.
-QString spelled(const Text& t, const char* name = RunningCall::name());
+// The text as it is reported: after "<name>: " unless it is Unnamed. Without a name,
+// the name is that of the exported call running on this thread (RunningCall, export.h).
+QString spelled(const Text& t, const char* name);
+QString spelled(const Text& t);
 
 // Code and text into the handle's pair, or into the process-wide one.
 int fail(ZelkHandle* h, const Text& t);

@@ -5,12 +5,12 @@
 // and fixes the codes used in place of names.
 
 #include "segment/object_record.h"
-#include "segment/object_rule.h"
 
 #include <QDataStream>
 #include <QString>
 #include <QStringList>
 #include <QVector>
+#include <QtGlobal>
 #include <array>
 #include <memory>
 
@@ -19,6 +19,19 @@
 enum class ObjectMask : qint32 {
     EachDecision = 1,  // neighbours of the same decision form an object
     AllForeground = 2, // neighbouring foreground pixels of any decision form one, counted per class
+};
+
+// One of the two threshold rules that decide a finished object's class when the
+// definition decides by rules (objDecType 2): over the object's count or fraction of
+// pixels of the rule's decision, or over its mean value.
+struct ZelkSegmentRule {
+    enum Kind : qint32 { Count = 1, Fraction = 2, MeanValue = 3 };
+
+    QString decName;        // decision the rule assigns; "Unknown" names the unknown decision
+    qint32 decIndex = -1;   // its code, set by a successful compile
+    qint32 kind = 0;        // one of Kind; any other value never fires
+    qint32 thresholdInt = 0;
+    float thresholdFloat = 0;
 };
 
 class ZelkSegmentDefinition {

@@ -554,6 +554,57 @@ RowStep int ZelkSegmentTracker::endRow()
     return 0;
 }
 
+namespace {
+
+// How a finished object's class is decided where the definition decides it: by the
+// majority of its pixels, or by up to two threshold rules over its class counts or its
+// mean value.
+
+// Index of the largest of the first `n` counters, scanning upward and replacing only on
+// a strictly greater count: the lowest code wins a tie, and 0 comes out of all zeros.
+int majority(const qint32* counts, int n)
+{
+    int best = 0;
+    for (int i = 1; i < n; ++i)
+        if (counts[i] > counts[best])
+            best = i;
+    return best;
+}
+
+// Whether `rule` fires for an object with `pixelCount` pixels and the per-code counters
+// `counts` (ObjectClassSlots entries). `mean` is the object's mean value, or null where
+// no mean exists; a mean-value rule never fires then. All comparisons are strict.
+bool fires(const ZelkSegmentRule& rule, const qint32* counts, qint32 pixelCount, const float* mean)
+{
+    // A code beyond the counters has no pixels counted.
+    const bool counted = rule.decIndex >= 0 && rule.decIndex < ObjectClassSlots;
+    const qint32 count = counted ? counts[rule.decIndex] : 0;
+    switch (rule.kind) {
+    case ZelkSegmentRule::Count:
+        return count > rule.thresholdInt;
+    case ZelkSegmentRule::Fraction:
+        return rule.thresholdFloat < float(count) / float(pixelCount);
+    case ZelkSegmentRule::MeanValue:
+        return mean && rule.thresholdFloat < *mean;
+    default:
+        return false;
+    }
+}
+
+// The definition's default decision, replaced by rule 1 and then by rule 2 (when
+// enabled) wherever they fire, so that rule 2 wins when both do.
+int byRules(const ZelkSegmentDefinition& d, const qint32* counts, qint32 pixelCount, const float* mean)
+{
+    int decision = d.defaultIndex();
+    if (fires(d.rule1, counts, pixelCount, mean))
+        decision = d.rule1.decIndex;
+    if (d.rule2Enabled && fires(d.rule2, counts, pixelCount, mean))
+        decision = d.rule2.decIndex;
+    return decision;
+}
+
+} // namespace
+
 // Writes the record of open object `o` (label `label`) at index objectCount_, numbered
 // nextObjectNumber_, with its mean values in the value kernels.
 template <ZelkSegmentTracker::Kernel K>
@@ -578,17 +629,15 @@ void ZelkSegmentTracker::writeRecord(const OpenObject& o, qint32 label)
         record[Decision] = o.decision;
     } else if constexpr (K == Kernel::Foreground) {
         if (definition_.objDecType == 1)
-            record[Decision] = objectclass::majority(o.classCounts, definition_.classSlots());
+            record[Decision] = majority(o.classCounts, definition_.classSlots());
         else if (definition_.objDecType == 2)
-            record[Decision] = objectclass::byRules(d.defaultIndex(), d.rule1, d.rule2Enabled, d.rule2, o.classCounts,
-                                                    o.pixelCount, nullptr);
+            record[Decision] = byRules(d, o.classCounts, o.pixelCount, nullptr);
         std::copy_n(o.classCounts, definition_.classSlots(), record + ClassSizes);
     } else if constexpr (K == Kernel::Value) {
         mean[0] = valueSums_[size_t(label)] / float(o.pixelCount);
         record[Decision] = o.decision;
         if (definition_.objDecType == 2)
-            record[Decision] = objectclass::byRules(d.defaultIndex(), d.rule1, d.rule2Enabled, d.rule2, o.classCounts,
-                                                    o.pixelCount, mean);
+            record[Decision] = byRules(d, o.classCounts, o.pixelCount, mean);
     } else {
         const float* sum = valueSums_.data() + size_t(label) * nv;
         for (int j = 0; j < nv; ++j)

@@ -12,5 +12,10 @@ public:
 
     // Prepares the tracker (see ZelkSegmentTracker::prepare); a definition that is not
     // compiled is refused with -3600, which is also kept as the definition's last error.
-    int prepareSegmenter(bool streaming, int width, int valuesPerPixel);
+    int prepareSegmenter(bool streaming, int width, int valuesPerPixel)
+    {
+        if (!isCompiled())
+            return fail(-3600);
+        return prepare(streaming, width, valuesPerPixel);
+    }
 };

@@ -6,6 +6,7 @@
 #include "classify/element_reads.h"
 #include "classify/regressor.h"
 #include "modelwriter/regression_writer.h"
+#include "stream_reading.h"
 
 #include <array>
 #include <functional>
@@ -15,26 +16,8 @@ using namespace modelwriter;
 
 namespace {
 
-// A stream over its own copy of the bytes; the writer's output ends with "next", so
-// that a reader that stayed in step leaves exactly that string behind.
-struct Reading {
-    explicit Reading(const QByteArray& b) : bytes(b), in(bytes) {}
-    QString nextString()
-    {
-        QString s;
-        in >> s;
-        return s;
-    }
-    qint32 nextInt()
-    {
-        qint32 v = -1;
-        in >> v;
-        return v;
-    }
-    QByteArray bytes;
-    QDataStream in;
-};
-
+// `spec` as the model writer writes it, followed by the string "next", so that a reader
+// that stayed in step leaves exactly that string behind.
 template <class Spec> QByteArray bytesOf(const Spec& spec)
 {
     StreamBuilder b;

@@ -7,7 +7,9 @@
 
 #include "classifier_models.h"
 #include "compute/backend.h"
+#include "compute/cpu/cpu_classifier.h"
 #include "compute/cpu/cpu_resampler.h"
+#include "compute/cpu/host_frame.h"
 #include "compute/cpu/reference_classifier.h"
 #include "compute/device.h"
 #include "compute/sample_block.h"
@@ -20,6 +22,8 @@
 #include <set>
 
 using namespace compute;
+using compute::cpu::stageSamples;
+using compute::cpu::stageSpectra;
 using testmodels::twoCentres;
 
 namespace {

@@ -3,6 +3,7 @@
 
 #include "wire/typed_arrays.h"
 #include "modelwriter/stream_builder.h"
+#include "stream_reading.h"
 
 #include <gtest/gtest.h>
 #include <limits>
@@ -16,19 +17,6 @@ using modelwriter::TypedArray;
 namespace {
 
 constexpr qint32 Marker = 0x4D41524B;
-
-// A stream over its own copy of the bytes.
-struct Reading {
-    explicit Reading(const QByteArray& b) : bytes(b), in(bytes) {}
-    qint32 nextInt()
-    {
-        qint32 v = -1;
-        in >> v;
-        return v;
-    }
-    QByteArray bytes;
-    QDataStream in;
-};
 
 // A host array reader through its raw form: its result, whether the buffer came back
 // null, and the count. A buffer it hands out is released as its owner must.

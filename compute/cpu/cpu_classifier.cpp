@@ -7,6 +7,54 @@
 
 namespace compute::cpu {
 
+namespace {
+
+template <typename T>
+void stageTyped(const SampleBlock& block, const InputStage& stage, int B, int first, int count, float* out)
+{
+    const T* x = static_cast<const T*>(block.data);
+    const int* bands = stage.bands.isEmpty() ? nullptr : stage.bands.constData();
+    const float* dark = stage.dark.isEmpty() ? nullptr : stage.dark.constData();
+    const float* gain = stage.gain.isEmpty() ? nullptr : stage.gain.constData();
+    const qint64 n = block.pixels, W = stage.width;
+    if (block.layout == SpectraLayout::PixelsByBands) {
+        // One band a column: each model band is a contiguous run of the tile's pixels.
+        for (int b = 0; b < B; ++b) {
+            const qint64 at = qint64(b) * W + first;
+            stageRow(x + (bands ? bands[b] : b) * n + first, dark ? dark + at : nullptr, gain ? gain + at : nullptr,
+                     out + qint64(b) * count, count);
+        }
+        return;
+    }
+    if (!bands && !dark) { // the spectra as they are, only widened
+        stageRow(x + qint64(first) * B, nullptr, nullptr, out, count * B);
+        return;
+    }
+    for (int p = 0; p < count; ++p) {
+        const T* in = x + qint64(first + p) * block.bands;
+        float* o = out + qint64(p) * B;
+        for (int b = 0; b < B; ++b) {
+            float v = float(in[bands ? bands[b] : b]);
+            if (dark) {
+                v -= dark[b * W + first + p];
+                if (gain)
+                    v *= gain[b * W + first + p];
+            }
+            o[b] = v;
+        }
+    }
+}
+
+} // namespace
+
+void stageSpectra(const SampleBlock& block, const InputStage& stage, int modelBands, int first, int count, float* out)
+{
+    if (block.type == SampleType::U16)
+        stageTyped<quint16>(block, stage, modelBands, first, count, out);
+    else
+        stageTyped<float>(block, stage, modelBands, first, count, out);
+}
+
 CpuClassifier::CpuClassifier(const ClassifierModel& model)
     : model_(model)
     , fused_(fuses(model))
@@ -52,6 +100,11 @@ CpuClassifier::CpuClassifier(const ClassifierModel& model)
 bool CpuClassifier::fuses(const ClassifierModel& model)
 {
     return model.features <= FusedMaxFeatures && model.classes <= FusedMaxClasses;
+}
+
+int CpuClassifier::modelBands() const
+{
+    return model_.bands;
 }
 
 void CpuClassifier::setClassRow(const QVector<float>& row)

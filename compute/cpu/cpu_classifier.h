@@ -15,6 +15,11 @@
 
 namespace compute::cpu {
 
+// Writes pixels first .. first+count-1 of the block as model-ready float spectra into
+// `out`, in the block's layout, compactly: B by count, or count by B. The CPU classifier
+// stages its tiles so, and the reference classifier its blocks.
+void stageSpectra(const SampleBlock& block, const InputStage& stage, int modelBands, int first, int count, float* out);
+
 class CpuClassifier final : public ClassifierKernel {
 public:
     explicit CpuClassifier(const ClassifierModel& model);
@@ -25,7 +30,7 @@ public:
 protected:
     // Each tile is staged into the workspace right before its products.
     bool classifyStaged(const SampleBlock& block, quint8* decisions) override;
-    int modelBands() const override { return model_.bands; }
+    int modelBands() const override;
 
 public:
 

@@ -1,4 +1,5 @@
 #include "compute/cpu/reference_classifier.h"
+#include "compute/cpu/cpu_classifier.h"
 
 #include <algorithm>
 #include <cmath>
@@ -16,6 +17,13 @@ ReferenceClassifier::ReferenceClassifier(const ClassifierModel& model)
 void ReferenceClassifier::setClassRow(const QVector<float>& row)
 {
     std::copy_n(row.constBegin(), std::min<int>(row.size(), model_.classes), classRow_.begin());
+}
+
+bool ReferenceClassifier::classifyStaged(const SampleBlock& block, quint8* decisions)
+{
+    staged_.resize(size_t(block.pixels) * size_t(model_.bands));
+    stageSpectra(block, stage_, model_.bands, 0, block.pixels, staged_.data());
+    return classify(staged_.data(), block.layout, block.pixels, decisions);
 }
 
 bool ReferenceClassifier::classify(const float* spectra, SpectraLayout layout, int n, quint8* decisions)

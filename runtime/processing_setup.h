@@ -1,8 +1,9 @@
 #pragma once
-// Which frame path a project's frames take: the project's processingSetup, fixed by the
-// model load and again by a correction load.
+// The processing set-up of a project (its processingSetup), which the model load derives
+// from the project's parts and a correction load again, and the frame path each set-up
+// selects. An acquisition takes its frame path once, when it starts.
 
-class ZelkProject;
+#include "model/project.h"
 
 // The values 1 to 3 are what a correction load sets and 5 to 7 what a model load sets,
 // for the same parts; 1 and 5, 2 and 6, 3 and 7 run the same frame path, which reads
@@ -23,9 +24,35 @@ enum class ProcessingSetup : int {
 // The variants of zelk_ProcessFrame.
 enum class FramePath { Refused, Classifier, Regression, Resampling };
 
-FramePath framePathOf(int processingSetup);
+// The frame path of a set-up; values beyond the table are refused.
+inline FramePath framePathOf(int processingSetup)
+{
+    switch (ProcessingSetup(processingSetup)) {
+    case ProcessingSetup::CorrectedClassifier:
+    case ProcessingSetup::CorrectedSegmenter:
+    case ProcessingSetup::Classifier:
+    case ProcessingSetup::Segmenter:
+        return FramePath::Classifier;
+    case ProcessingSetup::CorrectedRegressor:
+    case ProcessingSetup::Regressor:
+        return FramePath::Regression;
+    case ProcessingSetup::Resampling:
+        return FramePath::Resampling;
+    default:
+        return FramePath::Refused;
+    }
+}
 
 // The set-up that a model load (corrected false) or a correction load (true) gives the
 // project's parts, the regressor outranking the segmenter, and that the classifier.
 // Resampling is not considered.
-ProcessingSetup setupOfParts(const ZelkProject& p, bool corrected);
+inline ProcessingSetup setupOfParts(const ZelkProject& p, bool corrected)
+{
+    if (p.regressor)
+        return corrected ? ProcessingSetup::CorrectedRegressor : ProcessingSetup::Regressor;
+    if (p.segmenter)
+        return corrected ? ProcessingSetup::CorrectedSegmenter : ProcessingSetup::Segmenter;
+    if (p.classifier)
+        return corrected ? ProcessingSetup::CorrectedClassifier : ProcessingSetup::Classifier;
+    return ProcessingSetup::None;
+}
