@@ -19,7 +19,17 @@ void stageTyped(const SampleBlock& block, const InputStage& stage, int B, int fi
     const qint64 n = block.pixels, W = stage.width;
     if (block.layout == SpectraLayout::PixelsByBands) {
         // One band a column: each model band is a contiguous run of the tile's pixels.
+        // A frame comes from memory as short runs of many rows, which the processor does
+        // not foresee: each run is asked for some rows ahead, and past the tile's last
+        // band the next tile's first runs.
+        constexpr int RowsAhead = 16;
+        const auto row = [&](int b) { return x + (bands ? bands[b] : b) * n; };
         for (int b = 0; b < B; ++b) {
+            const bool thisTile = b + RowsAhead < B;
+            const qint64 from = thisTile ? first : first + count;
+            const char* ahead = reinterpret_cast<const char*>(row(thisTile ? b + RowsAhead : b + RowsAhead - B) + from);
+            for (qint64 byte = 0; byte < qMin(qint64(count), n - from) * qint64(sizeof(T)); byte += 64)
+                __builtin_prefetch(ahead + byte);
             const qint64 at = qint64(b) * W + first;
             stageRow(x + (bands ? bands[b] : b) * n + first, dark ? dark + at : nullptr, gain ? gain + at : nullptr,
                      out + qint64(b) * count, count);
