@@ -25,11 +25,11 @@ void stageTyped(const SampleBlock& block, const InputStage& stage, int B, int fi
         constexpr int RowsAhead = 16;
         const auto row = [&](int b) { return x + (bands ? bands[b] : b) * n; };
         for (int b = 0; b < B; ++b) {
-            const bool thisTile = b + RowsAhead < B;
-            const qint64 from = thisTile ? first : first + count;
-            const char* ahead = reinterpret_cast<const char*>(row(thisTile ? b + RowsAhead : b + RowsAhead - B) + from);
+            const int ahead = b + RowsAhead;
+            const qint64 from = ahead < B ? first : first + count;
+            const char* run = reinterpret_cast<const char*>(row(ahead % B) + from);
             for (qint64 byte = 0; byte < qMin(qint64(count), n - from) * qint64(sizeof(T)); byte += 64)
-                __builtin_prefetch(ahead + byte);
+                __builtin_prefetch(run + byte);
             const qint64 at = qint64(b) * W + first;
             stageRow(x + (bands ? bands[b] : b) * n + first, dark ? dark + at : nullptr, gain ? gain + at : nullptr,
                      out + qint64(b) * count, count);
