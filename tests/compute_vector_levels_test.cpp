@@ -58,6 +58,22 @@ float ulpsApart(float a, float b)
     return std::fabs(a - b) / std::max(std::numeric_limits<float>::denorm_min(), std::fabs(std::nextafter(a, b) - a));
 }
 
+// The fused pass of `m` decides the two-band pixels, given with one spectrum a column
+// and with one band a column, as `expected`.
+void expectFusedDecisions(const ClassifierModel& m, const std::vector<float>& pixelMajor, const std::vector<float>& bandMajor,
+                          const std::vector<quint8>& expected)
+{
+    const int n = int(expected.size());
+    cpu::CpuClassifier k(m);
+    ASSERT_TRUE(cpu::CpuClassifier::fuses(m));
+    std::vector<quint8> out(expected.size(), 99);
+    k.classify(pixelMajor.data(), SpectraLayout::BandsByPixels, n, out.data());
+    EXPECT_EQ(out, expected);
+    std::fill(out.begin(), out.end(), 99);
+    k.classify(bandMajor.data(), SpectraLayout::PixelsByBands, n, out.data());
+    EXPECT_EQ(out, expected);
+}
+
 } // namespace
 
 INSTANTIATE_TEST_SUITE_P(EveryLevel, VectorLevels, ::testing::ValuesIn(cpu::supportedVectorLevels()), levelName);
@@ -204,14 +220,7 @@ TEST_P(VectorLevels, UnitsVanishExactlyWhereSinglePrecisionExpDoes)
     }
     ASSERT_EQ(expected.front(), 1);
     ASSERT_EQ(expected.back(), 0);
-    cpu::CpuClassifier k(m);
-    ASSERT_TRUE(cpu::CpuClassifier::fuses(m));
-    std::vector<quint8> out(n, 99);
-    k.classify(pixelMajor.data(), SpectraLayout::BandsByPixels, n, out.data());
-    EXPECT_EQ(out, expected);
-    std::fill(out.begin(), out.end(), 99);
-    k.classify(bandMajor.data(), SpectraLayout::PixelsByBands, n, out.data());
-    EXPECT_EQ(out, expected);
+    expectFusedDecisions(m, pixelMajor, bandMajor, expected);
 }
 
 // Two centres ten apart, each the only unit of its class, and no bias: a pixel goes to
@@ -242,14 +251,7 @@ TEST_P(VectorLevels, SubnormalUnitsDecideWhereNothingElseScores)
         farClassOne += far && a1 > a0;
     }
     ASSERT_GT(farClassOne, n / 5);
-    cpu::CpuClassifier k(m);
-    ASSERT_TRUE(cpu::CpuClassifier::fuses(m));
-    std::vector<quint8> out(n, 99);
-    k.classify(pixelMajor.data(), SpectraLayout::BandsByPixels, n, out.data());
-    EXPECT_EQ(out, expected);
-    std::fill(out.begin(), out.end(), 99);
-    k.classify(bandMajor.data(), SpectraLayout::PixelsByBands, n, out.data());
-    EXPECT_EQ(out, expected);
+    expectFusedDecisions(m, pixelMajor, bandMajor, expected);
 }
 
 TEST_P(VectorLevels, FusedPassAndMatrixProductsDecideAsTheFormula)

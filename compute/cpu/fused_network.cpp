@@ -12,72 +12,76 @@
 namespace compute::cpu {
 namespace {
 
-// Vectors of the compiler's own: one clone keeps a vector in one 512-bit register, the
-// others split it.
-constexpr int LaneCount = 16;
-// Registers that one vector takes: 1 for AVX-512 (of 32 registers), 2 for AVX2 and 4
-// for the baseline (of 16). The sums that a loop keeps side by side are as many as fit
-// the registers: more would go to memory and back on every step.
-template <int Split>
-constexpr int FeaturesTogether = Split == 1 ? 8 : Split == 2 ? 2 : 1;
-template <int Split>
-constexpr int CentresTogether = 8 / Split;
-constexpr int Parts = FusedBlockPixels / LaneCount;
-typedef float Lanes __attribute__((vector_size(LaneCount * sizeof(float)), may_alias));
-typedef float UnalignedLanes __attribute__((vector_size(LaneCount * sizeof(float)), aligned(4), may_alias));
-typedef std::int32_t IntLanes __attribute__((vector_size(LaneCount * sizeof(std::int32_t)), may_alias));
-// A pixel's features are one vector when there are few, two otherwise.
-constexpr int Halves = FusedMaxFeatures / LaneCount;
-static_assert(Halves == 2, "a pixel's features fill at most two vectors");
+// Vectors of the compiler's own, of L lanes: each level's version of the pass takes the
+// width of its registers (16 for AVX-512, 8 for AVX2, 4 for the baseline), since the
+// compiler spills vectors wider than a register to memory lane by lane.
+template <int L>
+struct Vec {
+    typedef float Lanes __attribute__((vector_size(L * sizeof(float)), may_alias));
+    typedef float UnalignedLanes __attribute__((vector_size(L * sizeof(float)), aligned(4), may_alias));
+    typedef std::int32_t IntLanes __attribute__((vector_size(L * sizeof(std::int32_t)), may_alias));
+    // A block's pixels are this many vectors, and a pixel's features at most this many.
+    static constexpr int Parts = FusedBlockPixels / L, Halves = FusedMaxFeatures / L;
+    // Features whose sums a projection keeps side by side, as many as the registers
+    // hold: 16 sums on AVX-512 (of 32 registers), 8 on AVX2 and the baseline (of 16).
+    static constexpr int FeaturesTogether = L == 16 ? 8 : 8 / Parts;
+};
 
-// Entry c of the shuffles that swap the off-diagonal blocks of size k of 16 rows: the
+// Entry c of the shuffles that swap the off-diagonal blocks of size k of L rows: the
 // first row of a pair keeps its own entries left of the block and takes the second's
 // within it, the second row the other way round.
-constexpr int swapIndex(int k, bool second, int c)
+constexpr int swapIndex(int lanes, int k, bool second, int c)
 {
     if (second)
-        return (c & k) ? LaneCount + c : c + k;
-    return (c & k) ? LaneCount + c - k : c;
+        return (c & k) ? lanes + c : c + k;
+    return (c & k) ? lanes + c - k : c;
 }
 
 // Swaps the blocks of one pair of rows in place (no vector crosses a call by value);
 // the indices are constants, as both compilers' shuffle wants.
-template <int K, std::size_t... C>
-inline void swapPair(Lanes& a, Lanes& b, std::index_sequence<C...>)
+template <int L, int K, typename V, std::size_t... C>
+inline void swapPair(V& a, V& b, std::index_sequence<C...>)
 {
-    const Lanes first = __builtin_shufflevector(a, b, swapIndex(K, false, int(C))...);
-    b = __builtin_shufflevector(a, b, swapIndex(K, true, int(C))...);
+    const V first = __builtin_shufflevector(a, b, swapIndex(L, K, false, int(C))...);
+    b = __builtin_shufflevector(a, b, swapIndex(L, K, true, int(C))...);
     a = first;
 }
 
-template <int K>
-inline void swapBlocks(Lanes* rows)
+template <int L, int K>
+inline void swapBlocks(typename Vec<L>::Lanes* rows)
 {
-    for (int r = 0; r < LaneCount; ++r)
+    for (int r = 0; r < L; ++r)
         if ((r & K) == 0)
-            swapPair<K>(rows[r], rows[r + K], std::make_index_sequence<LaneCount>());
+            swapPair<L, K>(rows[r], rows[r + K], std::make_index_sequence<L>());
 }
 
-// Transposes 16 rows of 16 in registers: swapping the off-diagonal blocks at every
-// size swaps each entry with its mirror.
-inline void transpose(Lanes* rows)
+// Transposes L rows of L in registers: swapping the off-diagonal blocks at every size
+// swaps each entry with its mirror.
+template <int L, int K = L / 2>
+inline void transpose(typename Vec<L>::Lanes* rows)
 {
-    swapBlocks<1>(rows);
-    swapBlocks<2>(rows);
-    swapBlocks<4>(rows);
-    swapBlocks<8>(rows);
+    if constexpr (K >= 1) {
+        transpose<L, K / 2>(rows);
+        swapBlocks<L, K>(rows);
+    }
 }
 
 // The features of a block, z = Mᵀx + o, as rows[FusedMaxFeatures h + f]: feature f of
-// pixels 16 h to 16 h + 15. From one spectrum a column, each pixel's features are one
-// vector a half (16 features), summed over the bands and then transposed in blocks of
-// 16 by 16; rows past `count` repeat the last pixel.
-template <int H>
-inline void projectPixels(const FusedNetwork& net, const float* x, qint64 ld, int count, Lanes* rows)
+// pixels L h to L h + L - 1. From one spectrum a column, each pixel's features are H
+// vectors of L, summed over the bands and then transposed in blocks of L by L; rows
+// past `count` repeat the last pixel.
+template <int L, int H>
+__attribute__((always_inline)) inline void projectPixels(const FusedNetwork& net, const float* x, qint64 ld, int count,
+                                                         typename Vec<L>::Lanes* rows)
 {
+    using Lanes = typename Vec<L>::Lanes;
+    using UnalignedLanes = typename Vec<L>::UnalignedLanes;
+    constexpr int Parts = Vec<L>::Parts;
+    constexpr int Halves = Vec<L>::Halves;
     const UnalignedLanes* weights = reinterpret_cast<const UnalignedLanes*>(net.bandRows);
     const UnalignedLanes* offset = reinterpret_cast<const UnalignedLanes*>(net.offset);
-    constexpr int Together = 4 / H; // pixels summed side by side, to hide the latency of a sum
+    // Pixels summed side by side, to hide the latency of a sum.
+    constexpr int Together = H < 4 ? 4 / H : 1;
     for (int p = 0; p < FusedBlockPixels; p += Together) {
         const float* spectrum[Together];
         Lanes sum[Together][H];
@@ -93,22 +97,36 @@ inline void projectPixels(const FusedNetwork& net, const float* x, qint64 ld, in
                     sum[j][g] += spectrum[j][b] * w;
             }
         for (int j = 0; j < Together; ++j) {
-            const int h = (p + j) / LaneCount, lane = (p + j) % LaneCount;
+            const int h = (p + j) / L, lane = (p + j) % L;
             for (int g = 0; g < H; ++g)
-                rows[h * FusedMaxFeatures + g * LaneCount + lane] = sum[j][g];
+                rows[h * FusedMaxFeatures + g * L + lane] = sum[j][g];
         }
     }
     for (int h = 0; h < Parts; ++h)
         for (int g = 0; g < H; ++g)
-            transpose(rows + h * FusedMaxFeatures + g * LaneCount);
+            transpose<L>(rows + h * FusedMaxFeatures + g * L);
+}
+
+// The same with as few vectors a pixel as its features need.
+template <int L, int H = 1>
+__attribute__((always_inline)) inline void projectPixelsOf(const FusedNetwork& net, const float* x, qint64 ld, int count,
+                                                           typename Vec<L>::Lanes* rows)
+{
+    if constexpr (H < Vec<L>::Halves)
+        if (net.features > H * L)
+            return projectPixelsOf<L, 2 * H>(net, x, ld, count, rows);
+    projectPixels<L, H>(net, x, ld, count, rows);
 }
 
 // Features f .. f + J - 1 of a block of one band a column: J sums side by side hide the
 // latency of each addition, and each band's pixels are loaded once for all of them.
-template <int J>
+template <int L, int J>
 __attribute__((always_inline)) inline void projectFeatures(const FusedNetwork& net, const float* x, qint64 ld, int f,
-                                                           Lanes* rows)
+                                                           typename Vec<L>::Lanes* rows)
 {
+    using Lanes = typename Vec<L>::Lanes;
+    using UnalignedLanes = typename Vec<L>::UnalignedLanes;
+    constexpr int Parts = Vec<L>::Parts;
     Lanes sum[J][Parts];
     for (int j = 0; j < J; ++j)
         for (int h = 0; h < Parts; ++h)
@@ -116,7 +134,7 @@ __attribute__((always_inline)) inline void projectFeatures(const FusedNetwork& n
     for (int b = 0; b < net.bands; ++b) {
         const float* m = net.bandRows + qint64(b) * FusedMaxFeatures + f;
         for (int h = 0; h < Parts; ++h) {
-            const Lanes v = *reinterpret_cast<const UnalignedLanes*>(x + b * ld + h * LaneCount);
+            const Lanes v = *reinterpret_cast<const UnalignedLanes*>(x + b * ld + h * L);
             for (int j = 0; j < J; ++j)
                 sum[j][h] += m[j] * v;
         }
@@ -128,9 +146,9 @@ __attribute__((always_inline)) inline void projectFeatures(const FusedNetwork& n
 
 // The same from one band a column, whose bands are rows of pixels already. A last block
 // that is not whole is copied into scratch first, padded with zeros.
-template <int Split>
+template <int L>
 __attribute__((always_inline)) inline void projectBands(const FusedNetwork& net, const float* x, qint64 ld, int count,
-                                                        FusedScratch& scratch, Lanes* rows)
+                                                        FusedScratch& scratch, typename Vec<L>::Lanes* rows)
 {
     const int B = net.bands;
     if (count < FusedBlockPixels) {
@@ -141,41 +159,44 @@ __attribute__((always_inline)) inline void projectBands(const FusedNetwork& net,
         x = block;
         ld = FusedBlockPixels;
     }
-    constexpr int J = FeaturesTogether<Split>;
+    constexpr int J = Vec<L>::FeaturesTogether;
     int f = 0;
     for (; f + J <= net.features; f += J)
-        projectFeatures<J>(net, x, ld, f, rows);
+        projectFeatures<L, J>(net, x, ld, f, rows);
     if (J > 4)
         for (; f + 4 <= net.features; f += 4)
-            projectFeatures<4>(net, x, ld, f, rows);
+            projectFeatures<L, 4>(net, x, ld, f, rows);
     for (; f < net.features; ++f)
-        projectFeatures<1>(net, x, ld, f, rows);
+        projectFeatures<L, 1>(net, x, ld, f, rows);
 }
 
 // exp of anything below this is 0 in single precision, and so in expInPlace.
 constexpr float VanishingExponent = -104.0f;
 
-// The class scores of 16 pixels in two parts. A unit below the normal range of single
+// The class scores of L pixels in two parts. A unit below the normal range of single
 // precision is a subnormal, and arithmetic on subnormals takes the processor a hundred
 // times longer than on normal numbers; far pixels make many. So such units are kept
 // 2^64 times larger, rounded as the subnormal would be, and their shares of a score
 // are summed apart in that scale: s = normal + tiny · 2^-64.
+template <int L>
 struct Scores {
-    Lanes normal, tiny;
+    typename Vec<L>::Lanes normal, tiny;
 };
 
 // Scale of the tiny sums, and the power of two that rounds a unit to the subnormal grid
 // (2^-149) in that scale.
 constexpr float TinyToScores = 0x1p-64f, SubnormalStep = 0x1p-85f;
 
-// Adds the units of the J centres numbered in `units` to the class scores s of the 16
+// Adds the units of the J centres numbered in `units` to the class scores s of the L
 // pixels whose features are rows[f], f < F. The J distances are summed side by side:
 // independent sums hide the latency of each addition, and the features are loaded once
 // for all of them.
-template <int C, int J>
-__attribute__((always_inline)) inline void addUnits(const FusedNetwork& net, const Lanes* rows, const int* units,
-                                                    Scores (&s)[C])
+template <int L, int C, int J>
+__attribute__((always_inline)) inline void addUnits(const FusedNetwork& net, const typename Vec<L>::Lanes* rows,
+                                                    const int* units, Scores<L> (&s)[C])
 {
+    using Lanes = typename Vec<L>::Lanes;
+    using IntLanes = typename Vec<L>::IntLanes;
     const int F = net.features;
     const float* centre[J];
     for (int j = 0; j < J; ++j)
@@ -213,31 +234,37 @@ __attribute__((always_inline)) inline void addUnits(const FusedNetwork& net, con
 // normal + tiny · 2^-64. Where tiny · 2^-64 is below a quarter of the last place of
 // normal the sum is normal itself, and the product, most likely a subnormal, is not
 // formed; a NaN in tiny fails the test and reaches the score.
-__attribute__((always_inline)) inline void scoreOf(const Scores& s, Lanes& score)
+template <int L>
+__attribute__((always_inline)) inline void scoreOf(const Scores<L>& s, typename Vec<L>::Lanes& score)
 {
+    using Lanes = typename Vec<L>::Lanes;
+    using IntLanes = typename Vec<L>::IntLanes;
     const Lanes magnitude = s.normal < 0.0f ? -s.normal : s.normal, tiny = s.tiny < 0.0f ? -s.tiny : s.tiny;
     const IntLanes matters = !(tiny < magnitude * 0x1p38f);
     bool any = false;
-    for (int l = 0; l < LaneCount; ++l)
+    for (int l = 0; l < L; ++l)
         any |= matters[l] != 0;
     score = any ? (matters ? s.normal + s.tiny * TinyToScores : s.normal) : s.normal;
 }
 
-// The centres that one of the 16 pixels whose features are rows[f] may reach, in
+// The centres that one of the L pixels whose features are rows[f] may reach, in
 // ascending order; returns their number. The pixels lie in a ball around their mean; a
 // centre further from the ball than its unit's reach has units of exactly 0 for every
 // pixel in it, which add nothing to any score. Neighbouring pixels mostly lie near a few
 // centres of one class, so most centres are passed over. The margins keep the test on
 // the safe side of the rounding of all its sums.
-__attribute__((always_inline)) inline int nearCentres(const FusedNetwork& net, const Lanes* rows, FusedScratch& scratch)
+template <int L>
+__attribute__((always_inline)) inline int nearCentres(const FusedNetwork& net, const typename Vec<L>::Lanes* rows,
+                                                      FusedScratch& scratch)
 {
+    using Lanes = typename Vec<L>::Lanes;
     const int F = net.features, K = net.units;
     float middle[FusedMaxFeatures];
     for (int f = 0; f < F; ++f) {
         float total = 0;
-        for (int l = 0; l < LaneCount; ++l)
+        for (int l = 0; l < L; ++l)
             total += rows[f][l];
-        middle[f] = total / LaneCount;
+        middle[f] = total / L;
     }
     Lanes r = {};
     for (int f = 0; f < F; ++f) {
@@ -245,7 +272,7 @@ __attribute__((always_inline)) inline int nearCentres(const FusedNetwork& net, c
         r += t * t;
     }
     float radius2 = 0;
-    for (int l = 0; l < LaneCount; ++l)
+    for (int l = 0; l < L; ++l)
         radius2 = radius2 >= r[l] ? radius2 : r[l]; // a NaN stays, and passes nothing over
     const float radius = std::sqrt(radius2);
 
@@ -275,27 +302,30 @@ __attribute__((always_inline)) inline int nearCentres(const FusedNetwork& net, c
 
 // The decisions of a block from its features as the projections leave them. C is a
 // constant so that the class scores stay in registers.
-template <int C, int Split>
-__attribute__((always_inline)) inline void classifyBlock(const FusedNetwork& net, const Lanes* rows, int count,
-                                                         FusedScratch& scratch, quint8* decisions)
+template <int L, int C>
+__attribute__((always_inline)) inline void classifyBlock(const FusedNetwork& net, const typename Vec<L>::Lanes* rows,
+                                                         int count, FusedScratch& scratch, quint8* decisions)
 {
-    // s_c = W(0,c) + Σ_k exp(g_k ‖z − c_k‖²) W(k+1,c), 16 pixels at a time. The
+    using Lanes = typename Vec<L>::Lanes;
+    using IntLanes = typename Vec<L>::IntLanes;
+    constexpr int Parts = Vec<L>::Parts;
+    // s_c = W(0,c) + Σ_k exp(g_k ‖z − c_k‖²) W(k+1,c), L pixels at a time. The
     // difference form keeps distances exact near a centre, whatever the magnitude of z.
     Lanes s[C][Parts];
     for (int h = 0; h < Parts; ++h) {
         const Lanes* features = rows + h * FusedMaxFeatures;
-        Scores scores[C];
+        Scores<L> scores[C];
         for (int c = 0; c < C; ++c)
             scores[c] = {Lanes{} + net.outputs[c], Lanes{}};
-        constexpr int J = CentresTogether<Split>;
-        int n = nearCentres(net, features, scratch);
+        constexpr int J = FusedCentresTogether;
+        int n = nearCentres<L>(net, features, scratch);
         int* near = scratch.near.data();
         for (; n % J; ++n)
             near[n] = net.units; // the neutral unit
         for (int i = 0; i < n; i += J)
-            addUnits<C, J>(net, features, near + i, scores);
+            addUnits<L, C, J>(net, features, near + i, scores);
         for (int c = 0; c < C; ++c)
-            scoreOf(scores[c], s[c][h]);
+            scoreOf<L>(scores[c], s[c][h]);
     }
 
     // The weighted maximum, the first class on ties, then the winner's own threshold.
@@ -310,8 +340,8 @@ __attribute__((always_inline)) inline void classifyBlock(const FusedNetwork& net
             t = better ? v : t;
             i = better ? IntLanes{} + c : i;
         }
-        std::memcpy(top + h * LaneCount, &t, sizeof t);
-        std::memcpy(best + h * LaneCount, &i, sizeof i);
+        std::memcpy(top + h * L, &t, sizeof t);
+        std::memcpy(best + h * L, &i, sizeof i);
     }
     for (int p = 0; p < count; ++p) {
         const int d = best[p];
@@ -335,42 +365,42 @@ std::vector<float> unitReach(const float* gammas, const float* outputs, int unit
 FusedScratch::FusedScratch(int bands, int units)
     : block(size_t(bands) * FusedBlockPixels)
     , distances(size_t(units))
-    , near(size_t(units) + 8)
+    , near(size_t(units) + FusedCentresTogether)
     , keep(size_t(units))
 {
 }
 
 namespace {
 
-template <int Split>
+template <int L>
 __attribute__((always_inline)) inline void classifyFusedOf(const FusedNetwork& net, const float* x, bool pixelMajor, qint64 ld,
                                                            int count, FusedScratch& scratch, quint8* decisions)
 {
+    using Lanes = typename Vec<L>::Lanes;
+    constexpr int Parts = Vec<L>::Parts;
     Lanes features[Parts * FusedMaxFeatures];
     for (int first = 0; first < count; first += FusedBlockPixels) {
         const int n = std::min(FusedBlockPixels, count - first);
-        if (pixelMajor && net.features <= LaneCount)
-            projectPixels<1>(net, x + first * ld, ld, n, features);
-        else if (pixelMajor)
-            projectPixels<2>(net, x + first * ld, ld, n, features);
+        if (pixelMajor)
+            projectPixelsOf<L>(net, x + first * ld, ld, n, features);
         else
-            projectBands<Split>(net, x + first, ld, n, scratch, features);
+            projectBands<L>(net, x + first, ld, n, scratch, features);
         quint8* out = decisions + first;
         static_assert(FusedMaxClasses == 8, "one case a class count");
         switch (net.classes) {
-        case 1: classifyBlock<1, Split>(net, features, n, scratch, out); break;
-        case 2: classifyBlock<2, Split>(net, features, n, scratch, out); break;
-        case 3: classifyBlock<3, Split>(net, features, n, scratch, out); break;
-        case 4: classifyBlock<4, Split>(net, features, n, scratch, out); break;
-        case 5: classifyBlock<5, Split>(net, features, n, scratch, out); break;
-        case 6: classifyBlock<6, Split>(net, features, n, scratch, out); break;
-        case 7: classifyBlock<7, Split>(net, features, n, scratch, out); break;
-        default: classifyBlock<8, Split>(net, features, n, scratch, out); break;
+        case 1: classifyBlock<L, 1>(net, features, n, scratch, out); break;
+        case 2: classifyBlock<L, 2>(net, features, n, scratch, out); break;
+        case 3: classifyBlock<L, 3>(net, features, n, scratch, out); break;
+        case 4: classifyBlock<L, 4>(net, features, n, scratch, out); break;
+        case 5: classifyBlock<L, 5>(net, features, n, scratch, out); break;
+        case 6: classifyBlock<L, 6>(net, features, n, scratch, out); break;
+        case 7: classifyBlock<L, 7>(net, features, n, scratch, out); break;
+        default: classifyBlock<L, 8>(net, features, n, scratch, out); break;
         }
     }
 }
 
-// Each level's version of the pass, blocked for its own registers.
+// Each level's version of the pass, with vectors of its own registers' width.
 void classifyFusedBaseline(const FusedNetwork& net, const float* x, bool pixelMajor, qint64 ld, int count,
                            FusedScratch& scratch, quint8* decisions)
 {
@@ -380,12 +410,12 @@ void classifyFusedBaseline(const FusedNetwork& net, const float* x, bool pixelMa
 ZELK_TARGET_V3 void classifyFusedV3(const FusedNetwork& net, const float* x, bool pixelMajor, qint64 ld, int count,
                                     FusedScratch& scratch, quint8* decisions)
 {
-    classifyFusedOf<2>(net, x, pixelMajor, ld, count, scratch, decisions);
+    classifyFusedOf<8>(net, x, pixelMajor, ld, count, scratch, decisions);
 }
 ZELK_TARGET_V4 void classifyFusedV4(const FusedNetwork& net, const float* x, bool pixelMajor, qint64 ld, int count,
                                     FusedScratch& scratch, quint8* decisions)
 {
-    classifyFusedOf<1>(net, x, pixelMajor, ld, count, scratch, decisions);
+    classifyFusedOf<16>(net, x, pixelMajor, ld, count, scratch, decisions);
 }
 #else
 constexpr auto classifyFusedV3 = classifyFusedBaseline;

@@ -53,6 +53,9 @@ constexpr int FusedBlockPixels = 32;
 // instruction set and a block's class scores stay in registers.
 constexpr int FusedMaxFeatures = 32;
 constexpr int FusedMaxClasses = 8;
+// Centres whose units are summed side by side; a block's list of centres is padded with
+// the neutral unit to a multiple of this.
+constexpr int FusedCentresTogether = 8;
 
 // Writes the decisions of `count` pixels. `x` holds one spectrum a column with `ld`
 // between pixels when `pixelMajor`, one band a column with `ld` between bands
