@@ -1,7 +1,9 @@
 // What one frame or cube costs on the caller's thread, through the C interface: the
 // reference workloads of workloads.h with segmentation on, every result read. One run
 // prints one line of JSON, for bench/realtime.py to gather over rounds:
-//   bench_realtime w1 FRAMES     frames/s and latencies of W1 frames
+//   bench_realtime w1 FRAMES [LEVEL]   frames/s and latencies of W1 frames, with the CPU
+//                                loops of one instruction-set level (baseline, v3, v4)
+//                                instead of the processor's best
 //   bench_realtime w1-same FRAMES   the same with one frame handed in again and again:
 //                                identical work every time, so its spread is the machine's
 //   bench_realtime sgemm-steady N   N sgemm calls of about a W1 frame's cost, each timed:
@@ -17,6 +19,7 @@
 
 #include "tests/counting_allocator.h"
 #include "workloads.h"
+#include "compute/cpu/vector_math.h"
 #include "zelk.h"
 
 #include <QDir>
@@ -226,6 +229,17 @@ int main(int argc, char** argv)
 {
     const QString what = argc > 1 ? QString::fromLocal8Bit(argv[1]) : QString();
     const int count = argc > 2 ? std::atoi(argv[2]) : 0;
+    if (what == QLatin1String("w1") && count > 0 && argc > 3) {
+        using compute::cpu::VectorLevel;
+        const QString level = QString::fromLocal8Bit(argv[3]);
+        const VectorLevel wanted = level == QLatin1String("v4") ? VectorLevel::V4
+                                   : level == QLatin1String("v3") ? VectorLevel::V3
+                                                                  : VectorLevel::Baseline;
+        if ((level != QLatin1String("baseline") && wanted == VectorLevel::Baseline) || !compute::cpu::useVectorLevel(wanted)) {
+            std::fprintf(stderr, "this build or processor cannot run level %s\n", argv[3]);
+            return 2;
+        }
+    }
     if (what == QLatin1String("w1") && count > 0)
         return run("w1", workloads::w1(), count, false);
     if (what == QLatin1String("w1-same") && count > 0)
@@ -247,6 +261,6 @@ int main(int argc, char** argv)
         }
         return 0;
     }
-    std::fprintf(stderr, "usage: bench_realtime w1 FRAMES | w1-same FRAMES | sgemm-steady N | cube CUBES | sgemm | cameras N FRAMES | export DIR\n");
+    std::fprintf(stderr, "usage: bench_realtime w1 FRAMES [baseline|v3|v4] | w1-same FRAMES | sgemm-steady N | cube CUBES | sgemm | cameras N FRAMES | export DIR\n");
     return 2;
 }

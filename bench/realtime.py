@@ -197,6 +197,15 @@ def main():
               f"max {med('max_us'):.1f}")
         print(f"  heap allocations per {unit[name].split('/')[0][:-1]}: {max(x['allocations_per_unit'] for x in lats):g}")
 
+    # The CPU loops of every instruction-set level this processor runs, the best first: a
+    # processor without the best level's instructions runs the next.
+    levels = []
+    for level in ("v4", "v3", "baseline"):
+        run = subprocess.run([binary, "w1", str(a.frames), level], capture_output=True, text=True)
+        if run.returncode == 0:
+            levels.append(f"{level} {json.loads(run.stdout.strip().splitlines()[-1])['per_second']:.0f}")
+    print("\nW1 frames/s by instruction-set level: " + ", ".join(levels))
+
     # Several cameras: W1 on two handles on two threads, beside one alone (both cores).
     if len(cores) > 1:
         os.sched_setaffinity(0, set(cores))
