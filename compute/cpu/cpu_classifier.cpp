@@ -92,10 +92,11 @@ CpuClassifier::CpuClassifier(const ClassifierModel& model)
         fusedCentres_.resize(size_t(F) * (K + 1), 0.0f);
         fusedGammas_.assign(model.gammas.constBegin(), model.gammas.constEnd());
         fusedGammas_.push_back(-1.0f);
-        centresByFeature_.resize(size_t(F) * K);
+        const int row = centreRowLength(K);
+        centresByFeature_.assign(size_t(F) * row, 0.0f);
         for (int k = 0; k < K; ++k)
             for (int f = 0; f < F; ++f)
-                centresByFeature_[size_t(f) * K + k] = shiftedCentres_[size_t(k) * F + f];
+                centresByFeature_[size_t(f) * row + k] = shiftedCentres_[size_t(k) * F + f];
         reach_ = unitReach(model.gammas.constData(), outputs_.data(), K, C);
         fusedScratch_ = std::make_unique<FusedScratch>(model.bands, K);
     }

@@ -66,6 +66,20 @@ inline void transpose(typename Vec<L>::Lanes* rows)
     }
 }
 
+// The sum of a vector's lanes, halves added until one lane is left.
+template <int L>
+inline float laneSum(const typename Vec<L>::Lanes& v)
+{
+    if constexpr (L == 1) {
+        return v[0];
+    } else {
+        typename Vec<L / 2>::Lanes low, high;
+        std::memcpy(&low, &v, sizeof low);
+        std::memcpy(&high, reinterpret_cast<const char*>(&v) + sizeof low, sizeof high);
+        return laneSum<L / 2>(low + high);
+    }
+}
+
 // The features of a block, z = Mᵀx + o, as rows[FusedMaxFeatures h + f]: feature f of
 // pixels L h to L h + L - 1. From one spectrum a column, each pixel's features are H
 // vectors of L, summed over the bands and then transposed in blocks of L by L; rows
@@ -258,14 +272,11 @@ __attribute__((always_inline)) inline int nearCentres(const FusedNetwork& net, c
                                                       FusedScratch& scratch)
 {
     using Lanes = typename Vec<L>::Lanes;
+    using UnalignedLanes = typename Vec<L>::UnalignedLanes;
     const int F = net.features, K = net.units;
     float middle[FusedMaxFeatures];
-    for (int f = 0; f < F; ++f) {
-        float total = 0;
-        for (int l = 0; l < L; ++l)
-            total += rows[f][l];
-        middle[f] = total / L;
-    }
+    for (int f = 0; f < F; ++f)
+        middle[f] = laneSum<L>(rows[f]) / L;
     Lanes r = {};
     for (int f = 0; f < F; ++f) {
         const Lanes t = rows[f] - middle[f];
@@ -276,13 +287,22 @@ __attribute__((always_inline)) inline int nearCentres(const FusedNetwork& net, c
         radius2 = radius2 >= r[l] ? radius2 : r[l]; // a NaN stays, and passes nothing over
     const float radius = std::sqrt(radius2);
 
+    // Distances from the middle to Runs · L centres at a time, each run's sums in a
+    // register of its own.
+    constexpr int Runs = FusedCentreRow / L < 8 ? FusedCentreRow / L : 8;
+    static_assert(FusedCentreRow % (Runs * L) == 0, "the rows hold whole steps");
+    const int row = centreRowLength(K);
     float* __restrict distance = scratch.distances.data();
-    std::fill_n(distance, K, 0.0f);
-    for (int f = 0; f < F; ++f) {
-        const float* __restrict c = net.centresByFeature + qint64(f) * K;
-        const float m = middle[f];
-        for (int k = 0; k < K; ++k)
-            distance[k] += (m - c[k]) * (m - c[k]);
+    for (int k = 0; k < K; k += Runs * L) {
+        Lanes sums[Runs] = {};
+        for (int f = 0; f < F; ++f) {
+            const float* c = net.centresByFeature + qint64(f) * row + k;
+            for (int q = 0; q < Runs; ++q) {
+                const Lanes t = middle[f] - *reinterpret_cast<const UnalignedLanes*>(c + q * L);
+                sums[q] += t * t;
+            }
+        }
+        std::memcpy(distance + k, sums, sizeof sums);
     }
     // The test over all centres first, which vectorises, then the list of those kept.
     std::int32_t* __restrict keep = scratch.keep.data();
@@ -364,7 +384,7 @@ std::vector<float> unitReach(const float* gammas, const float* outputs, int unit
 
 FusedScratch::FusedScratch(int bands, int units)
     : block(size_t(bands) * FusedBlockPixels)
-    , distances(size_t(units))
+    , distances(size_t(centreRowLength(units)))
     , near(size_t(units) + FusedCentresTogether)
     , keep(size_t(units))
 {

@@ -27,9 +27,10 @@ struct FusedNetwork {
     const float* classRow = nullptr;   // C
     const float* thresholds = nullptr; // C, or null when the classifier does not reject
     // For passing over centres that no pixel of a block can reach: the centres again,
-    // K by F, one feature a row; and for each unit the distance beyond which its unit
-    // is 0 in single precision, infinite where it never is (or its weights are not all
-    // finite, so that a 0 unit could still change a score).
+    // one feature a row of centreRowLength(K), zeros after the last centre; and for
+    // each unit the distance beyond which its unit is 0 in single precision, infinite
+    // where it never is (or its weights are not all finite, so that a 0 unit could
+    // still change a score).
     const float* centresByFeature = nullptr;
     const float* reach = nullptr;
 };
@@ -53,6 +54,14 @@ constexpr int FusedBlockPixels = 32;
 // instruction set and a block's class scores stay in registers.
 constexpr int FusedMaxFeatures = 32;
 constexpr int FusedMaxClasses = 8;
+// The rows of centres by feature are padded to a multiple of this many centres, which
+// the test of which centres a block may reach takes together.
+constexpr int FusedCentreRow = 64;
+inline int centreRowLength(int units)
+{
+    return (units + FusedCentreRow - 1) / FusedCentreRow * FusedCentreRow;
+}
+
 // Centres whose units are summed side by side; a block's list of centres is padded with
 // the neutral unit to a multiple of this.
 constexpr int FusedCentresTogether = 8;
