@@ -254,6 +254,42 @@ TEST_P(VectorLevels, SubnormalUnitsDecideWhereNothingElseScores)
     expectFusedDecisions(m, pixelMajor, bandMajor, expected);
 }
 
+// Centres scattered far apart with narrow units, so that the fused pass passes over
+// most of them for any block; the pixels lie near centres taken at random, so that each
+// block reaches a few of its own. A centre passed over that a pixel reaches, or a
+// distance taken to the wrong centre, changes decisions.
+TEST_P(VectorLevels, OnlyCentresOutOfReachArePassedOver)
+{
+    std::mt19937 rng(7);
+    std::uniform_real_distribution<float> across(0.0f, 60.0f), near(-1.5f, 1.5f);
+    ClassifierModel m;
+    const int F = 3, K = 70, C = 5, n = 700;
+    m.bands = F, m.features = F, m.units = K, m.classes = C;
+    m.matrix = {1, 0, 0, 0, 1, 0, 0, 0, 1};
+    m.offset = {0, 0, 0};
+    for (int k = 0; k < K * F; ++k)
+        m.centres.append(across(rng));
+    m.gammas = QVector<float>(K, -0.5f);
+    m.weights = QVector<float>((K + 1) * C, 0.0f);
+    for (int k = 0; k < K; ++k)
+        m.weights[(k % C) * (K + 1) + k + 1] = 1.0f + 0.1f * float(k);
+    std::vector<float> spectra(size_t(n) * F);
+    for (int p = 0; p < n; ++p) {
+        const int k = int(rng() % K);
+        for (int f = 0; f < F; ++f)
+            spectra[size_t(p) * F + f] = m.centres[k * F + f] + near(rng);
+    }
+    const QVector<float> row(C, 1.0f);
+    cpu::CpuClassifier k(m);
+    ASSERT_TRUE(cpu::CpuClassifier::fuses(m));
+    std::vector<quint8> a(size_t(n), 99), b(size_t(n), 99);
+    k.classify(spectra.data(), SpectraLayout::BandsByPixels, n, a.data());
+    const std::vector<float> bandColumns = testmodels::transposed(spectra, n, F);
+    k.classify(bandColumns.data(), SpectraLayout::PixelsByBands, n, b.data());
+    EXPECT_EQ(testmodels::expectFormula(m, row, spectra, a, "spectra as columns").size(), size_t(C));
+    testmodels::expectFormula(m, row, spectra, b, "bands as columns");
+}
+
 TEST_P(VectorLevels, FusedPassAndMatrixProductsDecideAsTheFormula)
 {
     // Shapes on both sides of the fused pass's limits in features and in classes, with
