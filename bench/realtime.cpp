@@ -8,6 +8,8 @@
 //                                identical work every time, so its spread is the machine's
 //   bench_realtime sgemm-steady N   N sgemm calls of about a W1 frame's cost, each timed:
 //                                the machine's spread without the library
+//   bench_realtime gaps MS       the clock read again and again for MS milliseconds: the
+//                                gaps longer than 50 µs, when the core was not this program's
 //   bench_realtime cube CUBES    the same for cubes
 //   bench_realtime sgemm         the BLAS's single-thread sgemm rate, GFLOP/s
 //   bench_realtime cameras N FRAMES   W1 on N handles, each on a thread of its own,
@@ -180,6 +182,26 @@ int sgemmSteady(int count)
     return 0;
 }
 
+// Reads the clock for `milliseconds` and notes every gap between two readings longer
+// than 50 µs: the times the core was taken away from a program that does no work at all.
+int clockGaps(int milliseconds)
+{
+    std::vector<double> gaps;
+    Clock::time_point last = Clock::now();
+    const Clock::time_point end = last + std::chrono::milliseconds(milliseconds);
+    while (last < end) {
+        const Clock::time_point t = Clock::now();
+        const double gap = std::chrono::duration<double>(t - last).count();
+        if (gap > 50e-6)
+            gaps.push_back(gap);
+        last = t;
+    }
+    const double longest = gaps.empty() ? 0.0 : *std::max_element(gaps.begin(), gaps.end());
+    std::printf("{\"workload\": \"gaps\", \"milliseconds\": %d, \"gaps_over_50_us\": %zu, \"longest_us\": %.1f}\n", milliseconds,
+                gaps.size(), 1e6 * longest);
+    return 0;
+}
+
 int sgemm()
 {
     const int n = 512;
@@ -250,6 +272,8 @@ int main(int argc, char** argv)
         return sgemmSteady(count);
     if (what == QLatin1String("sgemm"))
         return sgemm();
+    if (what == QLatin1String("gaps") && count > 0)
+        return clockGaps(count);
     if (what == QLatin1String("cameras") && count > 0 && argc > 3)
         return cameras(count, std::atoi(argv[3]));
     if (what == QLatin1String("export") && argc > 2) {
@@ -261,6 +285,6 @@ int main(int argc, char** argv)
         }
         return 0;
     }
-    std::fprintf(stderr, "usage: bench_realtime w1 FRAMES [baseline|v3|v4] | w1-same FRAMES | sgemm-steady N | cube CUBES | sgemm | cameras N FRAMES | export DIR\n");
+    std::fprintf(stderr, "usage: bench_realtime w1 FRAMES [baseline|v3|v4] | w1-same FRAMES | sgemm-steady N | gaps MS | cube CUBES | sgemm | cameras N FRAMES | export DIR\n");
     return 2;
 }

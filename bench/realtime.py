@@ -221,17 +221,25 @@ def main():
         busy = subprocess.Popen([sys.executable, "-c", f"import os; os.sched_setaffinity(0, {{{cores[1]}}})\nwhile True: pass"])
         try:
             time.sleep(0.5)
+            w1_seconds = 0.0
             for mode, what in (("w1", "W1"), ("w1-same", "W1's first frame again and again"),
-                               ("sgemm-steady", "A 200 x 200 sgemm of about a frame's cost, without the library,")):
+                               ("sgemm-steady", "A 200 x 200 sgemm of about a frame's cost, without the library")):
                 before = steal_ms()
                 res = run_library(binary, [mode, str(a.steady_frames)])
                 stolen = steal_ms() - before
                 p50 = res["p50_us"]
+                w1_seconds = w1_seconds if mode != "w1" else a.steady_frames / res["per_second"]
                 print(f"\n{what}, {a.steady_frames} times while a busy loop holds cpu {cores[1]}: "
                       f"{res['per_second']:.0f} per second, p50 {p50:.1f} us, p99 {res['p99_us']:.1f}, "
                       f"p99.9 {res['p999_us']:.1f} ({res['p999_us'] / p50:.2f}x p50), "
                       f"max {res['max_us']:.1f} ({res['max_us'] / p50:.2f}x p50), {res['beyond_5x_p50']} frames beyond 5x; "
                       f"steal {stolen:.0f} ms")
+            # The same time spent reading the clock, with no work at all: how long the
+            # core is taken away from any program here while the other one is busy.
+            milliseconds = max(1, round(1000 * w1_seconds))
+            gaps = run_library(binary, ["gaps", str(milliseconds)])
+            print(f"\nThe clock read for {milliseconds} ms under the same load, nothing else done: "
+                  f"{gaps['gaps_over_50_us']} gaps of over 50 us, the longest {gaps['longest_us']:.0f} us")
         finally:
             busy.kill()
 
