@@ -290,6 +290,35 @@ TEST_P(VectorLevels, OnlyCentresOutOfReachArePassedOver)
     testmodels::expectFormula(m, row, spectra, b, "bands as columns");
 }
 
+// Pixels far from both of two centres, nearer one or the other by a squared distance of
+// 10: both units are subnormals, one e^10 times the other, and no bias. The nearer centre
+// wins, in the fused pass (two classes) and in the matrix products (nine, the seven
+// others without weights); a kernel that flushed subnormals would call every pixel a
+// tie, class 0.
+TEST_P(VectorLevels, SubnormalScoresDecideInBothKernels)
+{
+    for (const int C : {2, 9}) {
+        ClassifierModel m = testmodels::twoCentres();
+        m.classes = C;
+        m.weights = QVector<float>(3 * C, 0.0f);
+        m.weights[1] = 1.0f;     // class 0: centre 0
+        m.weights[3 + 2] = 1.0f; // class 1: centre 1
+        const int n = 500;
+        std::vector<float> spectra(2 * n);
+        std::vector<quint8> expected(n);
+        for (int p = 0; p < n; ++p) {
+            spectra[2 * p] = p % 2 ? 5.5f : 4.5f;
+            spectra[2 * p + 1] = std::sqrt(68.0f + 4.0f * float(p) / n);
+            expected[p] = p % 2;
+        }
+        cpu::CpuClassifier k(m);
+        EXPECT_EQ(cpu::CpuClassifier::fuses(m), C == 2);
+        std::vector<quint8> out(n, 99);
+        k.classify(spectra.data(), SpectraLayout::BandsByPixels, n, out.data());
+        EXPECT_EQ(out, expected) << C << " classes";
+    }
+}
+
 TEST_P(VectorLevels, FusedPassAndMatrixProductsDecideAsTheFormula)
 {
     // Shapes on both sides of the fused pass's limits in features and in classes, with

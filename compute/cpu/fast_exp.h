@@ -54,4 +54,39 @@ inline void expInPlace(Float& x)
     timesPowerOfTwo<Float, Int>(x, n);
 }
 
+// Arithmetic on subnormals takes the processor a hundred times longer than on normal
+// numbers, and units far from their centres are subnormals. So the fused pass splits exp
+// at the bottom of the normal range: `normal` is exp(x) where that is a normal float and 0
+// below; `tiny` is 0 above and below it the subnormal that exp gives (rounded to its
+// grid, 2^-149, as exp rounds it) times 2^64, a normal float. The shares of a score
+// summed from `tiny` join it where tinyShareMatters says they change it.
+constexpr float TinyScale = 0x1p64f, TinyToNormal = 0x1p-64f;
+
+template <typename Float, typename Int>
+inline void expSplit(const Float& x, Float& normal, Float& tiny)
+{
+    Float p;
+    Int n;
+    expFactors<Float, Int>(x, p, n);
+    // From n = -126 down p · 2^n may lie below the normal range. There the unit is
+    // p · 2^(n+149) rounded to an integer, times 2^-85; from 2^23 up that integer is the
+    // product itself. Neither side forms a subnormal: the other's values take n = 0.
+    const auto below = n < -125;
+    normal = p;
+    timesPowerOfTwo<Float, Int>(normal, below ? 0 : n);
+    const Float grid = p * __builtin_bit_cast(Float, Int((below ? n + 149 : 0) + 127) << 23);
+    const Float steps = grid < 0x1p23f ? (grid + 0x1p23f) - 0x1p23f : grid;
+    normal = below ? 0.0f : normal;
+    tiny = below ? steps * (TinyScale * 0x1p-149f) : 0.0f;
+}
+
+// Whether tiny · 2^-64 changes the score s: not where it is below a quarter of the last
+// place of s. A NaN in tiny always does. `Mask` is the integer type of Float's shape.
+template <typename Float, typename Mask>
+inline void tinyShareMatters(const Float& s, const Float& tiny, Mask& matters)
+{
+    const Float magnitude = s < 0.0f ? -s : s, share = tiny < 0.0f ? -tiny : tiny;
+    matters = !(share < magnitude * 0x1p38f);
+}
+
 } // namespace compute::cpu

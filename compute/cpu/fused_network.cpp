@@ -187,19 +187,12 @@ __attribute__((always_inline)) inline void projectBands(const FusedNetwork& net,
 // exp of anything below this is 0 in single precision, and so in expInPlace.
 constexpr float VanishingExponent = -104.0f;
 
-// The class scores of L pixels in two parts. A unit below the normal range of single
-// precision is a subnormal, and arithmetic on subnormals takes the processor a hundred
-// times longer than on normal numbers; far pixels make many. So such units are kept
-// 2^64 times larger, rounded as the subnormal would be, and their shares of a score
-// are summed apart in that scale: s = normal + tiny · 2^-64.
+// The class scores of L pixels in two parts: the shares of units in the normal range,
+// and those of units below it, 2^64 times larger (expSplit): s = normal + tiny · 2^-64.
 template <int L>
 struct Scores {
     typename Vec<L>::Lanes normal, tiny;
 };
-
-// Scale of the tiny sums, and the power of two that rounds a unit to the subnormal grid
-// (2^-149) in that scale.
-constexpr float TinyToScores = 0x1p-64f, SubnormalStep = 0x1p-85f;
 
 // Adds the units of the J centres numbered in `units` to the class scores s of the L
 // pixels whose features are rows[f], f < F. The J distances are summed side by side:
@@ -225,19 +218,8 @@ __attribute__((always_inline)) inline void addUnits(const FusedNetwork& net, con
     }
     for (int j = 0; j < J; ++j) {
         const float* w = net.outputs + qint64(units[j] + 1) * C;
-        Lanes p = net.gammas[units[j]] * d[j];
-        IntLanes n;
-        expFactors<Lanes, IntLanes>(p, p, n);
-        // From n = -126 down, p · 2^n may lie below the normal range. There the unit is
-        // p · 2^(n+149) rounded to an integer (as the subnormal is rounded), times 2^-85;
-        // from 2^23 up that integer is the product itself. Neither side computes a
-        // subnormal: the other's lanes take n = 0.
-        const IntLanes tiny = n < -125;
-        Lanes normal = p;
-        timesPowerOfTwo<Lanes, IntLanes>(normal, tiny ? 0 : n);
-        const Lanes grid = p * __builtin_bit_cast(Lanes, ((tiny ? n + 149 : 0) + 127) << 23);
-        const Lanes steps = grid < 0x1p23f ? (grid + 0x1p23f) - 0x1p23f : grid;
-        const Lanes a = tiny ? 0.0f : normal, small = tiny ? steps * SubnormalStep : 0.0f;
+        Lanes a, small;
+        expSplit<Lanes, IntLanes>(net.gammas[units[j]] * d[j], a, small);
         for (int c = 0; c < C; ++c) {
             s[c].normal += a * w[c];
             s[c].tiny += small * w[c];
@@ -245,20 +227,17 @@ __attribute__((always_inline)) inline void addUnits(const FusedNetwork& net, con
     }
 }
 
-// normal + tiny · 2^-64. Where tiny · 2^-64 is below a quarter of the last place of
-// normal the sum is normal itself, and the product, most likely a subnormal, is not
-// formed; a NaN in tiny fails the test and reaches the score.
+// normal + tiny · 2^-64, the product, most likely a subnormal, formed only for blocks
+// where it changes a score.
 template <int L>
 __attribute__((always_inline)) inline void scoreOf(const Scores<L>& s, typename Vec<L>::Lanes& score)
 {
-    using Lanes = typename Vec<L>::Lanes;
-    using IntLanes = typename Vec<L>::IntLanes;
-    const Lanes magnitude = s.normal < 0.0f ? -s.normal : s.normal, tiny = s.tiny < 0.0f ? -s.tiny : s.tiny;
-    const IntLanes matters = !(tiny < magnitude * 0x1p38f);
+    typename Vec<L>::IntLanes matters;
+    tinyShareMatters(s.normal, s.tiny, matters);
     bool any = false;
     for (int l = 0; l < L; ++l)
         any |= matters[l] != 0;
-    score = any ? (matters ? s.normal + s.tiny * TinyToScores : s.normal) : s.normal;
+    score = any ? (matters ? s.normal + s.tiny * TinyToNormal : s.normal) : s.normal;
 }
 
 // The centres that one of the L pixels whose features are rows[f] may reach, in
