@@ -31,8 +31,7 @@ void stageTyped(const SampleBlock& block, const InputStage& stage, int B, int fi
             for (qint64 byte = 0; byte < qMin(qint64(count), n - from) * qint64(sizeof(T)); byte += 64)
                 __builtin_prefetch(run + byte);
             const qint64 at = qint64(b) * W + first;
-            stageRow(x + (bands ? bands[b] : b) * n + first, dark ? dark + at : nullptr, gain ? gain + at : nullptr,
-                     out + qint64(b) * count, count);
+            stageRow(row(b) + first, dark ? dark + at : nullptr, gain ? gain + at : nullptr, out + qint64(b) * count, count);
         }
         return;
     }
